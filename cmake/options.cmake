@@ -1,0 +1,15 @@
+# Compiler settings that every target of the project shares.
+add_library(velda_options INTERFACE)
+target_compile_options(velda_options INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers
+                       -fno-semantic-interposition)
+target_include_directories(velda_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+if(VELDA_WERROR)
+    target_compile_options(velda_options INTERFACE -Werror)
+endif()
+if(VELDA_SANITIZE)
+    add_compile_options(-fsanitize=${VELDA_SANITIZE} -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${VELDA_SANITIZE})
+    if(VELDA_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()

@@ -1,0 +1,7 @@
+// vutil.h - what the logic includes: the runtime contract, family by family, and the facade over it.
+#ifndef VELDA_RUNTIME_VUTIL_H
+#define VELDA_RUNTIME_VUTIL_H
+
+#include "runtime/vdefc.h"
+
+#endif
