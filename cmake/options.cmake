@@ -1,6 +1,6 @@
 # Compiler settings that every target of the project shares.
 add_library(velda_options INTERFACE)
-target_compile_options(velda_options INTERFACE -Wall -Wextra -Wshadow -Wno-missing-field-initializers
+target_compile_options(velda_options INTERFACE -Wall -Wextra -Wshadow=local -Wno-missing-field-initializers
                        -fno-semantic-interposition)
 target_include_directories(velda_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
 if(VELDA_WERROR)
