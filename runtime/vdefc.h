@@ -30,7 +30,8 @@ enum {
     VELDA_FORM_CONSTANT = 0x0800,       // constant: the string lies inside the cell
     VELDA_FORM_NONCANONICAL = 0x1000,   // the string has an image, but is not that number's canonical text
     VELDA_FORM_CANONICAL = 0x2000,      // the string has an image and is that number's canonical text
-    VELDA_FORM_INDIRECT = 0x4000        // the string is reached only through VLibEADDR_SB and VLibELEN_IB
+    VELDA_FORM_INDIRECT = 0x4000,       // the string is reached only through VLibEADDR_SB and VLibELEN_IB
+    VELDA_FORM_LIST = 0x4020            // exactly this value: a select list, `text` addresses it
 };
 
 // Masks over VAR::form.
