@@ -25,8 +25,7 @@ VELDA_EXPORT void VLibCSUBROUTINE_END_VI(DP *dp, int status);
 namespace velda {
 class SubroutineCall {
   public:
-    SubroutineCall(DP *dp, const char *name, const char *letters, int arguments) : dp_(dp)
-    {
+    SubroutineCall(DP *dp, const char *name, const char *letters, int arguments) : dp_(dp) {
         VLibCSUBROUTINE_INIT3_VV(dp, name, letters, arguments);
     }
     ~SubroutineCall() { VLibCSUBROUTINE_END_VI(dp_, 0); }
@@ -56,13 +55,13 @@ class SubroutineCall {
 #define VBC_AS_POINTER(a) VAR *a
 #define VBC_DEREFERENCED(a) *a
 
-#define VBC_SUBROUTINE(Name, ...)                                                                                    \
-    static void Name##_body([[maybe_unused]] DP *dp VBC_EACH(VBC_AS_REFERENCE __VA_OPT__(, ) __VA_ARGS__));          \
-    extern "C" VELDA_EXPORT void VBC_##Name(DP *dp, const char *letters VBC_EACH(VBC_AS_POINTER __VA_OPT__(, ) __VA_ARGS__)) \
-    {                                                                                                                \
-        const velda::SubroutineCall call(dp, #Name, letters, VBC_COUNT(__VA_ARGS__));                                \
-        Name##_body(dp VBC_EACH(VBC_DEREFERENCED __VA_OPT__(, ) __VA_ARGS__));                                       \
-    }                                                                                                                \
+#define VBC_SUBROUTINE(Name, ...)                                                                                      \
+    static void Name##_body([[maybe_unused]] DP *dp VBC_EACH(VBC_AS_REFERENCE __VA_OPT__(, ) __VA_ARGS__));            \
+    extern "C" VELDA_EXPORT void VBC_##Name(DP *dp,                                                                    \
+                                            const char *letters VBC_EACH(VBC_AS_POINTER __VA_OPT__(, ) __VA_ARGS__)) { \
+        const velda::SubroutineCall call(dp, #Name, letters, VBC_COUNT(__VA_ARGS__));                                  \
+        Name##_body(dp VBC_EACH(VBC_DEREFERENCED __VA_OPT__(, ) __VA_ARGS__));                                         \
+    }                                                                                                                  \
     static void Name##_body([[maybe_unused]] DP *dp VBC_EACH(VBC_AS_REFERENCE __VA_OPT__(, ) __VA_ARGS__))
 
 #define VBC_UNDERSCORE_ALIAS(Plain, Escaped) \

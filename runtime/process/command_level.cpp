@@ -1,0 +1,151 @@
+#include "runtime/process/command_level.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <utility>
+
+#include "runtime/process/call_by_name.h"
+#include "runtime/process/context.h"
+#include "runtime/process/data_stack.h"
+#include "runtime/process/output.h"
+#include "runtime/process/process.h"
+#include "runtime/process/stop.h"
+
+namespace velda {
+namespace {
+
+struct CommandLevels {
+    std::vector<std::unique_ptr<CommandLevel>> levels;
+    CommandLevels() { levels.push_back(std::make_unique<CommandLevel>()); }
+};
+
+std::vector<std::unique_ptr<CommandLevel>> &levels_of(DP *dp) { return dp->state<CommandLevels>().levels; }
+
+// A level for as long as its command runs. The data that its caller stacked become its input; what it leaves is
+// dropped.
+class LevelScope {
+  public:
+    LevelScope(DP *dp, std::string_view sentence) : dp_(dp), current_(dp) {
+        levels_of(dp).push_back(std::make_unique<CommandLevel>());
+        current_level(dp).command_line = command_words(sentence);
+        callers_input_ = dp->state<DataStack>().hand_over();
+    }
+    ~LevelScope() {
+        dp_->state<DataStack>().take_back(std::move(callers_input_));
+        levels_of(dp_).pop_back();
+    }
+    LevelScope(const LevelScope &) = delete;
+    LevelScope &operator=(const LevelScope &) = delete;
+
+  private:
+    DP *dp_;
+    CurrentContext current_;
+    DataStack callers_input_;
+};
+
+// The boundary of a command: every way in which `body` can end becomes an outcome.
+CommandOutcome run_to_end(DP *dp, const std::function<void()> &body) {
+    CommandOutcome outcome;
+    try {
+        body();
+    } catch (const CommandStop &stop) {
+        outcome.exit_code = stop.with_message || stop.mode == AbortMode ? 1 : 0;
+    } catch (const CommandExit &exit) {
+        outcome.exit_code = exit.code;
+    } catch (const CommandChain &chain) {
+        outcome.chained = chain.command;
+    } catch (const std::exception &failure) {
+        print_message(dp, std::string("INTERNAL_ERROR") + VM + failure.what());
+        outcome.exit_code = 1;
+    }
+    return outcome;
+}
+
+// Each handler runs as if it were the rest of the command: a STOP in one of them ends that one only.
+void run_exit_handlers(DP *dp, int exit_code) {
+    std::vector<std::string> &handlers = current_level(dp).exit_handlers;
+    while (!handlers.empty()) {
+        const std::string name = std::move(handlers.back());
+        handlers.pop_back();
+        run_to_end(dp, [&] {
+            VAR code(exit_code);
+            VAR *arguments[] = {&code};
+            call_by_name(dp, name, arguments);
+        });
+    }
+}
+
+}  // namespace
+
+CommandOutcome run_command_level(DP *dp, std::string_view sentence, const std::function<void()> &body) {
+    const LevelScope scope(dp, sentence);
+    CommandOutcome outcome = run_to_end(dp, body);
+    run_exit_handlers(dp, outcome.exit_code);
+    if (outcome.chained) outcome.unread = std::move(dp->state<DataStack>().lines);
+    CommandLevel &level = current_level(dp);
+    outcome.return_code = level.return_code;
+    outcome.messages = std::move(level.messages);
+    return outcome;
+}
+
+CommandOutcome follow_chain(DP *dp, CommandOutcome outcome) {
+    while (outcome.chained) {
+        for (std::string &line : outcome.unread) dp->state<DataStack>().push(std::move(line));
+        CommandOutcome next = run_command_line(dp, *outcome.chained);
+        next.messages.insert(next.messages.begin(), std::make_move_iterator(outcome.messages.begin()),
+                             std::make_move_iterator(outcome.messages.end()));
+        outcome = std::move(next);
+    }
+    return outcome;
+}
+
+CommandLevel &current_level(DP *dp) { return *levels_of(dp).back(); }
+
+int command_depth(DP *dp) { return static_cast<int>(levels_of(dp).size()) - 1; }
+
+CommonTable &current_commons(DP *dp) {
+    auto &levels = levels_of(dp);
+    return (levels.size() <= 2 ? levels.front() : levels.back())->commons;
+}
+
+void note_message(DP *dp, std::string_view message) {
+    if (command_depth(dp) > 0) current_level(dp).messages.emplace_back(message);
+}
+
+SignalTrap signal_trap(DP *dp) { return current_level(dp).trap; }
+
+SignalTrap set_signal_trap(DP *dp, SignalTrap trap) { return std::exchange(current_level(dp).trap, trap); }
+
+void end_session_level(DP *dp) {
+    const CurrentContext current(dp);
+    run_exit_handlers(dp, 0);
+    finish_output(dp);
+}
+
+std::string command_words(std::string_view sentence) {
+    if (sentence.find(AM) != std::string_view::npos) return std::string(sentence);
+    std::string words;
+    for (std::size_t at = 0; (at = sentence.find_first_not_of(' ', at)) != std::string_view::npos;) {
+        const std::size_t end = std::min(sentence.find(' ', at), sentence.size());
+        if (!words.empty()) words += AM;
+        words += sentence.substr(at, end - at);
+        at = end;
+    }
+    return words;
+}
+
+}  // namespace velda
+
+void VELDASetSystemReturnCode(DP *dp, int code) {
+    velda::current_level(dp).return_code = code;
+    dp->last_error = code;
+}
+
+int VLibCCALLONEXIT_IB(DP *dp, const VAR *name) {
+    const std::string handler = name->str();
+    if (!velda::find_subroutine(handler)) return 0;
+    auto &handlers = velda::current_level(dp).exit_handlers;
+    if (std::find(handlers.begin(), handlers.end(), handler) == handlers.end()) handlers.push_back(handler);
+    return 1;
+}

@@ -1,0 +1,293 @@
+#include "runtime/process/external_command.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "runtime/process/context.h"
+#include "runtime/process/data_stack.h"
+#include "runtime/process/interrupt.h"
+#include "runtime/process/output.h"
+#include "runtime/process/stop.h"
+
+extern char **environ;
+
+namespace velda {
+namespace {
+
+// Names the descriptor of a file in memory, of that name, in which a started command of this system leaves its
+// messages.
+constexpr const char *MessagesVariable = "VELDA_RETURN_MESSAGES";
+constexpr const char *MessagesName = "velda-messages";
+
+class Descriptor {
+  public:
+    explicit Descriptor(int number = -1) : number_(number) {}
+    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    ~Descriptor() { close(); }
+
+    int number() const { return number_; }
+    bool open() const { return number_ >= 0; }
+    void close() {
+        if (number_ >= 0) ::close(number_);
+        number_ = -1;
+    }
+
+  private:
+    int number_;
+};
+
+[[noreturn]] void fail_start(DP *dp, int error, const std::string &path) {
+    fail_command(dp, error, std::string("COMMAND_START") + VM + path + VM + std::strerror(error));
+}
+
+bool write_all(int file, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(file, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR) return false;
+        if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::string read_from_start(int file) {
+    std::string content;
+    char buffer[4096];
+    off_t at = 0;
+    for (ssize_t got; (got = pread(file, buffer, sizeof buffer, at)) > 0; at += got)
+        content.append(buffer, static_cast<std::size_t>(got));
+    return content;
+}
+
+// A file in memory that a started program inherits.
+Descriptor memory_file(const char *name) { return Descriptor(memfd_create(name, MFD_CLOEXEC)); }
+
+// The data that the caller stacked, as the lines of a file. They are the program's now.
+Descriptor stacked_input(DP *dp) {
+    DataStack &stack = dp->state<DataStack>();
+    DataStack callers = stack.hand_over();
+    if (stack.lines.empty()) {
+        stack.take_back(std::move(callers));
+        return Descriptor();
+    }
+    Descriptor input = memory_file("velda-input");
+    for (const std::string &line : stack.lines)
+        if (!write_all(input.number(), line + "\n")) break;
+    lseek(input.number(), 0, SEEK_SET);
+    stack.take_back(std::move(callers));
+    return input;
+}
+
+// The arguments of posix_spawn that are not the program's own.
+class SpawnSetup {
+  public:
+    SpawnSetup() {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawnattr_init(&attributes);
+        // What this process ignores for itself is not the program's business.
+        sigset_t defaults;
+        sigemptyset(&defaults);
+        sigaddset(&defaults, SIGPIPE);
+        posix_spawnattr_setsigdefault(&attributes, &defaults);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    }
+    ~SpawnSetup() {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnSetup(const SpawnSetup &) = delete;
+    SpawnSetup &operator=(const SpawnSetup &) = delete;
+
+    void redirect(int from, int to) { posix_spawn_file_actions_adddup2(&actions, from, to); }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+};
+
+std::vector<char *> pointers(const std::vector<std::string> &texts) {
+    std::vector<char *> list;
+    for (const std::string &text : texts) list.push_back(const_cast<char *>(text.c_str()));
+    list.push_back(nullptr);
+    return list;
+}
+
+// This process's environment, in which the program finds where to return its messages.
+std::vector<std::string> program_environment(int messages) {
+    const std::string prefix = std::string(MessagesVariable) + "=";
+    std::vector<std::string> variables;
+    for (char **variable = environ; *variable; ++variable)
+        if (!std::string_view(*variable).starts_with(prefix)) variables.emplace_back(*variable);
+    if (messages >= 0) variables.push_back(prefix + std::to_string(messages));
+    return variables;
+}
+
+// A program that runs, with the pipe that its output comes through when that is captured.
+struct RunningProgram {
+    pid_t process = -1;
+    Descriptor handle;  // readable when the program has ended
+    Descriptor output;
+    Descriptor messages;
+};
+
+RunningProgram start_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
+    RunningProgram program;
+    SpawnSetup setup;
+    flush_output(dp);
+    const Descriptor input = stacked_input(dp);
+    if (input.open()) setup.redirect(input.number(), STDIN_FILENO);
+    Descriptor output_end;
+    if (output_is_captured(dp)) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) fail_start(dp, errno, path);
+        program.output = Descriptor(ends[0]);
+        output_end = Descriptor(ends[1]);
+        setup.redirect(ends[1], STDOUT_FILENO);
+        setup.redirect(ends[1], STDERR_FILENO);
+    }
+    program.messages = memory_file(MessagesName);
+    // Redirecting a descriptor to itself is how a program is made to inherit it.
+    if (program.messages.open()) setup.redirect(program.messages.number(), program.messages.number());
+
+    const std::vector<std::string> environment = program_environment(program.messages.number());
+    const int error = posix_spawn(&program.process, path.c_str(), &setup.actions, &setup.attributes,
+                                  pointers(words).data(), pointers(environment).data());
+    if (error != 0) fail_start(dp, error, path);
+    program.handle = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, program.process, 0)));
+    return program;
+}
+
+// Brings what the program has written so far to write_output(). False at the end of its output.
+bool take_output(DP *dp, int output) {
+    char buffer[16 * 1024];
+    const ssize_t got = read(output, buffer, sizeof buffer);
+    if (got > 0) write_output(dp, std::string_view(buffer, static_cast<std::size_t>(got)));
+    return got > 0 || (got < 0 && errno == EINTR);
+}
+
+// Until the program has ended. What it left running in the background may hold the pipe open; that is not waited for.
+void capture_output(DP *dp, RunningProgram &program) {
+    pollfd waiting[] = {{program.output.number(), POLLIN, 0}, {program.handle.number(), POLLIN, 0}};
+    bool ended = false;
+    while (program.output.open()) {
+        const int ready = poll(waiting, 2, ended ? 0 : -1);
+        if (ready < 0 && errno != EINTR) break;
+        if (ready > 0 && waiting[0].revents) {
+            if (!take_output(dp, program.output.number())) break;
+            continue;
+        }
+        if (ended) break;
+        ended = ready > 0 && waiting[1].revents;
+    }
+}
+
+int wait_for_end(pid_t process) {
+    int status = 0;
+    while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// The variable may have come through programs that closed the descriptor, and it may be another file's now.
+bool is_messages_file(int file) {
+    char target[64];
+    const std::string link = "/proc/self/fd/" + std::to_string(file);
+    const ssize_t length = readlink(link.c_str(), target, sizeof target);
+    const std::string wanted = std::string("/memfd:") + MessagesName;
+    return length > 0 && std::string_view(target, static_cast<std::size_t>(length)).starts_with(wanted);
+}
+
+std::vector<std::string> split_messages(std::string_view list) {
+    std::vector<std::string> messages;
+    while (!list.empty()) {
+        const std::size_t mark = std::min(list.find(AM), list.size());
+        messages.emplace_back(list.substr(0, mark));
+        list.remove_prefix(std::min(mark + 1, list.size()));
+    }
+    return messages;
+}
+
+bool is_executable(const std::string &path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && access(path.c_str(), X_OK) == 0;
+}
+
+std::optional<std::string> find_in_directories(const char *directories, const std::string &name) {
+    if (!directories) return std::nullopt;
+    for (std::string_view rest = directories; !rest.empty();) {
+        const std::size_t end = std::min(rest.find(':'), rest.size());
+        const std::string path = std::string(rest.substr(0, end)) + "/" + name;
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (path.front() == '/' && end == 0) continue;  // an empty entry
+        if (is_executable(path)) return path;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<std::string> program_words(std::string_view command_line) {
+    std::vector<std::string> words;
+    const char divider = command_line.find(AM) != std::string_view::npos ? AM : ' ';
+    bool in_word = divider == AM;
+    char quote = '\0';
+    std::string word;
+    for (const char byte : command_line) {
+        if (quote ? byte == quote : divider == ' ' && (byte == '"' || byte == '\'')) {
+            quote = quote ? '\0' : byte;
+            in_word = true;
+        } else if (byte == divider && !quote) {
+            if (in_word) words.push_back(std::exchange(word, {}));
+            in_word = divider == AM;
+        } else {
+            word += byte;
+            in_word = true;
+        }
+    }
+    if (in_word) words.push_back(word);
+    return words;
+}
+
+std::optional<std::string> find_program(const std::string &name) {
+    if (name.empty()) return std::nullopt;
+    if (name.find('/') != std::string::npos) return is_executable(name) ? std::optional(name) : std::nullopt;
+    if (auto cataloged = find_in_directories(std::getenv("VBCDEV_BIN"), name)) return cataloged;
+    return find_in_directories(std::getenv("PATH"), name);
+}
+
+CommandOutcome run_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
+    CommandOutcome outcome;
+    RunningProgram program = start_program(dp, path, words);
+    if (program.output.open()) capture_output(dp, program);
+    outcome.exit_code = wait_for_end(program.process);
+    // The break key went to the program as well. Unless it died of it, it has dealt with it.
+    if (outcome.exit_code != 128 + SIGINT) discard_interrupts(dp);
+    if (program.messages.open()) outcome.messages = split_messages(read_from_start(program.messages.number()));
+    return outcome;
+}
+
+void return_messages(const std::vector<std::string> &messages) {
+    const char *variable = std::getenv(MessagesVariable);
+    if (!variable) return;
+    const int file = std::atoi(variable);
+    if (!is_messages_file(file)) return;
+    for (const std::string &message : messages)
+        if (!write_all(file, message + AM)) return;
+}
+
+}  // namespace velda
