@@ -1,0 +1,95 @@
+// fixture.h - conversions as tests write them, a time zone of one's own, tables of cases, and seeds.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "runtime/convert/conversion.h"
+
+namespace velda::test {
+
+inline convert::Converted run(std::string_view value, std::string_view code, convert::Direction direction) {
+    return convert::Conversion(code).run(value, direction);
+}
+
+inline std::string oconv(std::string_view value, std::string_view code) {
+    return run(value, code, convert::Direction::Output).text;
+}
+
+inline std::string iconv(std::string_view value, std::string_view code) {
+    return run(value, code, convert::Direction::Input).text;
+}
+
+inline convert::Status oconv_status(std::string_view value, std::string_view code) {
+    return run(value, code, convert::Direction::Output).status;
+}
+
+inline convert::Status iconv_status(std::string_view value, std::string_view code) {
+    return run(value, code, convert::Direction::Input).status;
+}
+
+inline bool is_bad_code(std::string_view code) {
+    return oconv("123", code) == "\xFF" && iconv("123", code) == "\xFF" &&
+           oconv_status("123", code) == convert::Status::BadCode;
+}
+
+struct Case {
+    std::string_view value;
+    std::string_view code;
+    std::string_view expected;
+};
+
+template <std::size_t N>
+void expect_output(const Case (&cases)[N]) {
+    for (const Case &c : cases) EXPECT_EQ(oconv(c.value, c.code), c.expected) << c.value << " by " << c.code;
+}
+
+template <std::size_t N>
+void expect_input(const Case (&cases)[N]) {
+    for (const Case &c : cases) EXPECT_EQ(iconv(c.value, c.code), c.expected) << c.value << " by " << c.code;
+}
+
+// Sets TZ while it lives.
+class TimeZone {
+  public:
+    explicit TimeZone(const char *zone) {
+        if (const char *before = std::getenv("TZ")) before_ = before;
+        had_one_ = std::getenv("TZ") != nullptr;
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~TimeZone() {
+        if (had_one_)
+            setenv("TZ", before_.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+    TimeZone(const TimeZone &) = delete;
+    TimeZone &operator=(const TimeZone &) = delete;
+
+  private:
+    std::string before_;
+    bool had_one_ = false;
+};
+
+// A generator whose seed is printed, and taken from VELDA_TEST_SEED when that is set.
+inline std::mt19937_64 seeded_random() {
+    const char *given = std::getenv("VELDA_TEST_SEED");
+    const std::uint64_t seed = given ? std::strtoull(given, nullptr, 10) : std::random_device{}();
+    std::printf("seed %llu (VELDA_TEST_SEED)\n", static_cast<unsigned long long>(seed));
+    return std::mt19937_64(seed);
+}
+
+inline std::string random_bytes(std::mt19937_64 &random, std::size_t longest) {
+    std::string bytes(random() % (longest + 1), '\0');
+    for (char &c : bytes) c = static_cast<char>(random());
+    return bytes;
+}
+
+}  // namespace velda::test
