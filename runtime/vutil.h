@@ -4,4 +4,9 @@
 
 #include "runtime/vdefc.h"
 
+#include "runtime/convert/convert.h"
+#ifdef __cplusplus
+#include "runtime/convert/facade.h"
+#endif
+
 #endif
