@@ -7,8 +7,8 @@
 #include <csignal>
 #include <vector>
 
+#include "runtime/base/write_fully.h"
 #include "runtime/print/job.h"
-#include "runtime/terminal/device.h"
 
 extern char **environ;
 

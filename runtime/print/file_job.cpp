@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <charconv>
 
+#include "runtime/base/write_fully.h"
 #include "runtime/print/job.h"
-#include "runtime/terminal/device.h"
 
 namespace velda {
 namespace {

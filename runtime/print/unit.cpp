@@ -1,10 +1,11 @@
 #include "runtime/print/unit.h"
 
+#include <unistd.h>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
-#include "runtime/convert/convert.h"
 #include "runtime/process/context.h"
 #include "runtime/process/output.h"
 #include "runtime/process/process.h"
@@ -23,6 +24,17 @@ int environment_number(const char *name, int otherwise) {
     const char *const value = std::getenv(name);
     const long number = value ? std::strtol(value, nullptr, 10) : 0;
     return number > 0 && number <= 10000 ? static_cast<int>(number) : otherwise;
+}
+
+std::string time_and_date() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    localtime_r(&now, &parts);
+    char text[40];
+    std::strftime(text, sizeof text, "%H:%M:%S %d %b %Y", &parts);
+    std::string result = text;
+    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::toupper(c); });
+    return result;
 }
 
 }  // namespace
@@ -51,10 +63,8 @@ class PrintUnit::Pages : public PageOutput {
 
     PageFacts facts(int number) override {
         const int columns = printer_ ? environment_number("VELDAPRINTWIDTH", DefaultJobColumns) : screen_columns();
-        VAR now;  // "14:05:09 21 NOV 2026"
-        VLibGTIMEDATE_BB(unit_.dp_, &now);
-        const std::string_view text = now.view();
-        return {number, columns, std::string(text.substr(text.find(' ') + 1)), std::string(text)};
+        const std::string now = time_and_date();  // "14:05:09 21 NOV 2026"
+        return {number, columns, now.substr(now.find(' ') + 1), now};
     }
 
     // The line feed of the last line must not scroll a screen's heading away, nor carry a printer past its form feed.
@@ -96,7 +106,7 @@ void PrintUnit::set_footing(const Heading &footing) {
 void PrintUnit::write_to_job(std::string_view bytes) {
     if (bytes.empty()) return;
     if (!job_) {
-        auto begun = begin_print_job({VELDAGetPortNumber(dp_), number_});
+        auto begun = begin_print_job({static_cast<int>(getpid()), number_});
         if (!begun) fail(begun.error());
         job_ = std::move(*begun);
     }

@@ -1,6 +1,4 @@
 // crt.cpp - CRT statements and system messages.
-#include <algorithm>
-
 #include "runtime/config/message.h"
 #include "runtime/process/output.h"
 #include "runtime/terminal/input.h"
@@ -23,19 +21,8 @@ void VLibFCRTN_VB(DP *dp, const VAR *value) {
 
 void VLibFCRTCR(DP *dp) { write_output(dp, "\n"); }
 
-namespace {
-// Callers hand over a message with its parameters divided by either mark.
-std::string divided_by_values(const VAR *message) {
-    std::string text = message->str();
-    std::replace(text.begin(), text.end(), velda::AM, velda::VM);
-    return text;
-}
-}  // namespace
-
-void VLibFPRINTERR_VBB(DP *dp, const VAR *message, const VAR *) {
-    velda::print_message(dp, divided_by_values(message));
-}
+void VLibFPRINTERR_VBB(DP *dp, const VAR *message, const VAR *) { velda::print_message(dp, message->view()); }
 
 void VLibFINPUTERR_VB(DP *dp, const VAR *message) {
-    velda::show_at_foot(dp, velda::format_message(dp, divided_by_values(message)));
+    velda::show_at_foot(dp, velda::format_message(dp, message->view()));
 }

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "runtime/base/write_fully.h"
 #include "runtime/process/context.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
@@ -192,21 +193,6 @@ void set_break_keys(bool enabled) {
 int write_to_terminal(std::string_view bytes) {
     const bool other_than_output = isatty(Output) != 1 && isatty(Input) == 1;
     return write_fully(other_than_output ? Input : Output, bytes);
-}
-
-int write_fully(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
-        if (written > 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (written < 0 && errno == EAGAIN) {
-            pollfd room{file, POLLOUT, 0};
-            poll(&room, 1, LongestSleepMilliseconds);
-        } else if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
 }
 
 }  // namespace velda

@@ -74,7 +74,4 @@ void set_break_keys(bool enabled);
 // terminal that keys come from, else to standard output after all. Gives 0 or the error number.
 int write_to_terminal(std::string_view bytes);
 
-// Writes all of `bytes` to an open file, going on after interruptions. Returns 0 or the error number.
-int write_fully(int file, std::string_view bytes);
-
 }  // namespace velda
