@@ -9,6 +9,9 @@
 
 #include "runtime/vdefc.h"
 
+struct passwd;
+struct group;
+
 #ifdef __cplusplus
 #define VELDA_NORETURN [[noreturn]]
 extern "C" {
@@ -192,6 +195,54 @@ typedef void (*VELDADebugTrap)(DP *dp, int error, const char *text);
 
 // Sets the debug trap and returns the one before.
 VELDA_EXPORT VELDADebugTrap VRunADebugSetTrap(DP *dp, VELDADebugTrap handler);
+
+// --- SYSTEM(n) and @-variables --------------------------------------------------------------------------------------
+
+// SYSTEM(number). A number that means nothing here gives 0.
+VELDA_EXPORT VAR *VLibESYSTEM_BBI(DP *dp, VAR *target, int number);
+
+// The cell of an @-variable: 5 the key ctrl-F, 15 the login user name, 18, 19 and 20 the key, record and file name that
+// an expression is evaluated for (they keep what is stored in them), 24 the key ctrl-D, 31 the process id, 38 the
+// sentence. Any other number gives an empty cell. The cell is the context's; its value may change at the next call.
+VELDA_EXPORT VAR *VLibEATFUNC_BI(DP *dp, int number);
+
+// --- environment, users, waits, log ---------------------------------------------------------------------------------
+
+// The value of an environment variable, "" when it is not set. The first gives 1 when it is set, else 0.
+VELDA_EXPORT int VLibEGETENV_IBB(DP *dp, const VAR *name, VAR *target);
+VELDA_EXPORT VAR *VLibEGETENV_BBB(DP *dp, VAR *target, const VAR *name);
+// Sets a variable from "NAME=value". 1 when done, 0 for a text of another form.
+VELDA_EXPORT int VLibEPUTENV_IB(DP *dp, const VAR *assignment);
+// The same from plain text: 0 when done, else 22.
+VELDA_EXPORT int VELDAputenv(DP *dp, const char *assignment);
+// Null when it is not set. Valid until the variable is set again.
+VELDA_EXPORT const char *VELDAgetenv(DP *dp, const char *name);
+
+// The current directory. 1 when done, 0 (and "") when it has been removed.
+VELDA_EXPORT int VLibEGETCWD_IB(DP *dp, VAR *target);
+
+VELDA_EXPORT int VELDAgetpid(DP *dp);
+
+// A user or group of the operating system, null when there is none of that name. Valid until the context's next call.
+VELDA_EXPORT struct passwd *VELDAgetpwnam(DP *dp, const char *name);
+VELDA_EXPORT struct group *VELDAgetgrnam(DP *dp, const char *name);
+
+// 1 when the process has the superuser's rights, else 0.
+VELDA_EXPORT int VeldaIsAdminUser(DP *dp);
+
+// Waits so many seconds (a cell may hold a fraction) or milliseconds. The break key ends the wait: the command with it,
+// or only the wait when a trap is set and returns. The second form gives the whole seconds that were left then, else 0.
+VELDA_EXPORT void VLibESLEEP_VB(DP *dp, const VAR *seconds);
+VELDA_EXPORT int VLibESLEEP_II(DP *dp, int seconds);
+VELDA_EXPORT void VLibEMSLEEP_VB(DP *dp, const VAR *milliseconds);
+
+#define VELDA_SYSTEM_LOG (-1)
+
+// Writes to a log. For the set VELDA_SYSTEM_LOG, the system's log `log/system.log` in the global directory: `size`
+// bytes of text become one line with time (UTC), port, user and process id, whole also when many processes write; file
+// and offset are 0. Other sets are the journal's: 2, absent, while no journal is configured. 0 when done, else the
+// error number.
+VELDA_EXPORT int VELDAWriteLogFile(DP *dp, int set, int file, int64_t offset, const void *buffer, int size);
 
 #ifdef __cplusplus
 }
