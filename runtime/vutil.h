@@ -4,9 +4,14 @@
 
 #include "runtime/vdefc.h"
 
+#include "runtime/config/config.h"
 #include "runtime/convert/convert.h"
+#include "runtime/memory/memory.h"
+#include "runtime/process/process.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
+#include "runtime/process/facade.h"
+#include "runtime/process/subroutine.h"
 #endif
 
 #endif
