@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "runtime/lock/record_lock.h"
+#include "runtime/lock/lock_table.h"
 
 namespace velda {
 
@@ -18,7 +18,7 @@ std::uint64_t folded_product(std::uint64_t a, std::uint64_t b) {
 
 std::uint64_t load_word(const char *from, std::size_t size_bytes) {
     std::uint64_t word = 0;
-    std::memcpy(&word, from, size_bytes);
+    if (size_bytes != 0) std::memcpy(&word, from, size_bytes);
     return word;
 }
 
@@ -31,6 +31,11 @@ std::uint64_t lock_hash(std::string_view key) {
     for (; left > 8; at += 8, left -= 8) hash = folded_product(hash ^ load_word(at, 8), Spread2);
     hash = folded_product(hash ^ load_word(at, left), Spread2);
     return folded_product(hash, Spread1);
+}
+
+std::uint64_t lock::hash_of(const LockName &name) {
+    const std::uint64_t file = folded_product(name.file.inode ^ Spread1, name.file.device ^ Spread2);
+    return folded_product(lock_hash(name.key) ^ file, Spread1 + static_cast<std::uint64_t>(name.kind));
 }
 
 }  // namespace velda

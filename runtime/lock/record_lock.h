@@ -92,8 +92,7 @@ struct LockOwnerInfo {
 };
 Result<std::vector<LockOwnerInfo>> all_lock_owners();
 
-// The hash by which a key is found: the same in every process and on every machine. Not a promise of identity: the
-// table compares keys.
+// The hash by which a key is found, the same in every process. Not an identity: the table compares whole keys.
 std::uint64_t lock_hash(std::string_view key);
 
 }  // namespace velda

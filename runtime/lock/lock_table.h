@@ -1,0 +1,176 @@
+// lock_table.h - the locks of a system in shared memory. Private to the runtime's lock and port folders.
+//
+// A lock's name (kind, file, key) has a hash; its first byte picks a stripe, which has a mutex, a bucket array and the
+// blocks of its locks. An owner is a slot of the segment together with the owner's own list of its locks. Nobody waits
+// for a lock while holding a stripe's mutex; who must wait joins the queue of the entry and sleeps on its slot's word.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/lock/record_lock.h"
+#include "runtime/lock/segment.h"
+
+namespace velda::lock {
+
+struct LockName {
+    LockKind kind = LockKind::Record;
+    store::FileIdentity file;
+    std::string_view key;
+};
+std::uint64_t hash_of(const LockName &name);
+constexpr std::size_t stripe_of(std::uint64_t hash) { return hash >> 56; }
+static_assert(StripeCount == 256);
+
+// The class of the smallest block that holds an entry with such a key.
+std::size_t size_class_for(std::size_t key_bytes);
+
+// A registered owner, in the process that it lives in. Used by its own thread only.
+struct Owner {
+    OwnerId id = 0;
+    OwnerSlot *slot = nullptr;
+    std::vector<Unit> held;  // its locks; Entry::owner_position is the index here
+};
+
+// What an attempt came to.
+struct Attempt {
+    LockResult result = LockResult::Granted;
+    bool was_held = false;
+    OwnerId holder = 0;      // Busy
+    LockOwner holder_shown;  // Busy
+    bool first_in_line = false;
+    Error error;  // Failed
+};
+
+// The reason to give up a wait, asked before each sleep, and a word that changes when the answer may have changed.
+struct WaitControl {
+    std::function<bool()> interrupted;
+    std::atomic<std::uint32_t> *event_counter = nullptr;
+};
+
+class LockTable {
+  public:
+    static Result<std::unique_ptr<LockTable>> attach(const std::string &path);
+
+    // Makes the calling thread an owner. `context` tells owners of one process apart in reports.
+    Result<Owner> register_owner(pid_t pid, std::uint32_t context);
+    // Releases everything and gives the slot back.
+    void retire(Owner &owner);
+    // False when the owner was taken for dead and reaped: its thread ended while its context lived on.
+    bool is_registered(const Owner &owner) const;
+
+    Attempt take(Owner &owner, const LockName &name);
+    Attempt take_waiting(Owner &owner, const LockName &name, const WaitControl &control);
+    bool release(Owner &owner, const LockName &name);
+    // Releases the owner's locks that `chosen` picks; it may look at nothing but the entry's name.
+    void release_if(Owner &owner, const std::function<bool(const Entry &)> &chosen);
+
+    bool holds(const Owner &owner, const LockName &name);
+    // The living holder.
+    std::optional<OwnerId> holder(const LockName &name);
+    LockOwner shown(OwnerId id) const;
+    OwnerSlot *slot_of_owner(OwnerId id) const;
+
+    // Drops what the dead held.
+    void reap_all();
+    std::vector<LockInfo> all_locks();
+    std::vector<LockOwnerInfo> all_owners();
+
+    // Checks what must hold in every stripe: "" or the first fault found, in words.
+    std::string find_fault();
+
+    const std::string &path() const { return segment_->path(); }
+
+  private:
+    // Owners to be woken once no stripe is held: declare it before the guard. What it has no room for is woken at once.
+    class WakeList {
+      public:
+        WakeList() = default;
+        ~WakeList();
+        WakeList(const WakeList &) = delete;
+        WakeList &operator=(const WakeList &) = delete;
+        void add(OwnerSlot &slot);
+
+      private:
+        OwnerSlot *slots_[4];
+        std::size_t count_ = 0;
+    };
+
+    // Holds a stripe's mutex. When the last holder died with it, the stripe is rebuilt first.
+    class StripeGuard {
+      public:
+        StripeGuard(LockTable &table, std::size_t number);
+        ~StripeGuard() { pthread_mutex_unlock(&stripe.mutex); }
+        StripeGuard(const StripeGuard &) = delete;
+        StripeGuard &operator=(const StripeGuard &) = delete;
+        Stripe &stripe;
+    };
+
+    // Calls `visit` with every block of the stripe's extents and its size class.
+    template <class Visit>
+    static void for_each_block(const Stripe &stripe, Visit visit) {
+        for (const auto &place : stripe.extents) {
+            const Extent extent = place.load(std::memory_order_acquire);
+            if (!extent.used) return;
+            const std::uint32_t units = block_units(extent.size_class);
+            const Unit first = extent.page * static_cast<Unit>(UnitsPerPage);
+            const Unit blocks = extent.pages * static_cast<Unit>(UnitsPerPage) / units;
+            for (Unit i = 0; i < blocks; ++i) visit(first + i * units, std::size_t{extent.size_class});
+        }
+    }
+
+    explicit LockTable(std::unique_ptr<Segment> segment) : segment_(std::move(segment)) {}
+
+    // --- one stripe, its mutex held (lock_table.cpp) ---
+    Unit find(const Stripe &stripe, const LockName &name, std::uint64_t hash) const;
+    Attempt insert(Stripe &stripe, const LockName &name, std::uint64_t hash, Owner &owner);
+    void fill(Entry &entry, const LockName &name, std::uint64_t hash);
+    void link(Stripe &stripe, Unit unit);
+    void unlink(Stripe &stripe, Unit unit);
+    void pass_on(Stripe &stripe, Unit unit, WakeList &wakes);
+    bool pass_to_first(Entry &entry, WakeList &wakes);
+    void enqueue(Entry &entry, Unit unit, Owner &owner);
+    void dequeue(OwnerSlot &slot, WakeList &wakes);
+
+    // --- an owner's road through them (lock_table.cpp) ---
+    enum class WhenBusy { GiveUp, Queue };
+    Attempt attempt(Owner &owner, const LockName &name, std::uint64_t hash, WhenBusy when_busy);
+    Attempt found_held(Owner &owner, Unit unit);
+    Attempt found_busy(Owner &owner, Unit unit, WhenBusy when_busy);
+    bool withdraw(Owner &owner);
+    void forget_held(Owner &owner, Unit unit);
+    void sleep_in_line(Owner &owner, std::uint32_t wakes_seen, const Attempt &busy, const WaitControl &control,
+                       std::uint32_t events_seen);
+    bool is_orphan(const Entry &entry) const;
+    OwnerSlot &waiter(std::uint16_t slot_and_one) const { return segment_->owner(slot_and_one - 1u); }
+
+    // --- blocks of a stripe (lock_blocks.cpp) ---
+    Result<Unit> allocate_block(Stripe &stripe, std::size_t size_class);
+    void free_block(Stripe &stripe, Unit unit);
+    Result<void> add_extent(Stripe &stripe, std::size_t size_class);
+    Result<void> make_room_in_buckets(Stripe &stripe);
+    std::uint32_t &bucket_of(Buckets buckets, std::uint64_t hash) const;
+
+    // --- reports (lock_report.cpp) ---
+    LockInfo describe(const Entry &entry) const;
+    std::string fault_in_chains(const Stripe &stripe, std::size_t stripe_number) const;
+    std::string fault_in_blocks(const Stripe &stripe) const;
+    std::string fault_in_queue(const Entry &entry, Unit unit) const;
+
+    // --- the dead (lock_repair.cpp) ---
+    void rebuild(std::size_t stripe_number) noexcept;
+    void rebuild_chains(Stripe &stripe);
+    void rebuild_queues(std::size_t stripe_number);
+    void requeue(OwnerSlot &slot);
+    bool reap_if_dead(OwnerId id);
+    void reap_slot(OwnerSlot &slot);
+    void reap_stripe(std::size_t stripe_number, OwnerId id);
+
+    std::unique_ptr<Segment> segment_;
+};
+
+}  // namespace velda::lock

@@ -1,0 +1,63 @@
+// segment.h - the mapped file that holds the lock table: attaching to it and giving out its pages. Private to the
+// folder.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "runtime/base/result.h"
+#include "runtime/lock/lock_layout.h"
+
+namespace velda::lock {
+
+// The file is mapped whole and once: the mapping reaches far beyond the end of the file, so that pages which any
+// process adds can be used by all at once. A page is given storage before it is used, so a full disk is an error and
+// not a signal.
+class Segment {
+  public:
+    // Maps the segment at `path`, making it when it is missing. A segment that no living process uses is made anew: it
+    // may be left over from before a reboot, from another version, or be damaged, and it has nothing worth keeping.
+    static Result<std::unique_ptr<Segment>> attach(const std::string &path);
+    ~Segment();
+    Segment(const Segment &) = delete;
+    Segment &operator=(const Segment &) = delete;
+
+    SegmentHeader &header() const { return *at<SegmentHeader>(0); }
+    Stripe &stripe(std::size_t number) const { return at<Stripe>(StripesOffset)[number]; }
+    OwnerSlot &owner(std::size_t slot) const { return at<OwnerSlot>(OwnersOffset)[slot]; }
+    Entry &entry(Unit unit) const { return *at<Entry>(std::size_t{unit} * UnitBytes); }
+    std::uint32_t *bucket_array(std::uint32_t page) const { return at<std::uint32_t>(std::size_t{page} * PageBytes); }
+    bool has_unit(Unit unit) const;
+
+    // Slots [0, count) can be used; the caller asks before it looks at one.
+    std::size_t owner_slots_ready() const { return header().owner_slots_ready.load(std::memory_order_acquire); }
+    // Makes one more group of slots ready, unless there are already more than `known`.
+    Result<void> add_owner_slots(std::size_t known);
+
+    // The first of `count` fresh pages, filled with zeros; an error when the disk or the mapping is full.
+    Result<std::uint32_t> reserve_pages(std::uint32_t count);
+
+    const std::string &path() const { return path_; }
+
+  private:
+    Segment(std::string path, int file, char *base) : path_(std::move(path)), file_(file), base_(base) {}
+
+    template <class T>
+    T *at(std::size_t offset) const {
+        return reinterpret_cast<T *>(base_ + offset);
+    }
+    Result<void> give_storage(std::size_t offset, std::size_t size_bytes);
+    bool is_current() const;
+    bool anyone_lives() const;
+    Result<void> format();
+    Result<bool> join();
+
+    std::string path_;
+    int file_;
+    char *base_;
+};
+
+// Prepares a mutex that processes share and that survives its holder.
+void make_robust(pthread_mutex_t &mutex);
+
+}  // namespace velda::lock
