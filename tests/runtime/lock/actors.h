@@ -2,9 +2,9 @@
 //
 //   one: lock K | two: lock K -> waits | one: release K | two: granted
 //
-// Each name is a session of its own: a forked process, or a thread with its own context when the name begins with "thread". It
-// gets its commands through a pipe and answers through another. A step is a command with the answer expected after "->"
-// (without one the command must succeed), or just the answer that an earlier "waits" comes to.
+// Each name is a session of its own: a forked process, or a thread with its own context when the name begins with
+// "thread". It gets its commands through a pipe and answers through another. A step is a command with the answer
+// expected after "->" (without one the command must succeed), or just the answer that an earlier "waits" comes to.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,20 +30,22 @@ namespace velda::test {
 inline constexpr store::FileIdentity TestFile{7, 11};
 inline constexpr store::FileIdentity OtherFile{7, 12};
 
-inline std::string word_of(const LockOutcome &outcome)
-{
+inline std::string word_of(const LockOutcome &outcome) {
     switch (outcome.result) {
-    case LockResult::Granted: return "granted";
-    case LockResult::Busy: return "busy";
-    case LockResult::Interrupted: return "interrupted";
-    case LockResult::Failed: break;
+        case LockResult::Granted:
+            return "granted";
+        case LockResult::Busy:
+            return "busy";
+        case LockResult::Interrupted:
+            return "interrupted";
+        case LockResult::Failed:
+            break;
     }
     return "failed: " + outcome.error.message;
 }
 
 // Carries out one command in the session of `dp`.
-inline std::string perform(DP *dp, const std::string &command)
-{
+inline std::string perform(DP *dp, const std::string &command) {
     std::istringstream words(command);
     std::string verb, key;
     words >> verb >> key;
@@ -60,8 +62,7 @@ inline std::string perform(DP *dp, const std::string &command)
 
 class Actor {
   public:
-    explicit Actor(bool in_thread)
-    {
+    explicit Actor(bool in_thread) {
         if (pipe(commands_) != 0 || pipe(answers_) != 0) throw std::runtime_error("pipe");
         if (in_thread) {
             thread_ = std::thread([this] { serve(); });
@@ -74,8 +75,7 @@ class Actor {
             _exit(0);
         }
     }
-    ~Actor()
-    {
+    ~Actor() {
         if (pid_ > 0) kill_it();
         close(commands_[1]);
         if (thread_.joinable()) thread_.join();
@@ -84,14 +84,12 @@ class Actor {
         close(answers_[1]);
     }
 
-    void send(const std::string &command)
-    {
+    void send(const std::string &command) {
         const std::string line = command + "\n";
         ASSERT_EQ(write(commands_[1], line.data(), line.size()), static_cast<ssize_t>(line.size()));
     }
     // The next answer, "" when none comes in time.
-    std::string answer(std::chrono::milliseconds limit)
-    {
+    std::string answer(std::chrono::milliseconds limit) {
         std::string line;
         pollfd poller{answers_[0], POLLIN, 0};
         for (char byte = 0;;) {
@@ -101,8 +99,7 @@ class Actor {
         }
     }
     void signal(int number) const { ::kill(pid_, number); }
-    void kill_it()
-    {
+    void kill_it() {
         ::kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
         pid_ = -1;
@@ -111,8 +108,7 @@ class Actor {
 
   private:
     // One session: its context lives as long as it is commanded.
-    void serve()
-    {
+    void serve() {
         DP dp;
         std::string command;
         for (char byte = 0; read(commands_[0], &byte, 1) == 1;) {
@@ -137,8 +133,7 @@ class Interleaving : public testing::Test {
   protected:
     static constexpr std::chrono::seconds Patience{5};
 
-    void run(const std::string &script)
-    {
+    void run(const std::string &script) {
         std::istringstream steps(script);
         for (std::string step; std::getline(steps, step, '|') && !HasFatalFailure();) {
             SCOPED_TRACE("step '" + trimmed(step) + "'");
@@ -146,31 +141,28 @@ class Interleaving : public testing::Test {
         }
     }
 
-    Actor &actor(const std::string &name)
-    {
+    Actor &actor(const std::string &name) {
         auto &found = actors_[name];
         if (!found) found = std::make_unique<Actor>(name.starts_with("thread"));
         return *found;
     }
 
     // How many sessions wait in some queue now.
-    static std::size_t waiting_sessions()
-    {
+    static std::size_t waiting_sessions() {
         const auto owners = all_lock_owners();
-        return owners ? std::count_if(owners->begin(), owners->end(), [](const LockOwnerInfo &o) { return o.waits; }) : 0;
+        return owners ? std::count_if(owners->begin(), owners->end(), [](const LockOwnerInfo &o) { return o.waits; })
+                      : 0;
     }
 
     ScratchSystem system_;
 
   private:
-    static std::string trimmed(const std::string &text)
-    {
+    static std::string trimmed(const std::string &text) {
         const auto first = text.find_first_not_of(' ');
         return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
     }
 
-    void run_step(const std::string &step)
-    {
+    void run_step(const std::string &step) {
         const auto colon = step.find(": ");
         const std::string name = step.substr(0, colon);
         const std::string text = step.substr(colon + 2);
@@ -187,8 +179,7 @@ class Interleaving : public testing::Test {
         }
     }
 
-    void run_command(const std::string &name, const std::string &text)
-    {
+    void run_command(const std::string &name, const std::string &text) {
         const auto arrow = text.find(" -> ");
         const std::string expected = arrow == std::string::npos ? "" : text.substr(arrow + 4);
         const std::size_t waiting = waiting_sessions();
@@ -201,8 +192,7 @@ class Interleaving : public testing::Test {
             EXPECT_TRUE(answer == "granted" || answer == "released" || answer == "yes") << answer;
     }
 
-    static void expect_one_more_waits(std::size_t before)
-    {
+    static void expect_one_more_waits(std::size_t before) {
         const auto end = std::chrono::steady_clock::now() + Patience;
         while (waiting_sessions() != before + 1 && std::chrono::steady_clock::now() < end)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));

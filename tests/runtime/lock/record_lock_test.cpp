@@ -11,39 +11,33 @@ TEST_F(RecordLock, AFreeRecordIsGranted) { run("one: lock K"); }
 
 TEST_F(RecordLock, ARecordLockedByAnotherProcessIsBusy) { run("one: lock K | two: try K -> busy"); }
 
-TEST_F(RecordLock, AWaiterIsGrantedAtTheRelease)
-{
+TEST_F(RecordLock, AWaiterIsGrantedAtTheRelease) {
     run("one: lock K | two: lock K -> waits | one: release K | two: granted | one: try K -> busy");
 }
 
-TEST_F(RecordLock, WaitersAreServedFirstComeFirstServed)
-{
+TEST_F(RecordLock, WaitersAreServedFirstComeFirstServed) {
     run("one: lock K | two: lock K -> waits | three: lock K -> waits | four: lock K -> waits |"
         "one: release K | two: granted | three: still waits | four: still waits |"
         "two: release K | three: granted | four: still waits | three: release K | four: granted");
 }
 
-TEST_F(RecordLock, WhoReleasesAndLocksAgainStandsBehindTheWaiters)
-{
+TEST_F(RecordLock, WhoReleasesAndLocksAgainStandsBehindTheWaiters) {
     run("one: lock K | two: lock K -> waits | one: release K | one: lock K -> waits | two: granted | one: still waits |"
         "two: release K | one: granted");
 }
 
-TEST_F(RecordLock, TheSameOwnerIsGrantedAgainWithoutCounting)
-{
+TEST_F(RecordLock, TheSameOwnerIsGrantedAgainWithoutCounting) {
     run("one: lock K | one: lock K | one: try K | one: release K | one: release K -> not held | two: try K");
 }
 
-TEST_F(RecordLock, OtherKeysAndOtherFilesAreOtherLocks)
-{
+TEST_F(RecordLock, OtherKeysAndOtherFilesAreOtherLocks) {
     run("one: lock K | two: try L | two: try KK");
     DP dp;
     EXPECT_TRUE(lock_record(&dp, OtherFile, "K", Wait::No).granted());
     EXPECT_EQ(lock_record(&dp, TestFile, "K", Wait::No).result, LockResult::Busy);
 }
 
-TEST_F(RecordLock, BusyNamesTheHolder)
-{
+TEST_F(RecordLock, BusyNamesTheHolder) {
     run("one: lock K");
     DP dp;
     const LockOutcome outcome = lock_record(&dp, TestFile, "K", Wait::No);
@@ -55,20 +49,17 @@ TEST_F(RecordLock, BusyNamesTheHolder)
 
 TEST_F(RecordLock, OnlyTheHolderReleases) { run("one: lock K | two: release K -> not held | three: try K -> busy"); }
 
-TEST_F(RecordLock, ReleaseAllFreesEveryLockOfTheOwnerAndNoOther)
-{
+TEST_F(RecordLock, ReleaseAllFreesEveryLockOfTheOwnerAndNoOther) {
     run("one: lock A | one: lock B | one: exec 5 | two: lock C | one: releaseall |"
         "three: try A | three: try B | three: tryexec 5 | three: try C -> busy");
 }
 
-TEST_F(RecordLock, TwoContextsOfOneProcessAreTwoOwners)
-{
+TEST_F(RecordLock, TwoContextsOfOneProcessAreTwoOwners) {
     run("thread1: lock K | thread2: try K -> busy | thread2: release K -> not held | thread2: lock K -> waits |"
         "thread1: release K | thread2: granted");
 }
 
-TEST_F(RecordLock, AContextThatEndsFreesItsLocks)
-{
+TEST_F(RecordLock, AContextThatEndsFreesItsLocks) {
     DP other;
     {
         DP dp;
@@ -78,8 +69,7 @@ TEST_F(RecordLock, AContextThatEndsFreesItsLocks)
     EXPECT_TRUE(lock_record(&other, TestFile, "K", Wait::No).granted());
 }
 
-TEST_F(RecordLock, AForkedChildIsANewOwner)
-{
+TEST_F(RecordLock, AForkedChildIsANewOwner) {
     DP dp;
     ASSERT_TRUE(lock_record(&dp, TestFile, "K", Wait::No).granted());
     const pid_t child = fork();
@@ -97,8 +87,7 @@ TEST_F(RecordLock, AForkedChildIsANewOwner)
     EXPECT_TRUE(lock_record(&dp, TestFile, "L", Wait::No).granted());  // the child's locks ended with it
 }
 
-TEST_F(RecordLock, KeysToSixtyFourKilobytesAreExact)
-{
+TEST_F(RecordLock, KeysToSixtyFourKilobytesAreExact) {
     DP one, two;
     std::string key(65536, 'k');
     ASSERT_TRUE(lock_record(&one, TestFile, key, Wait::No).granted());
@@ -108,25 +97,23 @@ TEST_F(RecordLock, KeysToSixtyFourKilobytesAreExact)
     EXPECT_TRUE(unlock_record(&two, TestFile, key));
 }
 
-TEST_F(RecordLock, ALongerKeyIsRefusedByName)
-{
+TEST_F(RecordLock, ALongerKeyIsRefusedByName) {
     DP dp;
     const LockOutcome outcome = lock_record(&dp, TestFile, std::string(65537, 'k'), Wait::No);
     ASSERT_EQ(outcome.result, LockResult::Failed);
     EXPECT_EQ(outcome.error.message, "cannot lock a key of 65537 bytes: the longest has 65536");
 }
 
-TEST_F(RecordLock, KeysOfAnyBytesAndTheEmptyKeyWork)
-{
+TEST_F(RecordLock, KeysOfAnyBytesAndTheEmptyKeyWork) {
     DP one, two;
-    for (const std::string &key : {std::string(), std::string(1, '\0'), std::string(2, '\0'), std::string("a\xFE\xFD")}) {
+    for (const std::string &key :
+         {std::string(), std::string(1, '\0'), std::string(2, '\0'), std::string("a\xFE\xFD")}) {
         EXPECT_TRUE(lock_record(&one, TestFile, key, Wait::No).granted());
         EXPECT_EQ(lock_record(&two, TestFile, key, Wait::No).result, LockResult::Busy);
     }
 }
 
-TEST_F(RecordLock, ReportsShowHolderWaitersKindAndTime)
-{
+TEST_F(RecordLock, ReportsShowHolderWaitersKindAndTime) {
     run("one: lock K | two: lock K -> waits | three: lock K -> waits | one: exec 9");
     const auto locks = all_locks();
     ASSERT_TRUE(locks);
@@ -145,8 +132,7 @@ TEST_F(RecordLock, ReportsShowHolderWaitersKindAndTime)
     EXPECT_EQ(execution.holder.pid, actor("one").pid());
 }
 
-TEST_F(RecordLock, OtherHolderDoesNotNameTheAsker)
-{
+TEST_F(RecordLock, OtherHolderDoesNotNameTheAsker) {
     DP one, two;
     ASSERT_TRUE(lock_record(&one, TestFile, "K", Wait::No).granted());
     EXPECT_FALSE(other_holder(&one, TestFile, "K"));
@@ -155,8 +141,7 @@ TEST_F(RecordLock, OtherHolderDoesNotNameTheAsker)
     EXPECT_FALSE(other_holder(&two, TestFile, "L"));
 }
 
-TEST_F(RecordLock, UnlockFileFreesTheLocksOfOneFile)
-{
+TEST_F(RecordLock, UnlockFileFreesTheLocksOfOneFile) {
     DP one, two;
     ASSERT_TRUE(lock_record(&one, TestFile, "K", Wait::No).granted());
     ASSERT_TRUE(lock_record(&one, OtherFile, "K", Wait::No).granted());
@@ -165,31 +150,30 @@ TEST_F(RecordLock, UnlockFileFreesTheLocksOfOneFile)
     EXPECT_EQ(lock_record(&two, OtherFile, "K", Wait::No).result, LockResult::Busy);
 }
 
-// --- death -----------------------------------------------------------------------------------------------------------------
+// --- death
+// -----------------------------------------------------------------------------------------------------------------
 
 TEST_F(RecordLock, AKilledHoldersLockIsFree) { run("one: lock K | one: killed | two: try K"); }
 
-TEST_F(RecordLock, AKilledHoldersLockGoesToTheNextInLine)
-{
+TEST_F(RecordLock, AKilledHoldersLockGoesToTheNextInLine) {
     const auto begin = std::chrono::steady_clock::now();
-    run("one: lock K | two: lock K -> waits | three: lock K -> waits | one: killed | two: granted | three: still waits |"
+    run("one: lock K | two: lock K -> waits | three: lock K -> waits | one: killed | two: granted | three: still waits "
+        "|"
         "two: killed | three: granted");
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(900));
 }
 
-TEST_F(RecordLock, AKilledWaiterLosesItsPlace)
-{
+TEST_F(RecordLock, AKilledWaiterLosesItsPlace) {
     run("one: lock K | two: lock K -> waits | three: lock K -> waits | two: killed | one: release K | three: granted");
 }
 
-TEST_F(RecordLock, AllLocksOfAKilledHolderGoToTheirWaiters)
-{
-    run("one: lock A | one: lock B | one: lock C | two: lock A -> waits | three: lock B -> waits | four: lock C -> waits |"
+TEST_F(RecordLock, AllLocksOfAKilledHolderGoToTheirWaiters) {
+    run("one: lock A | one: lock B | one: lock C | two: lock A -> waits | three: lock B -> waits | four: lock C -> "
+        "waits |"
         "one: killed | two: granted | three: granted | four: granted");
 }
 
-TEST_F(RecordLock, AThreadThatEndsLosesItsContextsLocks)
-{
+TEST_F(RecordLock, AThreadThatEndsLosesItsContextsLocks) {
     DP kept;
     std::thread([&] { ASSERT_TRUE(lock_record(&kept, TestFile, "K", Wait::No).granted()); }).join();
     DP other;
