@@ -6,10 +6,12 @@
 
 #include "runtime/config/config.h"
 #include "runtime/convert/convert.h"
+#include "runtime/crypt/crypt.h"
 #include "runtime/memory/memory.h"
 #include "runtime/process/process.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
+#include "runtime/crypt/facade.h"
 #include "runtime/process/facade.h"
 #include "runtime/process/subroutine.h"
 #endif

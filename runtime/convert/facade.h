@@ -2,8 +2,7 @@
 #pragma once
 
 #include "runtime/convert/convert.h"
-
-extern "C" VELDA_EXPORT DP *velda_getdp(void);
+#include "runtime/process/process.h"
 
 namespace velda {
 

@@ -1,15 +1,15 @@
-// fixture.h - conversions as tests write them, a time zone of one's own, tables of cases, and seeds.
+// fixture.h - conversions as tests write them, tables of cases, and a time zone of one's own.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
-#include <random>
 #include <string>
 #include <string_view>
 
 #include "runtime/convert/conversion.h"
+#include "tests/support/seed.h"
 
 namespace velda::test {
 
@@ -77,19 +77,5 @@ class TimeZone {
     std::string before_;
     bool had_one_ = false;
 };
-
-// A generator whose seed is printed, and taken from VELDA_TEST_SEED when that is set.
-inline std::mt19937_64 seeded_random() {
-    const char *given = std::getenv("VELDA_TEST_SEED");
-    const std::uint64_t seed = given ? std::strtoull(given, nullptr, 10) : std::random_device{}();
-    std::printf("seed %llu (VELDA_TEST_SEED)\n", static_cast<unsigned long long>(seed));
-    return std::mt19937_64(seed);
-}
-
-inline std::string random_bytes(std::mt19937_64 &random, std::size_t longest) {
-    std::string bytes(random() % (longest + 1), '\0');
-    for (char &c : bytes) c = static_cast<char>(random());
-    return bytes;
-}
 
 }  // namespace velda::test
