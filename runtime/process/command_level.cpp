@@ -8,6 +8,7 @@
 #include "runtime/process/call_by_name.h"
 #include "runtime/process/context.h"
 #include "runtime/process/data_stack.h"
+#include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
 #include "runtime/process/process.h"
 #include "runtime/process/stop.h"
@@ -30,9 +31,11 @@ class LevelScope {
         levels_of(dp).push_back(std::make_unique<CommandLevel>());
         current_level(dp).command_line = command_words(sentence);
         callers_input_ = dp->state<DataStack>().hand_over();
+        break_key_was_enabled_ = break_key_enabled(dp);
     }
     ~LevelScope() {
         dp_->state<DataStack>().take_back(std::move(callers_input_));
+        if (break_key_enabled(dp_) != break_key_was_enabled_) enable_break_key(dp_, break_key_was_enabled_);
         levels_of(dp_).pop_back();
     }
     LevelScope(const LevelScope &) = delete;
@@ -42,6 +45,7 @@ class LevelScope {
     DP *dp_;
     CurrentContext current_;
     DataStack callers_input_;
+    bool break_key_was_enabled_;
 };
 
 // The boundary of a command: every way in which `body` can end becomes an outcome.

@@ -85,7 +85,9 @@ int VLibCPERFORM_IIBBBBBBB(DP *dp, int, const VAR *command, VAR *returning, VAR 
     const velda::CommandOutcome outcome = velda::execute(dp, command_line, capturing);
     if (returning) *returning = VAR(velda::returned_messages(outcome));
     dp->last_error = outcome.return_code.value_or(outcome.exit_code);
-    if (const int signal_number = velda::session_end_signal()) throw velda::CommandExit(128 + signal_number);
+    // The session was told to end while the command ran: so does the command that executed it.
+    const int signal_number = velda::session_end_signal();
+    if (signal_number != 0 && velda::command_depth(dp) > 0) throw velda::CommandExit(128 + signal_number);
     return outcome.exit_code;
 }
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -169,6 +170,7 @@ RunningProgram start_program(DP *dp, const std::string &path, const std::vector<
                                   pointers(words).data(), pointers(environment).data());
     if (error != 0) fail_start(dp, error, path);
     program.handle = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, program.process, 0)));
+    assert(program.handle.open());
     return program;
 }
 
@@ -180,23 +182,51 @@ bool take_output(DP *dp, int output) {
     return got > 0 || (got < 0 && errno == EINTR);
 }
 
-// Until the program has ended. What it left running in the background may hold the pipe open; that is not waited for.
-void capture_output(DP *dp, RunningProgram &program) {
-    pollfd waiting[] = {{program.output.number(), POLLIN, 0}, {program.handle.number(), POLLIN, 0}};
-    bool ended = false;
-    while (program.output.open()) {
-        const int ready = poll(waiting, 2, ended ? 0 : -1);
-        if (ready < 0 && errno != EINTR) break;
-        if (ready > 0 && waiting[0].revents) {
-            if (!take_output(dp, program.output.number())) break;
-            continue;
+// What this process is told to do while the program has its place, the program is told too.
+class SignalForwarder {
+  public:
+    explicit SignalForwarder(pid_t process) : process_(process) {}
+
+    void look() {
+        if (const unsigned breaks = sent_break_count(); breaks != seen_breaks_) {
+            seen_breaks_ = breaks;
+            kill(process_, SIGINT);
         }
-        if (ended) break;
-        ended = ready > 0 && waiting[1].revents;
+        if (const int signal_number = session_end_signal(); signal_number != 0 && !end_forwarded_) {
+            end_forwarded_ = true;
+            kill(process_, signal_number);
+        }
+    }
+
+  private:
+    pid_t process_;
+    unsigned seen_breaks_ = sent_break_count();
+    bool end_forwarded_ = false;
+};
+
+// A signal that comes just before a wait begins does not end it: waits look for signals as often as this.
+constexpr int LookMilliseconds = 200;
+
+// Brings the program's output to write_output() until it has ended. What it left running in the background may hold the
+// pipe open; that is not waited for.
+void follow_program(DP *dp, RunningProgram &program) {
+    SignalForwarder forwarder(program.process);
+    pollfd waiting[] = {{program.handle.number(), POLLIN, 0}, {program.output.number(), POLLIN, 0}};
+    for (bool ended = false;;) {
+        const int ready = poll(waiting, 2, ended ? 0 : LookMilliseconds);
+        if (ready < 0 && errno != EINTR) return;
+        forwarder.look();
+        if (ready > 0 && waiting[1].revents) {
+            if (!take_output(dp, program.output.number())) waiting[1].fd = -1;
+        } else if (ended) {
+            return;
+        } else {
+            ended = ready > 0 && waiting[0].revents;
+        }
     }
 }
 
-int wait_for_end(pid_t process) {
+int exit_code_of(pid_t process) {
     int status = 0;
     while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
@@ -273,8 +303,8 @@ std::optional<std::string> find_program(const std::string &name) {
 CommandOutcome run_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
     CommandOutcome outcome;
     RunningProgram program = start_program(dp, path, words);
-    if (program.output.open()) capture_output(dp, program);
-    outcome.exit_code = wait_for_end(program.process);
+    follow_program(dp, program);
+    outcome.exit_code = exit_code_of(program.process);
     // The break key went to the program as well. Unless it died of it, it has dealt with it.
     if (outcome.exit_code != 128 + SIGINT) discard_interrupts(dp);
     if (program.messages.open()) outcome.messages = split_messages(read_from_start(program.messages.number()));

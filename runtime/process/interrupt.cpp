@@ -17,6 +17,7 @@ namespace {
 
 // Counts the presses of the break key in this process. Each context compares it with the count that it has dealt with.
 std::atomic<std::uint32_t> break_count{0};
+std::atomic<std::uint32_t> sent_breaks{0};
 std::atomic<int> end_signal{0};
 
 struct InterruptState {
@@ -28,21 +29,29 @@ struct InterruptState {
 
 InterruptState &interrupts_of(DP *dp) { return dp->state<InterruptState>(); }
 
-void on_break_key(int) { break_count.fetch_add(1, std::memory_order_relaxed); }
+void on_break_key(int, siginfo_t *info, void *) {
+    break_count.fetch_add(1, std::memory_order_relaxed);
+    if (info->si_code == SI_USER || info->si_code == SI_QUEUE) sent_breaks.fetch_add(1, std::memory_order_relaxed);
+}
 
-void on_end_of_session(int signal_number) {
+void on_end_of_session(int signal_number, siginfo_t *, void *) {
     if (end_signal.exchange(signal_number) == 0) return;
     // Asked twice: the logic does not come to a point where it could end in order.
     signal(signal_number, SIG_DFL);
     raise(signal_number);
 }
 
-void handle_when_default(int signal_number, void (*handler)(int)) {
+bool has_default_action(int signal_number) {
     struct sigaction action {};
-    if (sigaction(signal_number, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) return;
-    action.sa_handler = handler;
+    return sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL;
+}
+
+void handle_when_default(int signal_number, void (*handler)(int, siginfo_t *, void *)) {
+    if (!has_default_action(signal_number)) return;
+    struct sigaction action {};
+    action.sa_sigaction = handler;
     sigemptyset(&action.sa_mask);
-    action.sa_flags = 0;  // no SA_RESTART: waits return with EINTR and look
+    action.sa_flags = SA_SIGINFO;  // no SA_RESTART: waits return with EINTR and look
     sigaction(signal_number, &action, nullptr);
 }
 
@@ -99,11 +108,13 @@ void install_signal_handlers() {
         handle_when_default(SIGTERM, on_end_of_session);
         handle_when_default(SIGHUP, on_end_of_session);
         // A reader that goes away is an error of the write, which the command reports.
-        handle_when_default(SIGPIPE, SIG_IGN);
+        if (has_default_action(SIGPIPE)) signal(SIGPIPE, SIG_IGN);
     });
 }
 
 int session_end_signal() { return end_signal; }
+
+unsigned sent_break_count() { return sent_breaks; }
 
 }  // namespace velda
 

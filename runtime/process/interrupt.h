@@ -33,4 +33,8 @@ void install_signal_handlers();
 // The signal that asked the session to end, 0 when none did.
 int session_end_signal();
 
+// How often another process, not the terminal, has sent this one a break key: the terminal sends its own to every
+// program that runs on it, the others must be passed on to a program that runs as a command.
+unsigned sent_break_count();
+
 }  // namespace velda
