@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "runtime/print/unit.h"
 #include "runtime/process/call_by_name.h"
 #include "runtime/process/context.h"
 #include "runtime/process/data_stack.h"
@@ -12,6 +13,8 @@
 #include "runtime/process/output.h"
 #include "runtime/process/process.h"
 #include "runtime/process/stop.h"
+#include "runtime/terminal/session.h"
+#include "runtime/terminal/terminal.h"
 
 namespace velda {
 namespace {
@@ -24,19 +27,24 @@ struct CommandLevels {
 std::vector<std::unique_ptr<CommandLevel>> &levels_of(DP *dp) { return dp->state<CommandLevels>().levels; }
 
 // A level for as long as its command runs. The data that its caller stacked become its input; what it leaves is
-// dropped.
+// dropped. Print units, prompt, echo and break key are its own from the start of a command: the caller finds his as
+// they were.
 class LevelScope {
   public:
-    LevelScope(DP *dp, std::string_view sentence) : dp_(dp), current_(dp) {
+    LevelScope(DP *dp, std::string_view sentence) : dp_(dp), current_(dp), callers_break_key_(break_key_enabled(dp)) {
         levels_of(dp).push_back(std::make_unique<CommandLevel>());
         current_level(dp).command_line = command_words(sentence);
         callers_input_ = dp->state<DataStack>().hand_over();
-        break_key_was_enabled_ = break_key_enabled(dp);
+        callers_units_ = std::exchange(dp->state<PrintUnits>(), PrintUnits(*dp));
+        callers_terminal_ = std::exchange(dp->state<TerminalSession>(), TerminalSession());
     }
     ~LevelScope() {
         dp_->state<DataStack>().take_back(std::move(callers_input_));
-        if (break_key_enabled(dp_) != break_key_was_enabled_) enable_break_key(dp_, break_key_was_enabled_);
+        dp_->state<PrintUnits>() = std::move(*callers_units_);
         levels_of(dp_).pop_back();
+        if (command_depth(dp_) == 0) end_terminal_use(dp_);
+        dp_->state<TerminalSession>() = std::move(callers_terminal_);
+        if (break_key_enabled(dp_) != callers_break_key_) VLibFBREAKKEY_VF(dp_, callers_break_key_ ? 1.0 : 0.0);
     }
     LevelScope(const LevelScope &) = delete;
     LevelScope &operator=(const LevelScope &) = delete;
@@ -44,8 +52,10 @@ class LevelScope {
   private:
     DP *dp_;
     CurrentContext current_;
+    bool callers_break_key_;
     DataStack callers_input_;
-    bool break_key_was_enabled_;
+    std::optional<PrintUnits> callers_units_;
+    TerminalSession callers_terminal_;
 };
 
 // The boundary of a command: every way in which `body` can end becomes an outcome.
@@ -86,6 +96,8 @@ CommandOutcome run_command_level(DP *dp, std::string_view sentence, const std::f
     const LevelScope scope(dp, sentence);
     CommandOutcome outcome = run_to_end(dp, body);
     run_exit_handlers(dp, outcome.exit_code);
+    const CommandOutcome printing = run_to_end(dp, [&] { dp->state<PrintUnits>().end_all(); });
+    if (outcome.exit_code == 0) outcome.exit_code = printing.exit_code;
     if (outcome.chained) outcome.unread = std::move(dp->state<DataStack>().lines);
     CommandLevel &level = current_level(dp);
     outcome.return_code = level.return_code;

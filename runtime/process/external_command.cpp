@@ -17,11 +17,13 @@
 #include <cstring>
 #include <utility>
 
+#include "runtime/base/write_fully.h"
 #include "runtime/process/context.h"
 #include "runtime/process/data_stack.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
 #include "runtime/process/stop.h"
+#include "runtime/terminal/device.h"
 
 extern char **environ;
 
@@ -58,15 +60,6 @@ class Descriptor {
     fail_command(dp, error, std::string("COMMAND_START") + VM + path + VM + std::strerror(error));
 }
 
-bool write_all(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) return false;
-        if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 std::string read_from_start(int file) {
     std::string content;
     char buffer[4096];
@@ -89,7 +82,7 @@ Descriptor stacked_input(DP *dp) {
     }
     Descriptor input = memory_file("velda-input");
     for (const std::string &line : stack.lines)
-        if (!write_all(input.number(), line + "\n")) break;
+        if (write_fully(input.number(), line + "\n") != 0) break;
     lseek(input.number(), 0, SEEK_SET);
     stack.take_back(std::move(callers));
     return input;
@@ -302,6 +295,7 @@ std::optional<std::string> find_program(const std::string &name) {
 
 CommandOutcome run_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
     CommandOutcome outcome;
+    const TerminalRelease terminal;
     RunningProgram program = start_program(dp, path, words);
     follow_program(dp, program);
     outcome.exit_code = exit_code_of(program.process);
@@ -317,7 +311,7 @@ void return_messages(const std::vector<std::string> &messages) {
     const int file = std::atoi(variable);
     if (!is_messages_file(file)) return;
     for (const std::string &message : messages)
-        if (!write_all(file, message + AM)) return;
+        if (write_fully(file, message + AM) != 0) return;
 }
 
 }  // namespace velda

@@ -2,12 +2,12 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <utility>
 #include <vector>
 
 #include "runtime/base/result.h"
+#include "runtime/base/write_fully.h"
 #include "runtime/config/message.h"
 #include "runtime/process/command_level.h"
 #include "runtime/process/context.h"
@@ -26,14 +26,7 @@ struct OutputState {
     ~OutputState() { send(); }
 
     void send() {
-        std::size_t sent = 0;
-        while (sent < pending.size() && error == 0) {
-            const ssize_t written = ::write(STDOUT_FILENO, pending.data() + sent, pending.size() - sent);
-            if (written >= 0)
-                sent += static_cast<std::size_t>(written);
-            else if (errno != EINTR)
-                error = errno;
-        }
+        if (error == 0) error = write_fully(STDOUT_FILENO, pending);
         pending.clear();
     }
 };
