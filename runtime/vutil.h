@@ -7,8 +7,10 @@
 #include "runtime/config/config.h"
 #include "runtime/convert/convert.h"
 #include "runtime/crypt/crypt.h"
+#include "runtime/file/file.h"
 #include "runtime/memory/memory.h"
 #include "runtime/process/process.h"
+#include "runtime/rawio/rawio.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
 #include "runtime/crypt/facade.h"
