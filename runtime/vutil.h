@@ -3,6 +3,11 @@
 #define VELDA_RUNTIME_VUTIL_H
 
 #include "runtime/vdefc.h"
+#include "runtime/value/value.h"
+
+#ifdef __cplusplus
+#include "runtime/value/facade.h"
+#endif
 
 #include "runtime/config/config.h"
 #include "runtime/convert/convert.h"
