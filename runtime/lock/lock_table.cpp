@@ -321,8 +321,9 @@ Attempt LockTable::take(Owner &owner, const LockName &name) {
 Attempt LockTable::take_waiting(Owner &owner, const LockName &name, const WaitControl &control) {
     const std::uint64_t hash = hash_of(name);
     for (;;) {
-        const std::uint32_t wakes_seen = owner.slot->wake_word.load();
-        const std::uint32_t events_seen = control.event_counter ? control.event_counter->load() : 0;
+        WatchedWord words[4] = {{&owner.slot->wake_word, owner.slot->wake_word.load()},
+                                {&control.events, control.events.load()},
+                                {&control.signals, control.signals.load()}};
         Attempt result = attempt(owner, name, hash, WhenBusy::Queue);
         if (result.result != LockResult::Busy) return result;
         if (reap_if_dead(result.holder)) continue;
@@ -331,7 +332,7 @@ Attempt LockTable::take_waiting(Owner &owner, const LockName &name, const WaitCo
             result.result = LockResult::Interrupted;
             return result;
         }
-        sleep_in_line(owner, wakes_seen, result, control, events_seen);
+        sleep_in_line(result, words);
     }
 }
 
@@ -346,11 +347,9 @@ bool LockTable::withdraw(Owner &owner) {
     return true;
 }
 
-// The first in line wakes when the holder dies; the others wake when they become first.
-void LockTable::sleep_in_line(Owner &owner, std::uint32_t wakes_seen, const Attempt &busy, const WaitControl &control,
-                              std::uint32_t events_seen) {
-    WatchedWord words[3] = {{&owner.slot->wake_word, wakes_seen}};
-    std::size_t count = 1;
+// The first in line wakes when the holder dies; the others wake when they become first. The last word is free for that.
+void LockTable::sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> words) {
+    std::size_t count = words.size() - 1;
     auto limit = SafetyLimit;
     if (busy.first_in_line) {
         if (const auto life = watch_life(segment_->owner(slot_of(busy.holder))))
@@ -358,8 +357,7 @@ void LockTable::sleep_in_line(Owner &owner, std::uint32_t wakes_seen, const Atte
         else
             limit = ReapedSoon;
     }
-    if (control.event_counter) words[count++] = {control.event_counter, events_seen};
-    sleep_on(std::span(words, count), limit);
+    sleep_on(words.first(count), limit);
 }
 
 bool LockTable::release(Owner &owner, const LockName &name) {

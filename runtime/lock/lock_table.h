@@ -8,10 +8,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "runtime/base/futex.h"
 #include "runtime/lock/record_lock.h"
 #include "runtime/lock/segment.h"
 
@@ -46,10 +48,11 @@ struct Attempt {
     Error error;  // Failed
 };
 
-// The reason to give up a wait, asked before each sleep, and a word that changes when the answer may have changed.
+// The reason to give up a wait, asked before each sleep, and two words that change when the answer may have changed.
 struct WaitControl {
     std::function<bool()> interrupted;
-    std::atomic<std::uint32_t> *event_counter = nullptr;
+    std::atomic<std::uint32_t> &events;
+    std::atomic<std::uint32_t> &signals;
 };
 
 class LockTable {
@@ -143,8 +146,7 @@ class LockTable {
     Attempt found_busy(Owner &owner, Unit unit, WhenBusy when_busy);
     bool withdraw(Owner &owner);
     void forget_held(Owner &owner, Unit unit);
-    void sleep_in_line(Owner &owner, std::uint32_t wakes_seen, const Attempt &busy, const WaitControl &control,
-                       std::uint32_t events_seen);
+    void sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> words);
     bool is_orphan(const Entry &entry) const;
     OwnerSlot &waiter(std::uint16_t slot_and_one) const { return segment_->owner(slot_and_one - 1u); }
 

@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "runtime/lock/futex.h"
+#include "runtime/base/futex.h"
 #include "runtime/lock/lock_layout.h"
 
 namespace velda::lock {

@@ -49,8 +49,8 @@ LockOutcome take(DP *dp, const LockName &name, Wait wait) {
     if (wait == Wait::No)
         attempt = owner.table().take(owner.owner(), name);
     else
-        attempt = owner.table().take_waiting(owner.owner(), name,
-                                             {[dp] { return interrupt_pending(dp); }, &dp->event_counter});
+        attempt = owner.table().take_waiting(
+            owner.owner(), name, {[dp] { return interrupt_pending(dp); }, dp->event_counter, break_key_word()});
     LockOutcome outcome;
     outcome.result = attempt.result;
     outcome.was_held = attempt.was_held;

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
+#include "runtime/base/futex.h"
 #include "runtime/process/command_level.h"
 #include "runtime/process/context.h"
 #include "runtime/process/output.h"
@@ -29,13 +31,21 @@ struct InterruptState {
 
 InterruptState &interrupts_of(DP *dp) { return dp->state<InterruptState>(); }
 
+// The signal may have come to another thread than the one that waits.
+void wake_waits() {
+    const int error_before = errno;
+    wake_sleepers(break_count);
+    errno = error_before;
+}
+
 void on_break_key(int, siginfo_t *info, void *) {
     break_count.fetch_add(1, std::memory_order_relaxed);
     if (info->si_code == SI_USER || info->si_code == SI_QUEUE) sent_breaks.fetch_add(1, std::memory_order_relaxed);
+    wake_waits();
 }
 
 void on_end_of_session(int signal_number, siginfo_t *, void *) {
-    if (end_signal.exchange(signal_number) == 0) return;
+    if (end_signal.exchange(signal_number) == 0) return wake_waits();
     // Asked twice: the logic does not come to a point where it could end in order.
     signal(signal_number, SIG_DFL);
     raise(signal_number);
@@ -85,7 +95,10 @@ void poll_interrupt(DP *dp) {
 void raise_interrupt(DP *dp) {
     dp->raised_interrupts.fetch_add(1);
     dp->event_counter.fetch_add(1);
+    wake_sleepers(dp->event_counter);
 }
+
+std::atomic<std::uint32_t> &break_key_word() { return break_count; }
 
 void enable_break_key(DP *dp, bool enabled) {
     install_signal_handlers();

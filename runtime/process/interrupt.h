@@ -5,6 +5,9 @@
 // first command (velda_run) or trap of the process, and only where the host program has not set its own.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include "runtime/vdefc.h"
 
 namespace velda {
@@ -17,6 +20,10 @@ bool interrupt_pending(DP *dp);
 // CommandStop (mode 2, message printed). Returns when nothing was pending or the trap returned. Call it only where the
 // caller holds nothing that the throw would leak.
 void poll_interrupt(DP *dp);
+
+// The word that moves with every press of the break key and is woken by every signal that a wait must notice, for waits
+// that sleep on words (runtime/base/futex.h). raise_interrupt moves and wakes dp->event_counter.
+std::atomic<std::uint32_t> &break_key_word();
 
 // Interrupts this context as the break key does, from any thread: a kill from another port.
 void raise_interrupt(DP *dp);

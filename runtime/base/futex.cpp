@@ -1,4 +1,4 @@
-#include "runtime/lock/futex.h"
+#include "runtime/base/futex.h"
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
@@ -10,7 +10,7 @@
 #include <climits>
 #include <ctime>
 
-namespace velda::lock {
+namespace velda {
 
 namespace {
 
@@ -53,4 +53,4 @@ void wake_sleepers(std::atomic<std::uint32_t> &word) {
     syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
-}  // namespace velda::lock
+}  // namespace velda

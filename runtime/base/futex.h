@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-namespace velda::lock {
+namespace velda {
 
 // A word that a sleeper watches, and what it read there before it decided to sleep.
 struct WatchedWord {
@@ -22,4 +22,4 @@ void sleep_on(std::span<const WatchedWord> words, std::chrono::milliseconds limi
 // Wakes everyone who sleeps on the word.
 void wake_sleepers(std::atomic<std::uint32_t> &word);
 
-}  // namespace velda::lock
+}  // namespace velda
