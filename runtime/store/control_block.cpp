@@ -12,8 +12,7 @@ constexpr std::uint64_t OpenState = 0x56454C4441424C4BULL;
 
 static_assert(sizeof(Handle) == sizeof(VediControlBlock::handle));
 
-void construct_control_block(VediControlBlock &block, std::shared_ptr<OpenFile> file, std::string name)
-{
+void construct_control_block(VediControlBlock &block, std::shared_ptr<OpenFile> file, std::string name) {
     std::memset(static_cast<void *>(&block), 0, sizeof block);
     new (&block) Handle();
     if (auto settings = file->settings(); settings && !settings->journalled) block.flags |= VEDI_FILE_NOT_JOURNALLED;
@@ -21,8 +20,7 @@ void construct_control_block(VediControlBlock &block, std::shared_ptr<OpenFile> 
     block.state = OpenState;
 }
 
-void destroy_control_block(VediControlBlock &block)
-{
+void destroy_control_block(VediControlBlock &block) {
     block.state = 0;
     content_of(block).~ControlBlockContent();
 }

@@ -25,12 +25,10 @@ static_assert(sizeof(ControlBlockContent) <= sizeof(VediControlBlock::reserved))
 static_assert(alignof(ControlBlockContent) <= 8);
 
 // The private part of an open block. The caller has checked that the block is open.
-inline ControlBlockContent &content_of(VediControlBlock &block)
-{
+inline ControlBlockContent &content_of(VediControlBlock &block) {
     return *reinterpret_cast<ControlBlockContent *>(block.reserved);
 }
-inline const ControlBlockContent &content_of(const VediControlBlock &block)
-{
+inline const ControlBlockContent &content_of(const VediControlBlock &block) {
     return *reinterpret_cast<const ControlBlockContent *>(block.reserved);
 }
 

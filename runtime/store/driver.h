@@ -1,8 +1,8 @@
 // driver.h - the interface that every file driver stands behind. Private to the runtime.
 //
 // A database file is named by a path; what the path means is the driver's business (a local LMDB environment, a local
-// directory, later a table on a server), so nothing here assumes a local path, a map in memory or a local lock. Keys are
-// 0 to 65,536 bytes, records up to 1 GiB. All calls may be made from any thread; an OpenFile is shared by all cells
+// directory, later a table on a server), so nothing here assumes a local path, a map in memory or a local lock. Keys
+// are 0 to 65,536 bytes, records up to 1 GiB. All calls may be made from any thread; an OpenFile is shared by all cells
 // of the process that hold the file open.
 #pragma once
 
@@ -68,8 +68,7 @@ class RecordBuffer {
 class StringBuffer : public RecordBuffer {
   public:
     explicit StringBuffer(std::string &target) : target_(target) {}
-    char *prepare(std::size_t size_bytes) override
-    {
+    char *prepare(std::size_t size_bytes) override {
         target_.resize(size_bytes);
         return target_.data();
     }
@@ -158,7 +157,8 @@ class Driver {
     virtual Result<std::uint64_t> check(const std::string &path, const CheckReport &report) = 0;
 };
 
-// --- the registry: one road from a database file name to an OpenFile -----------------------------------------------------
+// --- the registry: one road from a database file name to an OpenFile
+// -----------------------------------------------------
 
 // The section of a database file that a name means. "NAME" -> data, "NAME,SECTION", or the dictionary.
 struct FileName {

@@ -7,8 +7,7 @@
 namespace velda::store {
 
 // FNV-1a with a final mix, so that the low and the high bits are equally good.
-constexpr std::uint64_t hash_bytes(std::string_view bytes, std::uint64_t seed = 0)
-{
+constexpr std::uint64_t hash_bytes(std::string_view bytes, std::uint64_t seed = 0) {
     std::uint64_t hash = 0xCBF29CE484222325ULL ^ seed;
     for (const char byte : bytes) {
         hash ^= static_cast<unsigned char>(byte);

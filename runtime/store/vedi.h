@@ -13,10 +13,10 @@ extern "C" {
 
 // Flags of VediControlBlock::flags.
 enum {
-    VEDI_FILE_NOT_JOURNALLED = 0x01,   // changes to this file are not journalled
-    VEDI_FILE_INDEXED = 0x80,          // the file has secondary indexes
-    VEDI_FILE_EXCLUSIVE = 0x800,       // the opener is the file's only user and asks for no group locks
-    VEDI_FILE_SHARED_INDEX = 0x20000   // the file's own choice of index layout
+    VEDI_FILE_NOT_JOURNALLED = 0x01,  // changes to this file are not journalled
+    VEDI_FILE_INDEXED = 0x80,         // the file has secondary indexes
+    VEDI_FILE_EXCLUSIVE = 0x800,      // the opener is the file's only user and asks for no group locks
+    VEDI_FILE_SHARED_INDEX = 0x20000  // the file's own choice of index layout
 };
 
 // A file's control block. Only the two flag words are the caller's to read and set; the rest belongs to the runtime.

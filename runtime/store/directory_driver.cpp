@@ -1,0 +1,150 @@
+#include "runtime/store/directory_driver.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+
+#include "runtime/store/directory_control.h"
+#include "runtime/store/directory_cursor.h"
+#include "runtime/store/directory_file.h"
+#include "runtime/store/directory_name.h"
+#include "runtime/store/path.h"
+
+namespace velda::store {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A sub-directory that is not the store's own; "" when there is none.
+std::string foreign_directory_in(const std::string &path) {
+    std::error_code failed;
+    for (const auto &entry : fs::directory_iterator(path, failed)) {
+        const std::string name = entry.path().filename().string();
+        if (entry.symlink_status().type() == fs::file_type::directory && !name.starts_with(HiddenPrefix)) return name;
+    }
+    return "";
+}
+
+// "PREFIX-PROCESS-..." was left by a process that is gone.
+bool is_left_over(const std::string &name) {
+    if (!name.starts_with(TemporaryPrefix)) return false;
+    const pid_t process = std::atoi(name.c_str() + TemporaryPrefix.size());
+    return process > 0 && kill(process, 0) < 0 && errno == ESRCH;
+}
+
+}  // namespace
+
+bool DirectoryDriver::recognises(const std::string &path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+Result<void> DirectoryDriver::create(const std::string &path, const FileSettings &settings) {
+    const mode_t mode = static_cast<mode_t>(settings.permissions & 0777);
+    const mode_t search = (mode & 0444) >> 2;  // whoever may read its records may look them up
+    if (mkdir(path.c_str(), mode | search) < 0) return system_error(errno, "cannot make file", path);
+    auto file = DirectoryFile::open(path);
+    Result<void> result = file ? (*file)->change_settings(settings) : Result<void>(file.error());
+    if (!result) {
+        rmdir(path.c_str());
+        return result;
+    }
+    const DirectoryTurn turn(parent_directory(path));
+    turn.sync();
+    return {};
+}
+
+Result<std::unique_ptr<OpenFile>> DirectoryDriver::open(const std::string &path) { return DirectoryFile::open(path); }
+
+// The directory loses its name first: nobody sees it half removed.
+Result<void> DirectoryDriver::destroy(const std::string &path) {
+    if (const std::string inner = foreign_directory_in(path); !inner.empty())
+        return Error{ENOTEMPTY, "cannot remove file '" + path + "': it contains the directory '" + inner + "'"};
+    const DirectoryTurn turn(parent_directory(path));
+    const TemporaryPath hidden(path);
+    if (rename(path.c_str(), hidden.path().c_str()) < 0) return system_error(errno, "cannot remove file", path);
+    std::error_code failed;
+    fs::remove_all(hidden.path(), failed);
+    turn.sync();
+    if (failed) return system_error(failed.value(), "cannot remove all of file", path);
+    return {};
+}
+
+Result<void> DirectoryDriver::copy(const std::string &from, const std::string &to) {
+    if (path_exists(to)) return system_error(EEXIST, "cannot make file", to);
+    auto source = DirectoryFile::open(from);
+    if (!source) return source.error();
+    auto settings = (*source)->settings();
+    if (!settings) return settings.error();
+    const TemporaryPath hidden(to);
+    if (auto made = create(hidden.path(), *settings); !made) return made;
+    const auto fail = [&](Error error) {
+        std::error_code ignored;
+        fs::remove_all(hidden.path(), ignored);
+        return Result<void>(std::move(error));
+    };
+    auto target = DirectoryFile::open(hidden.path());
+    if (!target) return fail(target.error());
+    auto cursor = (*source)->select(TransferMode::Binary);
+    if (!cursor) return fail(cursor.error());
+    for (;;) {
+        auto item = (*cursor)->next_item();
+        if (!item) return fail(item.error());
+        if (!*item) break;
+        if (auto written = (*target)->write((*item)->key, (*item)->record, TransferMode::Binary); !written)
+            return fail(written.error());
+    }
+    std::error_code failed;
+    const fs::path control = fs::path(from) / ControlFileName;
+    if (fs::exists(control, failed))
+        fs::copy_file(control, fs::path(hidden.path()) / ControlFileName, fs::copy_options::overwrite_existing, failed);
+    if (failed) return fail(system_error(failed.value(), "cannot copy file", from));
+    const DirectoryTurn turn(parent_directory(to));
+    if (rename_new(hidden.path(), to) < 0) return fail(system_error(errno, "cannot make file", to));
+    turn.sync();
+    return {};
+}
+
+Result<void> DirectoryDriver::move(const std::string &from, const std::string &to) {
+    const DirectoryTurn turn(parent_directory(to));
+    if (rename_new(from, to) < 0) return system_error(errno, "cannot move file", from);
+    turn.sync();
+    return {};
+}
+
+Result<std::uint64_t> DirectoryDriver::check(const std::string &path, const CheckReport &report) {
+    auto file = DirectoryFile::open(path);
+    if (!file) {
+        report(file.error().message);
+        return std::uint64_t{0};
+    }
+    std::error_code failed;
+    for (const auto &entry : fs::directory_iterator(path, failed)) {
+        if (!is_left_over(entry.path().filename().string())) continue;
+        fs::remove_all(entry.path(), failed);  // the record it was to become still has its old content
+    }
+    DirectoryWalk walk;
+    const Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (directory.number() < 0 || walk.open(directory.number()) < 0)
+        return system_error(errno, "cannot read file", path);
+    std::uint64_t records = 0;
+    int rc;
+    while (walk.next(rc)) {
+        std::string record;
+        StringBuffer into(record);
+        const int broken = read_record_file(directory.number(), walk.file_name(), into, TransferMode::Binary);
+        if (broken == 0)
+            ++records;
+        else if (broken != ENOENT)
+            report(system_error(broken, "cannot read record", walk.file_name()).message);
+    }
+    if (rc) report(system_error(rc, "cannot read all of file", path).message);
+    return records;
+}
+
+}  // namespace velda::store

@@ -1,0 +1,207 @@
+// environment.h - one LMDB environment: one hashed file, open once in this process however many cells hold it.
+//
+// The hard parts of LMDB's use are settled here, once: readers kept ready between reads, the map grown on demand (here
+// or by another process), the mark and the periodic sync of lazy files, a forked child, a failed commit. What lies in
+// the trees is the business of HashedFile.
+#pragma once
+
+#include <lmdb.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <vector>
+
+#include "runtime/base/result.h"
+#include "runtime/store/driver.h"
+#include "runtime/store/file_label.h"
+
+namespace velda::store {
+
+// Shared by all transactions of this process, exclusive for what may not run beside one (growing, reopening). A waiting
+// exclusive user goes before new shared ones, so a thread never takes it twice.
+class Gate {
+  public:
+    Gate();
+    ~Gate() { pthread_rwlock_destroy(&lock_); }
+    Gate(const Gate &) = delete;
+    Gate &operator=(const Gate &) = delete;
+    void lock() { pthread_rwlock_wrlock(&lock_); }
+    void unlock() { pthread_rwlock_unlock(&lock_); }
+    void lock_shared() { pthread_rwlock_rdlock(&lock_); }
+    bool try_lock_shared() { return pthread_rwlock_tryrdlock(&lock_) == 0; }
+    void unlock_shared() { pthread_rwlock_unlock(&lock_); }
+
+  private:
+    pthread_rwlock_t lock_;
+};
+
+// A read transaction with its cursor on the records, kept from one read to the next. Between reads its snapshot may
+// stay for some milliseconds: while no writer has committed, the next read goes on in it and the cursor is already
+// near.
+struct Reader {
+    MDB_txn *transaction = nullptr;
+    MDB_cursor *records = nullptr;
+    bool holds_snapshot = false;
+    std::uint32_t uses = 0;
+    std::uint32_t uses_at_last_sweep = 0;
+    std::uint64_t snapshot = 0;  // number of the transaction that it shows
+};
+
+class Environment {
+  public:
+    // Opens the file at `path` (absolute, no symbolic links). Only the environment table calls this: LMDB must not open
+    // one file twice in a process.
+    static Result<std::unique_ptr<Environment>> open(const std::string &path);
+
+    // Lays out a new, empty file at `path`, which is nobody's yet; `settings` becomes its first control record.
+    static Result<void> lay_out(const std::string &path, Durability durability, int permissions,
+                                std::string_view settings);
+
+    // The last share is gone: syncs and cleans the mark of a lazy file, closes.
+    ~Environment();
+    Environment(const Environment &) = delete;
+    Environment &operator=(const Environment &) = delete;
+
+    const std::string &path() const { return path_; }
+    FileIdentity identity() const { return identity_; }
+    Durability durability() const { return durability_; }
+    bool writable() const { return writable_; }
+    MDB_dbi records() const { return records_; }
+    MDB_dbi control() const { return control_; }
+
+    // Runs `body(reader)` in the newest snapshot and returns its LMDB result (0, MDB_NOTFOUND, an error). `body` is not
+    // run when the snapshot cannot be had.
+    template <class Body>
+    int read(Body &&body) {
+        for (;;) {
+            ReadTurn turn(*this);
+            if (turn.result == 0) return body(*turn.reader);
+            int rc = turn.end();
+            if (!repair(rc, turn.seen_map_bytes, 0)) return rc;
+        }
+    }
+
+    // Runs `body(transaction)` in a write transaction, commits when it returns 0, else drops every change. It runs
+    // again, from its start, when the map had to grow: by `room_bytes` at least.
+    template <class Body>
+    int update(std::size_t room_bytes, Body &&body) {
+        for (;;) {
+            UpdateTurn turn(*this);
+            if (turn.result == 0) turn.finish(body(turn.transaction));
+            int rc = turn.end();
+            if (rc == 0 || !repair(rc, turn.seen_map_bytes, room_bytes)) return rc;
+        }
+    }
+
+    // Every returned update is on disk when this returns; the mark of a lazy file goes when no update came meanwhile.
+    Result<void> sync();
+
+    // Closes, relabels and opens again. Error 16 when another process has the file open.
+    Result<void> change_durability(Durability durability);
+
+    // A consistent copy of the file into `descriptor`, while others write.
+    Result<void> copy_to(int descriptor);
+
+    // --- for the environment table and its housekeeper
+    // ------------------------------------------------------------------
+
+    // Lets go of the snapshots that were not used since the last sweep or are no longer the newest; of every one with
+    // `all`. True when some are left.
+    bool sweep_readers(bool all);
+    // The regular sync of a lazy file. True when there is more to do later.
+    bool sweep_updates();
+    // In the child of a fork: forgets what belongs to the parent; the next use opens the file anew.
+    void forget_parent();
+    // Before the process ends or the file closes: syncs a lazy file and takes its mark away when this is its last user.
+    void leave_clean();
+
+  private:
+    struct ReadTurn {
+        explicit ReadTurn(Environment &environment);
+        ~ReadTurn() { end(); }
+        int end();
+        Environment &environment;
+        std::shared_lock<Gate> gate;
+        Reader *reader = nullptr;
+        int result = 0;
+        std::uint64_t seen_map_bytes;
+    };
+    struct UpdateTurn {
+        explicit UpdateTurn(Environment &environment);
+        ~UpdateTurn() { end(); }
+        void finish(int body_result);
+        int end();
+        Environment &environment;
+        std::shared_lock<Gate> gate;
+        MDB_txn *transaction = nullptr;
+        int result = 0;
+        std::uint64_t seen_map_bytes;
+    };
+
+    explicit Environment(std::string path) : path_(std::move(path)) {}
+
+    Result<void> open_file();
+    Result<void> open_descriptor();
+    Result<void> open_in_turn(bool &replaced);
+    int reopen();
+    Result<void> open_marked(const FileHead &head);
+    Result<void> check_lock_file(bool sole_user);
+    Result<void> open_lmdb(std::uint64_t size_bytes);
+    int try_open_lmdb(unsigned flags);
+    Result<void> open_trees();
+    Result<void> check_trees(std::uint64_t transaction);
+    void close();
+
+    int mark_unclean();
+    void clear_mark_if_quiet(std::uint64_t synced_transaction);
+    std::uint64_t last_transaction() const;
+    bool marked() const { return durability_ == Durability::Lazy && label_.is_mapped() && label_.unclean_boot() != 0; }
+
+    int freshen(Reader &reader);
+    Reader *take_reader();
+    int make_reader(Reader &reader);
+    void put_reader(Reader *reader);
+    static void let_go(Reader &reader);
+    void release_own_snapshots();
+    void drop_readers();
+
+    bool repair(int &rc, std::uint64_t seen_map_bytes, std::size_t room_bytes);
+    int grow(std::size_t room_bytes);
+    int reserve(std::uint64_t size_bytes);
+    bool become_sole_user();
+    void become_shared_user();
+
+    static constexpr int NotOpen = -1;  // beside LMDB's own results: belongs to the parent of this process, or was lost
+
+    std::string path_;
+    FileIdentity identity_;
+    Durability durability_ = Durability::Sync;
+    bool writable_ = false;
+    int descriptor_ = -1;  // ours, beside LMDB's: label, user lock, sync
+    MappedLabel label_;
+
+    MDB_env *lmdb_ = nullptr;
+    MDB_dbi records_ = 0;
+    MDB_dbi control_ = 0;
+    std::uint64_t map_bytes_ = 0;
+
+    Gate gate_;
+    std::atomic<Reader *> hot_reader_{nullptr};
+    std::mutex idle_mutex_;
+    std::vector<Reader *> idle_readers_;
+    std::atomic<std::uint32_t> idle_count_{0};
+    std::atomic<bool> has_unsynced_{false};  // updates of a lazy file that no sync has followed
+    unsigned quiet_sweeps_ = 0;
+};
+
+// The error of an LMDB result: "WHAT 'PATH': reason".
+Error lmdb_error(int rc, std::string_view what, const std::string &path);
+
+// Sizes of a file's first map; tests make them small to see it grow.
+void set_first_map_bytes(std::uint64_t sync_bytes, std::uint64_t lazy_bytes);
+
+}  // namespace velda::store

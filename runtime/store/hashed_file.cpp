@@ -1,0 +1,190 @@
+#include "runtime/store/hashed_file.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "runtime/store/hashed_cursor.h"
+#include "runtime/store/hashed_format.h"
+#include "runtime/store/hashed_records.h"
+#include "runtime/store/settings_text.h"
+
+#include <sys/stat.h>
+
+namespace velda::store {
+namespace {
+
+// What a small update may need beside its record: copies of the pages on the way to it.
+constexpr std::size_t UpdateRoomBytes = 256 * 1024;
+
+std::string control_key(std::uint32_t number) {
+    std::string key(5, 'C');
+    for (int i = 0; i < 4; ++i) key[1 + i] = static_cast<char>(number >> (8 * (3 - i)));
+    return key;
+}
+
+}  // namespace
+
+Result<void> check_sizes(std::string_view key, std::size_t record_bytes, std::string_view path) {
+    if (key.size() > MaxKeyBytes)
+        return Error{EINVAL, "file '" + std::string(path) + "': a key of " + std::to_string(key.size()) +
+                                 " bytes is longer than " + std::to_string(MaxKeyBytes)};
+    if (record_bytes > MaxRecordBytes)
+        return Error{EFBIG, "file '" + std::string(path) + "': a record of " + std::to_string(record_bytes) +
+                                " bytes is larger than " + std::to_string(MaxRecordBytes)};
+    return {};
+}
+
+Result<bool> HashedFile::read(std::string_view key, RecordBuffer &into, TransferMode) {
+    if (key.size() > MaxKeyBytes) return check_sizes(key, 0, path_).error();
+    const int rc = environment_->read([&](Reader &reader) {
+        std::string_view record;
+        const int found = find_record(reader.records, key, record);
+        if (found == 0) record.copy(into.prepare(record.size()), record.size());
+        return found;
+    });
+    if (rc == 0) return true;
+    if (rc == MDB_NOTFOUND) return false;
+    return failure(rc, "cannot read from file");
+}
+
+Result<bool> HashedFile::exists(std::string_view key) {
+    if (key.size() > MaxKeyBytes) return check_sizes(key, 0, path_).error();
+    const int rc = environment_->read([&](Reader &reader) {
+        std::string_view record;
+        return find_record(reader.records, key, record);
+    });
+    if (rc == 0) return true;
+    if (rc == MDB_NOTFOUND) return false;
+    return failure(rc, "cannot read from file");
+}
+
+Result<void> HashedFile::write(std::string_view key, std::string_view record, TransferMode) {
+    if (auto sized = check_sizes(key, record.size(), path_); !sized) return sized;
+    const int rc = environment_->update(UpdateRoomBytes + key.size() + record.size(), [&](MDB_txn *transaction) {
+        return put_record(transaction, environment_->records(), key, record);
+    });
+    if (rc) return failure(rc, "cannot write to file");
+    return {};
+}
+
+Result<bool> HashedFile::remove(std::string_view key) {
+    if (key.size() > MaxKeyBytes) return check_sizes(key, 0, path_).error();
+    const int rc = environment_->update(UpdateRoomBytes, [&](MDB_txn *transaction) {
+        return remove_record(transaction, environment_->records(), key);
+    });
+    if (rc == 0) return true;
+    if (rc == MDB_NOTFOUND) return false;
+    return failure(rc, "cannot delete from file");
+}
+
+Result<void> HashedFile::apply(const std::vector<Update> &updates, TransferMode) {
+    if (updates.empty()) return {};
+    std::size_t room_bytes = UpdateRoomBytes;
+    for (const Update &update : updates) {
+        const std::size_t record_bytes = update.record ? update.record->size() : 0;
+        if (auto sized = check_sizes(update.key, record_bytes, path_); !sized) return sized;
+        room_bytes += update.key.size() + record_bytes;
+    }
+    const int rc = environment_->update(room_bytes, [&](MDB_txn *transaction) {
+        for (const Update &update : updates) {
+            const int done = update.record
+                                 ? put_record(transaction, environment_->records(), update.key, *update.record)
+                                 : remove_record(transaction, environment_->records(), update.key);
+            if (done != 0 && (update.record || done != MDB_NOTFOUND)) return done;
+        }
+        return 0;
+    });
+    if (rc) return failure(rc, "cannot write to file");
+    return {};
+}
+
+Result<void> HashedFile::clear() {
+    const int rc = environment_->update(
+        UpdateRoomBytes, [&](MDB_txn *transaction) { return mdb_drop(transaction, environment_->records(), 0); });
+    if (rc) return failure(rc, "cannot clear file");
+    return {};
+}
+
+Result<std::unique_ptr<Cursor>> HashedFile::select(TransferMode) {
+    return std::unique_ptr<Cursor>(std::make_unique<HashedCursor>(path_, environment_));
+}
+
+// --- control records
+// -----------------------------------------------------------------------------------------------------
+
+Result<std::optional<std::string>> HashedFile::read_control(std::string_view key) {
+    std::optional<std::string> block;
+    const int rc = environment_->read([&](Reader &reader) {
+        MDB_val at = value_of(key);
+        MDB_val data;
+        const int found = mdb_get(reader.transaction, environment_->control(), &at, &data);
+        if (found == 0) block.emplace(view_of(data));
+        return found;
+    });
+    if (rc && rc != MDB_NOTFOUND) return failure(rc, "cannot read from file");
+    return block;
+}
+
+Result<void> HashedFile::write_control(std::string_view key, std::string_view block) {
+    if (auto sized = check_sizes({}, block.size(), path_); !sized) return sized;
+    const int rc = environment_->update(UpdateRoomBytes + block.size(), [&](MDB_txn *transaction) {
+        MDB_val at = value_of(key);
+        MDB_val data = value_of(block);
+        return mdb_put(transaction, environment_->control(), &at, &data, 0);
+    });
+    if (rc) return failure(rc, "cannot write to file");
+    return {};
+}
+
+Result<std::optional<std::string>> HashedFile::control_read(std::uint32_t number) {
+    return read_control(control_key(number));
+}
+
+Result<void> HashedFile::control_write(std::uint32_t number, std::string_view block) {
+    return write_control(control_key(number), block);
+}
+
+Result<bool> HashedFile::control_remove(std::uint32_t number) {
+    const std::string key = control_key(number);
+    const int rc = environment_->update(UpdateRoomBytes, [&](MDB_txn *transaction) {
+        MDB_val at = value_of(key);
+        return mdb_del(transaction, environment_->control(), &at, nullptr);
+    });
+    if (rc == 0) return true;
+    if (rc == MDB_NOTFOUND) return false;
+    return failure(rc, "cannot write to file");
+}
+
+// --- settings and status
+// ---------------------------------------------------------------------------------------------------
+
+Result<FileSettings> HashedFile::settings() {
+    auto text = read_control(SettingsKey);
+    if (!text) return text.error();
+    return parse_settings_text(text->value_or(""), environment_->durability());
+}
+
+Result<void> HashedFile::change_settings(const FileSettings &settings) {
+    if (auto changed = environment_->change_durability(settings.durability); !changed) return changed;
+    return write_control(SettingsKey, settings_text(settings));
+}
+
+Result<FileStatus> HashedFile::status() {
+    FileStatus status{std::string(type()), path_, {}, 0, 0, {}};
+    auto its_settings = settings();
+    if (!its_settings) return its_settings.error();
+    status.settings = *its_settings;
+    const int rc = environment_->read([&](Reader &reader) {
+        MDB_stat counts;
+        const int done = mdb_stat(reader.transaction, environment_->records(), &counts);
+        status.records = counts.ms_entries;
+        return done;
+    });
+    if (rc) return failure(rc, "cannot read from file");
+    struct stat on_disk;
+    if (stat(path_.c_str(), &on_disk) == 0) status.size_bytes = static_cast<std::uint64_t>(on_disk.st_blocks) * 512;
+    if (!writable()) status.flags.emplace_back("read-only");
+    return status;
+}
+
+}  // namespace velda::store
