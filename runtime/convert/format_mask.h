@@ -31,7 +31,7 @@ class FormatMask {
 
     const NumberFormat &number() const { return number_; }
 
-    static constexpr int MaximumColumns = 1'000'000;
+    static constexpr int MaximumColumns = 32767;
 
   private:
     // A run of columns for the text, or one literal byte.
