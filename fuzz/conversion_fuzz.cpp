@@ -6,10 +6,10 @@
 
 #include "runtime/convert/conversion.h"
 
-using velda::convert::Conversion;
-using velda::convert::Converted;
-using velda::convert::Direction;
-using velda::convert::Status;
+using velda::conversions::Conversion;
+using velda::conversions::Converted;
+using velda::conversions::Direction;
+using velda::conversions::Status;
 
 namespace {
 

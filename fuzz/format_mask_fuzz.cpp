@@ -6,7 +6,7 @@
 
 #include "runtime/convert/format_mask.h"
 
-using velda::convert::FormatMask;
+using velda::conversions::FormatMask;
 
 namespace {
 

@@ -1,10 +1,11 @@
 // MC, MX and MY: conversions of characters. Most are one function of the text; a row of the table names it for each
 // direction.
 #include "runtime/convert/conversion.h"
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 #include "runtime/convert/text.h"
+#include "runtime/value/facade.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 constexpr std::string_view HexDigits = "0123456789ABCDEF";
@@ -35,14 +36,14 @@ bool none_of(char c) {
 }
 
 char printable_or_point(char c) { return is_printable(c) ? c : '.'; }
-char printable_upper(char c) { return upper_ascii(printable_or_point(c)); }
+char printable_upper(char c) { return to_upper(printable_or_point(c)); }
 
 // The letter after anything that is no letter is a capital, all others are small.
 Optional capitalise(std::string_view text) {
     std::string result(text);
     bool in_word = false;
     for (char &c : result) {
-        c = in_word ? lower_ascii(c) : upper_ascii(c);
+        c = in_word ? to_lower(c) : to_upper(c);
         in_word = is_letter(c);
     }
     return result;
@@ -55,8 +56,8 @@ void append_hex(std::string &result, char c) {
 }
 
 std::optional<char> byte_of_hex(char high, char low) {
-    const std::size_t high_value = HexDigits.find(upper_ascii(high));
-    const std::size_t low_value = HexDigits.find(upper_ascii(low));
+    const std::size_t high_value = HexDigits.find(to_upper(high));
+    const std::size_t low_value = HexDigits.find(to_upper(low));
     if (high_value == std::string_view::npos || low_value == std::string_view::npos) return std::nullopt;
     return static_cast<char>(high_value << 4 | low_value);
 }
@@ -106,7 +107,7 @@ Optional restore_unprintable(std::string_view text) {
 
 Optional decimal_to_hex(std::string_view text) {
     if (text.empty()) return std::string();
-    const auto number = Decimal::parse(text);
+    const auto number = DecimalText::parse(text);
     return number ? to_base(*number, HexBase) : std::nullopt;
 }
 
@@ -121,15 +122,15 @@ struct TextCode {
 };
 
 constexpr TextCode TextCodes[] = {
-    {"CU", map_each<upper_ascii>, map_each<upper_ascii>},
-    {"CL", map_each<lower_ascii>, map_each<lower_ascii>},
+    {"CU", map_each<to_upper>, map_each<to_upper>},
+    {"CL", map_each<to_lower>, map_each<to_lower>},
     {"CT", capitalise, capitalise},
     {"CN", keep_only<is_digit>, keep_only<is_digit>},
     {"C/N", keep_only<none_of<is_digit>>, keep_only<none_of<is_digit>>},
     {"CA", keep_only<is_letter>, keep_only<is_letter>},
     {"C/A", keep_only<none_of<is_letter>>, keep_only<none_of<is_letter>>},
-    {"CB", keep_only<is_alphanumeric>, keep_only<is_alphanumeric>},
-    {"C/B", keep_only<none_of<is_alphanumeric>>, keep_only<none_of<is_alphanumeric>>},
+    {"CB", keep_only<is_letter_or_digit>, keep_only<is_letter_or_digit>},
+    {"C/B", keep_only<none_of<is_letter_or_digit>>, keep_only<none_of<is_letter_or_digit>>},
     {"CP", map_each<printable_or_point>, map_each<printable_or_point>},
     {"CP.", map_each<printable_or_point>, map_each<printable_or_point>},
     {"CPU", map_each<printable_upper>, map_each<printable_upper>},
@@ -145,23 +146,12 @@ constexpr TextCode TextCodes[] = {
     {"Y", hex_to_text, text_to_hex},
 };
 
-std::string replace_all(std::string_view text, std::string_view from, std::string_view to) {
-    std::string result;
-    for (;;) {
-        const std::size_t at = text.find(from);
-        result.append(text.substr(0, at));
-        if (at == std::string_view::npos) return result;
-        result.append(to);
-        text.remove_prefix(at + from.size());
-    }
-}
-
 // "C;from;to"
 CompiledStep compile_change(std::string_view rest) {
     const std::size_t divider = rest.find(';');
     if (divider == 0 || divider == std::string_view::npos) return std::nullopt;
     return [from = std::string(rest.substr(0, divider)), to = std::string(rest.substr(divider + 1))](
-               std::string_view value, Direction) { return Converted{replace_all(value, from, to)}; };
+               std::string_view value, Direction) { return Converted{change(value, from, to).str()}; };
 }
 
 }  // namespace
@@ -179,4 +169,4 @@ CompiledStep compile_characters(std::string_view rest) {
     return std::nullopt;
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

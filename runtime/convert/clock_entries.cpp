@@ -10,8 +10,8 @@
 #include "runtime/process/context.h"
 
 using velda::LocalMoment;
-using velda::convert::Conversion;
-using velda::convert::Direction;
+using velda::conversions::Conversion;
+using velda::conversions::Direction;
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "runtime/vdefc.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 struct Family {
@@ -46,4 +46,4 @@ Converted Conversion::run(std::string_view value, Direction direction) const {
     return result;
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

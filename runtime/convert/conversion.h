@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace velda::convert {
+namespace velda::conversions {
 
 enum class Direction { Input = 0, Output = 1 };
 enum class Status { Done = 0, BadValue = 1, BadCode = 2 };
@@ -55,4 +55,4 @@ CompiledStep compile_decimal(std::string_view rest);     // MD
 CompiledStep compile_left(std::string_view rest);        // ML
 CompiledStep compile_right(std::string_view rest);       // MR
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

@@ -2,10 +2,10 @@
 #include "runtime/convert/calendar.h"
 #include "runtime/convert/clock.h"
 #include "runtime/convert/conversion.h"
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 #include "runtime/convert/text.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 enum class DatePart { Whole, Day, Month, MonthName, Year, Quarter, Weekday, WeekdayName, DayOfYear };
@@ -44,7 +44,7 @@ std::optional<DateCode> parse_code(std::string_view rest) {
         if (code.year_digits > MaximumYearDigits) return std::nullopt;
         rest.remove_prefix(1);
     }
-    if (!rest.empty() && !is_alphanumeric(rest[0]) && !is_mark(rest[0])) {
+    if (!rest.empty() && !is_letter_or_digit(rest[0]) && !is_mark(rest[0])) {
         code.separator = rest[0];
         rest.remove_prefix(1);
     }
@@ -105,7 +105,7 @@ std::string date_text(const DateCode &code, const CivilDate &date, std::int64_t 
 
 Converted write_date(const DateCode &code, std::string_view value) {
     if (value.empty()) return {};
-    const auto number = Decimal::parse(value);
+    const auto number = DecimalText::parse(value);
     const auto day = number ? number->floor() : std::nullopt;
     const auto date = day ? civil_date(*day) : std::nullopt;
     if (!date) return unsuitable(value, Direction::Output);
@@ -136,9 +136,9 @@ std::optional<Tokens> split_date(std::string_view text) {
     Tokens tokens;
     text = without_outer_blanks(text);
     while (!text.empty()) {
-        if (!is_alphanumeric(text[0]) || tokens.count == MaximumTokens) return std::nullopt;
+        if (!is_letter_or_digit(text[0]) || tokens.count == MaximumTokens) return std::nullopt;
         tokens.token[tokens.count++] = take_token(text);
-        while (!text.empty() && is_printable(text[0]) && !is_alphanumeric(text[0])) {
+        while (!text.empty() && is_printable(text[0]) && !is_letter_or_digit(text[0])) {
             if (!tokens.separator) tokens.separator = text[0];
             text.remove_prefix(1);
             if (text.empty()) return std::nullopt;
@@ -153,7 +153,7 @@ int month_of_name(std::string_view name) {
     if (name.size() < ShortestName) return 0;
     for (std::size_t month = 0; month < MonthNames.size(); ++month) {
         const std::string_view whole = MonthNames[month].substr(0, name.size());
-        const auto same = [](char a, char b) { return a == upper_ascii(b); };
+        const auto same = [](char a, char b) { return a == to_upper(b); };
         if (std::equal(whole.begin(), whole.end(), name.begin(), name.end(), same)) return static_cast<int>(month) + 1;
     }
     return 0;
@@ -245,4 +245,4 @@ CompiledStep compile_date(std::string_view rest) {
     };
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

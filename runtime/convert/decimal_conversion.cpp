@@ -3,7 +3,7 @@
 #include "runtime/convert/format_mask.h"
 #include "runtime/convert/number_format.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 Converted read_number(const NumberFormat &format, std::string_view value) {
@@ -14,7 +14,7 @@ Converted read_number(const NumberFormat &format, std::string_view value) {
 
 Converted write_number(const NumberFormat &format, std::string_view value) {
     if (value.empty()) return {};
-    const auto number = Decimal::parse(value);
+    const auto number = DecimalText::parse(value);
     return number ? Converted{format.write(*number)} : unsuitable(value, Direction::Output);
 }
 
@@ -43,4 +43,4 @@ CompiledStep compile_decimal(std::string_view rest) {
 CompiledStep compile_left(std::string_view rest) { return compile_mask('L', rest); }
 CompiledStep compile_right(std::string_view rest) { return compile_mask('R', rest); }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

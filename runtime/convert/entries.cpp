@@ -1,16 +1,16 @@
 // The entries for conversions and formats: each takes the cells apart, calls, and stores the result.
 #include "runtime/convert/conversion.h"
 #include "runtime/convert/convert.h"
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 #include "runtime/convert/format_mask.h"
 #include "runtime/process/context.h"
 
-using velda::convert::Conversion;
-using velda::convert::Converted;
-using velda::convert::Decimal;
-using velda::convert::Direction;
-using velda::convert::FormatMask;
-using velda::convert::Status;
+using velda::conversions::Conversion;
+using velda::conversions::Converted;
+using velda::conversions::DecimalText;
+using velda::conversions::Direction;
+using velda::conversions::FormatMask;
+using velda::conversions::Status;
 
 namespace {
 
@@ -29,9 +29,9 @@ const Conversion &compiled(DP *dp, void **store, std::string_view code) {
 std::string in_base(const VAR &number, const VAR *base) {
     constexpr int DefaultBase = 16;
     const std::int64_t wanted = !base || base->empty() ? DefaultBase : base->to_integer();
-    const auto value = Decimal::parse(number.view());
+    const auto value = DecimalText::parse(number.view());
     if (!value || wanted < 2 || wanted > 36) return {};
-    return velda::convert::to_base(*value, static_cast<int>(wanted)).value_or("");
+    return velda::conversions::to_base(*value, static_cast<int>(wanted)).value_or("");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "runtime/convert/text.h"
 #include "runtime/vdefc.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 constexpr std::string_view Justifications = "LRCT";
@@ -53,7 +53,7 @@ std::optional<FormatMask> FormatMask::compile(std::string_view text, bool scale_
     FormatMask mask;
     const std::string_view width = take_digits(text);
     const bool justified = !text.empty() && Justifications.find(text[0]) != std::string_view::npos;
-    const bool may_begin = justified || (!text.empty() && !is_alphanumeric(text[0]));
+    const bool may_begin = justified || (!text.empty() && !is_letter_or_digit(text[0]));
     if (!may_begin || (!width.empty() && !justified)) return std::nullopt;
     if (justified) {
         mask.justification_ = text[0];
@@ -96,7 +96,7 @@ Converted FormatMask::apply(std::string_view value) const {
     std::string written;
     Status status = Status::Done;
     if (!number_.is_plain()) {
-        const auto number = Decimal::parse(value);
+        const auto number = DecimalText::parse(value);
         if (number) {
             written = number_.write(*number);
             value = written;
@@ -141,4 +141,4 @@ std::string FormatMask::fold(std::string_view text) const {
     }
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

@@ -19,7 +19,7 @@
 #include "runtime/convert/conversion.h"
 #include "runtime/convert/number_format.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 
 class FormatMask {
   public:
@@ -52,4 +52,4 @@ class FormatMask {
     int columns_ = 0;
 };
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

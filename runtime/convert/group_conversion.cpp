@@ -1,24 +1,20 @@
 // G: group extraction. "G1,2" skips one field of a text divided by "," and takes two; both directions do the same.
 #include "runtime/convert/conversion.h"
 #include "runtime/convert/text.h"
+#include "runtime/value/scan.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
-// Where `count` fields end, at most the end of the text; the delimiter before the end is not counted in.
-std::size_t end_of_fields(std::string_view text, char delimiter, int count) {
-    std::size_t at = 0;
-    for (;;) {
-        at = text.find(delimiter, at);
-        if (at == std::string_view::npos) return text.size();
-        if (--count == 0) return at;
-        ++at;
+std::string_view fields(std::string_view text, char delimiter, std::size_t skip, std::size_t count) {
+    const char *begin = text.data();
+    const char *const end = begin + text.size();
+    if (skip > 0) {
+        begin = skip_bytes(begin, end, delimiter, skip);
+        if (begin != end) ++begin;
     }
-}
-
-std::string_view fields(std::string_view text, char delimiter, int skip, int count) {
-    if (skip > 0) text.remove_prefix(std::min(end_of_fields(text, delimiter, skip) + 1, text.size()));
-    return text.substr(0, end_of_fields(text, delimiter, count));
+    const char *const fields_end = skip_bytes(begin, end, delimiter, count);
+    return {begin, static_cast<std::size_t>(fields_end - begin)};
 }
 
 }  // namespace
@@ -30,9 +26,10 @@ CompiledStep compile_group(std::string_view rest) {
     const char delimiter = rest[0];
     const auto count = small_number(rest.substr(1));
     if (!skip || !count || *count == 0) return std::nullopt;
-    return [skip = *skip, delimiter, count = *count](std::string_view value, Direction) {
+    return [skip = static_cast<std::size_t>(*skip), delimiter, count = static_cast<std::size_t>(*count)](
+               std::string_view value, Direction) {
         return Converted{std::string(fields(value, delimiter, skip, count))};
     };
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

@@ -2,7 +2,7 @@
 
 #include "runtime/convert/text.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 // What stands around the digits of a negative and of any other number.
@@ -79,18 +79,15 @@ NumberFormat NumberFormat::take(std::string_view &text, bool scale_is_decimals) 
     return format;
 }
 
-std::string NumberFormat::write(Decimal number) const {
+std::string NumberFormat::write(DecimalText number) const {
     number.shift(-scale);
-    if (decimals)
-        number.round(*decimals);
-    else
-        number.trim();
+    if (decimals) number.round(*decimals);
     if (blank_when_zero && number.is_zero()) return {};
     std::string digits = number.integer_digits();
     if (thousands) digits = with_thousands(std::move(digits));
     if (!number.fraction_digits().empty()) digits.append(".").append(number.fraction_digits());
     if (currency) digits.insert(0, 1, '$');
-    const SignStyle &style = *convert::sign_style(sign_style);
+    const SignStyle &style = *conversions::sign_style(sign_style);
     const bool negative = number.is_negative();
     digits.insert(0, negative ? style.before_negative : style.before_positive);
     return digits.append(negative ? style.after_negative : style.after_positive);
@@ -104,11 +101,11 @@ std::optional<std::string> NumberFormat::read(std::string_view text) const {
     for (const char c : text) {
         if (c != '$' && c != ',') digits += c;
     }
-    auto number = Decimal::parse(digits);
+    auto number = DecimalText::parse(digits);
     if (!number) return std::nullopt;
     number->shift(scale);
     number->round(0);
     return number->text();
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

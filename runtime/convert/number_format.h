@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 
 struct NumberFormat {
     std::optional<int> decimals;   // places after the point, rounded and filled up; none leaves the number as it is
@@ -24,10 +24,10 @@ struct NumberFormat {
 
     bool is_plain() const { return !decimals && !blank_when_zero && !thousands && !currency && !sign_style; }
 
-    std::string write(Decimal number) const;
+    std::string write(DecimalText number) const;
     // The reverse: drops currency signs and thousands, multiplies by the scale and rounds to an integer. None when what
     // is left is not a number.
     std::optional<std::string> read(std::string_view text) const;
 };
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

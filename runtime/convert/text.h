@@ -1,21 +1,16 @@
-// text.h - small questions about bytes that several conversions ask. Letters are ASCII letters, whatever the locale.
+// text.h - small questions about bytes that several conversions ask, beside those of value/classes.h.
 #pragma once
 
 #include <algorithm>
 #include <optional>
 #include <string_view>
 
-namespace velda::convert {
+#include "runtime/value/classes.h"
+#include "runtime/vdefc.h"
 
-constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool is_upper(char c) { return c >= 'A' && c <= 'Z'; }
-constexpr bool is_lower(char c) { return c >= 'a' && c <= 'z'; }
-constexpr bool is_letter(char c) { return is_upper(c) || is_lower(c); }
-constexpr bool is_alphanumeric(char c) { return is_letter(c) || is_digit(c); }
-constexpr bool is_printable(char c) { return c >= ' ' && c <= '~'; }
-constexpr bool is_mark(char c) { return static_cast<unsigned char>(c) >= 0xFB; }
-constexpr char upper_ascii(char c) { return is_lower(c) ? static_cast<char>(c - 'a' + 'A') : c; }
-constexpr char lower_ascii(char c) { return is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c; }
+namespace velda::conversions {
+
+constexpr bool is_mark(char c) { return static_cast<unsigned char>(c) >= static_cast<unsigned char>(TM); }
 
 // True also for "".
 inline bool all_digits(std::string_view text) { return std::all_of(text.begin(), text.end(), is_digit); }
@@ -43,4 +38,4 @@ inline std::optional<int> small_number(std::string_view digits) {
     return value;
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

@@ -1,9 +1,9 @@
 // MT: times of day, and lengths of time on output.
 #include "runtime/convert/conversion.h"
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 #include "runtime/convert/text.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 namespace {
 
 struct TimeCode {
@@ -27,7 +27,7 @@ std::optional<TimeCode> parse_code(std::string_view rest) {
         code.seconds = true;
         rest.remove_prefix(1);
     }
-    if (rest.size() == 1 && !is_alphanumeric(rest[0]) && !is_mark(rest[0])) {
+    if (rest.size() == 1 && !is_letter_or_digit(rest[0]) && !is_mark(rest[0])) {
         code.separator = rest[0];
         rest = {};
     }
@@ -52,7 +52,7 @@ std::string time_text(const TimeCode &code, std::int64_t seconds) {
 // A length of time beyond a day shows its hours, "25:00"; a negative one has its sign in front.
 Converted write_time(const TimeCode &code, std::string_view value) {
     if (value.empty()) return {};
-    const auto number = Decimal::parse(value);
+    const auto number = DecimalText::parse(value);
     const auto seconds = number ? number->floor() : std::nullopt;
     if (!seconds) return unsuitable(value, Direction::Output);
     if (*seconds < 0) return {"-" + time_text(code, -*seconds)};
@@ -66,9 +66,9 @@ enum class Half { None, Morning, Afternoon };
 // Takes "AM", "PM", "A" or "P", in either case, off the end.
 Half take_half(std::string_view &text) {
     std::string_view head = text;
-    if (!head.empty() && upper_ascii(head.back()) == 'M') head.remove_suffix(1);
+    if (!head.empty() && to_upper(head.back()) == 'M') head.remove_suffix(1);
     if (head.empty()) return Half::None;
-    const char letter = upper_ascii(head.back());
+    const char letter = to_upper(head.back());
     if (letter != 'A' && letter != 'P') return Half::None;
     text = without_outer_blanks(head.substr(0, head.size() - 1));
     return letter == 'A' ? Half::Morning : Half::Afternoon;
@@ -83,7 +83,7 @@ std::optional<int> seconds_of(std::string_view text, Half half) {
         if (digits.empty() || digits.size() > 2) return std::nullopt;
         unit[at] = *small_number(digits);
         if (text.empty()) break;
-        if (is_alphanumeric(text[0]) || !is_printable(text[0]) || at == Units - 1) return std::nullopt;
+        if (is_letter_or_digit(text[0]) || !is_printable(text[0]) || at == Units - 1) return std::nullopt;
         text.remove_prefix(1);
     }
     if (half != Half::None) {
@@ -115,4 +115,4 @@ CompiledStep compile_time(std::string_view rest) {
     };
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

@@ -3,7 +3,7 @@
 
 using namespace velda;
 using namespace velda::test;
-using convert::Status;
+using conversions::Status;
 
 TEST(Characters, TheCodesChangeTheText) {
     const Case cases[] = {

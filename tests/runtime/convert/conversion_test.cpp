@@ -3,7 +3,7 @@
 
 using namespace velda;
 using namespace velda::test;
-using convert::Status;
+using conversions::Status;
 
 TEST(Conversion, AnEmptyCodeChangesNothing) {
     EXPECT_EQ(oconv("abc", ""), "abc");

@@ -4,7 +4,7 @@
 
 using namespace velda;
 using namespace velda::test;
-using convert::Status;
+using conversions::Status;
 
 namespace {
 // 21 November 2026, 14:05:09 UTC; its day number is 21510.
@@ -98,8 +98,10 @@ TEST(DateOutput, WidthsAreThoseOfTheReportColumns) {
     EXPECT_EQ(oconv("21510", "D0").size(), 6u);
 }
 
+TEST(DateOutput, APointAloneIsTheNumberZero) { EXPECT_EQ(oconv(".", "D"), "31 DEC 1967"); }
+
 TEST(DateOutput, AValueThatIsNoDayNumberIsLeftUnchanged) {
-    for (const char *value : {"abc", "12x", "1]2", "999999999999999999999", "2933629", "-800000", "."}) {
+    for (const char *value : {"abc", "12x", "1]2", "999999999999999999999", "2933629", "-800000", "--1"}) {
         EXPECT_EQ(oconv(value, "D"), value);
         EXPECT_EQ(oconv_status(value, "D"), Status::BadValue);
     }

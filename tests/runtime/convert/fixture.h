@@ -13,29 +13,29 @@
 
 namespace velda::test {
 
-inline convert::Converted run(std::string_view value, std::string_view code, convert::Direction direction) {
-    return convert::Conversion(code).run(value, direction);
+inline conversions::Converted run(std::string_view value, std::string_view code, conversions::Direction direction) {
+    return conversions::Conversion(code).run(value, direction);
 }
 
 inline std::string oconv(std::string_view value, std::string_view code) {
-    return run(value, code, convert::Direction::Output).text;
+    return run(value, code, conversions::Direction::Output).text;
 }
 
 inline std::string iconv(std::string_view value, std::string_view code) {
-    return run(value, code, convert::Direction::Input).text;
+    return run(value, code, conversions::Direction::Input).text;
 }
 
-inline convert::Status oconv_status(std::string_view value, std::string_view code) {
-    return run(value, code, convert::Direction::Output).status;
+inline conversions::Status oconv_status(std::string_view value, std::string_view code) {
+    return run(value, code, conversions::Direction::Output).status;
 }
 
-inline convert::Status iconv_status(std::string_view value, std::string_view code) {
-    return run(value, code, convert::Direction::Input).status;
+inline conversions::Status iconv_status(std::string_view value, std::string_view code) {
+    return run(value, code, conversions::Direction::Input).status;
 }
 
 inline bool is_bad_code(std::string_view code) {
     return oconv("123", code) == "\xFF" && iconv("123", code) == "\xFF" &&
-           oconv_status("123", code) == convert::Status::BadCode;
+           oconv_status("123", code) == conversions::Status::BadCode;
 }
 
 struct Case {

@@ -5,8 +5,8 @@
 
 using namespace velda;
 using namespace velda::test;
-using convert::FormatMask;
-using convert::Status;
+using conversions::FormatMask;
+using conversions::Status;
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 using namespace velda;
 using namespace velda::test;
-using convert::Status;
+using conversions::Status;
 
 TEST(TimeOutput, TheCodesWriteTheirForms) {
     const Case cases[] = {

@@ -1,32 +1,25 @@
-#include "runtime/convert/decimal.h"
+#include "runtime/convert/decimal_text.h"
 
 #include <algorithm>
 #include <charconv>
 #include <vector>
 
 #include "runtime/convert/text.h"
+#include "runtime/value/numeric_text.h"
 
-namespace velda::convert {
+namespace velda::conversions {
 
-std::optional<Decimal> Decimal::parse(std::string_view text) {
-    text = without_outer_blanks(text);
-    Decimal number;
-    if (!text.empty() && (text[0] == '-' || text[0] == '+')) {
-        number.negative_ = text[0] == '-';
-        text.remove_prefix(1);
-    }
-    const std::size_t point = std::min(text.find('.'), text.size());
-    const std::string_view integer = text.substr(0, point);
-    const std::string_view fraction = text.substr(std::min(point + 1, text.size()));
-    if (integer.empty() && fraction.empty()) return std::nullopt;
-    if (!all_digits(integer) || !all_digits(fraction)) return std::nullopt;
-    number.digits_.append(integer).append(fraction);
-    number.places_ = fraction.size();
-    if (integer.empty()) number.digits_.insert(0, 1, '0');
-    return number;
+std::optional<DecimalText> DecimalText::parse(std::string_view text) {
+    const NumericText number = parse_numeric(without_outer_blanks(text));
+    if (!number.numeric) return std::nullopt;
+    DecimalText result;
+    result.negative_ = number.negative;
+    result.digits_.append(number.whole.empty() ? "0" : number.whole).append(number.fraction);
+    result.places_ = number.fraction.size();
+    return result;
 }
 
-void Decimal::shift(int power) {
+void DecimalText::shift(int power) {
     if (power >= 0) {
         const auto up = static_cast<std::size_t>(power);
         if (up > places_) digits_.append(up - places_, '0');
@@ -37,7 +30,7 @@ void Decimal::shift(int power) {
     if (digits_.size() <= places_) digits_.insert(0, places_ + 1 - digits_.size(), '0');
 }
 
-void Decimal::round(int places) {
+void DecimalText::round(int places) {
     const auto wanted = static_cast<std::size_t>(places);
     if (places_ <= wanted) {
         digits_.append(wanted - places_, '0');
@@ -59,29 +52,22 @@ void Decimal::round(int places) {
     digits_.insert(0, 1, '1');
 }
 
-void Decimal::trim() {
-    while (places_ > 0 && digits_.back() == '0') {
-        digits_.pop_back();
-        --places_;
-    }
-}
-
-std::string Decimal::integer_digits() const {
+std::string DecimalText::integer_digits() const {
     const std::string_view integer = std::string_view(digits_).substr(0, digits_.size() - places_);
     const std::size_t first = integer.find_first_not_of('0');
     return first == std::string_view::npos ? "0" : std::string(integer.substr(first));
 }
 
-std::string Decimal::fraction_digits() const { return digits_.substr(digits_.size() - places_); }
+std::string DecimalText::fraction_digits() const { return digits_.substr(digits_.size() - places_); }
 
-std::string Decimal::text() const {
+std::string DecimalText::text() const {
     std::string result = is_negative() ? "-" : "";
     result += integer_digits();
     if (places_ > 0) result.append(".").append(fraction_digits());
     return result;
 }
 
-std::optional<std::int64_t> Decimal::floor() const {
+std::optional<std::int64_t> DecimalText::floor() const {
     const std::string integer = integer_digits();
     constexpr std::size_t SafeDigits = 18;
     if (integer.size() > SafeDigits) return std::nullopt;
@@ -115,7 +101,7 @@ std::vector<std::uint32_t> rebase(std::vector<std::uint32_t> digits, std::uint32
 }
 
 std::optional<std::uint32_t> digit_value(char character, int base) {
-    const std::size_t value = DigitNames.find(upper_ascii(character));
+    const std::size_t value = DigitNames.find(to_upper(character));
     if (value == std::string_view::npos || value >= static_cast<std::size_t>(base)) return std::nullopt;
     return static_cast<std::uint32_t>(value);
 }
@@ -136,7 +122,7 @@ std::optional<std::string> change_base(std::string_view digits, int from, int to
 
 }  // namespace
 
-std::optional<std::string> to_base(const Decimal &number, int base) {
+std::optional<std::string> to_base(const DecimalText &number, int base) {
     auto digits = change_base(number.integer_digits(), 10, base);
     if (digits && number.is_negative() && *digits != "0") digits->insert(0, 1, '-');
     return digits;
@@ -149,4 +135,4 @@ std::optional<std::string> from_base(std::string_view digits, int base) {
     return result;
 }
 
-}  // namespace velda::convert
+}  // namespace velda::conversions

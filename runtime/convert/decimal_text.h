@@ -1,4 +1,4 @@
-// decimal.h - numbers of any length as decimal digits, for conversions that must not lose a digit. Private to the
+// decimal_text.h - numbers of any length as decimal digits, for conversions that must not lose a digit. Private to the
 // runtime.
 #pragma once
 
@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-namespace velda::convert {
+namespace velda::conversions {
 
 // A decimal number: `digits` read as an integer, divided by 10 to the power `places`. There is always at least one
 // digit before the decimal point.
-class Decimal {
+class DecimalText {
   public:
-    // Reads "12", "-1.50", "+.5" or "7." with blanks around it; none when the text is not a number.
-    static std::optional<Decimal> parse(std::string_view text);
+    // Reads what a cell takes for a number, with blanks around it; none when the text is not one.
+    static std::optional<DecimalText> parse(std::string_view text);
 
     bool is_negative() const { return negative_ && !is_zero(); }
     bool is_zero() const { return digits_.find_first_not_of('0') == std::string::npos; }
@@ -23,8 +23,6 @@ class Decimal {
     void shift(int power);
     // Rounds to `places` decimals, halves away from zero, and pads with zeros to that many.
     void round(int places);
-    // Drops zeros that end the fraction.
-    void trim();
 
     std::string integer_digits() const;   // without leading zeros, at least "0"
     std::string fraction_digits() const;  // "" when there is no fraction
@@ -40,7 +38,7 @@ class Decimal {
 };
 
 // The integer part of `number` in `base`, 2 to 36; none when it has more than MaximumRadixDigits digits.
-std::optional<std::string> to_base(const Decimal &number, int base);
+std::optional<std::string> to_base(const DecimalText &number, int base);
 
 // The decimal text of digits written in `base`, in either case, with an optional "-"; none when the text is "", has a
 // character that is no digit of the base, or has more than MaximumRadixDigits digits.
@@ -49,4 +47,4 @@ std::optional<std::string> from_base(std::string_view digits, int base);
 // Changing the base takes quadratic time, so it has a limit that no honest number reaches.
 inline constexpr std::size_t MaximumRadixDigits = 2000;
 
-}  // namespace velda::convert
+}  // namespace velda::conversions
