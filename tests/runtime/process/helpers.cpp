@@ -1,6 +1,7 @@
 #include "tests/runtime/process/helpers.h"
 
 #include <gtest/gtest.h>
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -32,6 +33,14 @@ constexpr Helper Helpers[] = {
          return as_command([](DP *dp, void *) {
              velda::write_output(dp, std::string(1000000, 'x'));
              velda::exit_command(7);
+         });
+     }},
+    // The handlers are installed by the first command; a signal that was ignored before stays so.
+    {"hangup",
+     [] {
+         return as_command([](DP *, void *) {
+             raise(SIGHUP);
+             VLibSignalTest(velda_getdp());
          });
      }},
 };
