@@ -1,11 +1,12 @@
 #include "runtime/print/unit.h"
 
-#include <unistd.h>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
+#include <utility>
 
+#include "runtime/convert/convert.h"
+#include "runtime/port/session_port.h"
 #include "runtime/process/context.h"
 #include "runtime/process/output.h"
 #include "runtime/process/process.h"
@@ -24,17 +25,6 @@ int environment_number(const char *name, int otherwise) {
     const char *const value = std::getenv(name);
     const long number = value ? std::strtol(value, nullptr, 10) : 0;
     return number > 0 && number <= 10000 ? static_cast<int>(number) : otherwise;
-}
-
-std::string time_and_date() {
-    const std::time_t now = std::time(nullptr);
-    std::tm parts{};
-    localtime_r(&now, &parts);
-    char text[40];
-    std::strftime(text, sizeof text, "%H:%M:%S %d %b %Y", &parts);
-    std::string result = text;
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::toupper(c); });
-    return result;
 }
 
 }  // namespace
@@ -63,8 +53,10 @@ class PrintUnit::Pages : public PageOutput {
 
     PageFacts facts(int number) override {
         const int columns = printer_ ? environment_number("VELDAPRINTWIDTH", DefaultJobColumns) : screen_columns();
-        const std::string now = time_and_date();  // "14:05:09 21 NOV 2026"
-        return {number, columns, now.substr(now.find(' ') + 1), now};
+        VAR time_and_date;
+        VLibGTIMEDATE_BB(unit_.dp_, &time_and_date);  // "14:05:09 21 NOV 2026"
+        const std::string_view now = time_and_date.view();
+        return {number, columns, std::string(now.substr(now.find(' ') + 1)), std::string(now)};
     }
 
     // The line feed of the last line must not scroll a screen's heading away, nor carry a printer past its form feed.
@@ -106,7 +98,9 @@ void PrintUnit::set_footing(const Heading &footing) {
 void PrintUnit::write_to_job(std::string_view bytes) {
     if (bytes.empty()) return;
     if (!job_) {
-        auto begun = begin_print_job({static_cast<int>(getpid()), number_});
+        const auto port = session_port(dp_);
+        if (!port) fail(port.error());
+        auto begun = begin_print_job({*port, number_});
         if (!begun) fail(begun.error());
         job_ = std::move(*begun);
     }
@@ -153,12 +147,13 @@ void PrintUnit::fail(const Error &error) {
 
 PrintUnit &PrintUnits::unit(int number) { return units_.try_emplace(number, dp_, number).first->second; }
 
+// When one fails, the others are completed as they are destroyed.
 void PrintUnits::end_all() {
-    for (auto &[number, unit] : units_) {
+    std::map<int, PrintUnit> ended = std::exchange(units_, {});
+    for (auto &[number, unit] : ended) {
         unit.finish_terminal_page();
         unit.close_job();
     }
-    units_.clear();
 }
 
 }  // namespace velda

@@ -52,13 +52,14 @@ class PrintUnit {
     bool pauses_ = true;
 };
 
-// The units of a context; one is made when it is first named.
+// The units of a command; one is made when it is first named.
 class PrintUnits {
   public:
     explicit PrintUnits(DP &dp) : dp_(&dp) {}
     PrintUnit &unit(int number);
     std::map<int, PrintUnit> &all() { return units_; }
-    // Ends all jobs and forgets all units: the end of a command.
+    // Completes all pages and jobs and forgets all units: the end of a command. A job that cannot be handed over ends
+    // the command with a message, after the others have been.
     void end_all();
 
   private:

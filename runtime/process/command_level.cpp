@@ -42,7 +42,7 @@ class LevelScope {
         dp_->state<DataStack>().take_back(std::move(callers_input_));
         dp_->state<PrintUnits>() = std::move(*callers_units_);
         levels_of(dp_).pop_back();
-        if (command_depth(dp_) == 0) end_terminal_use(dp_);
+        end_terminal_use(dp_);
         dp_->state<TerminalSession>() = std::move(callers_terminal_);
         if (break_key_enabled(dp_) != callers_break_key_) VLibFBREAKKEY_VF(dp_, callers_break_key_ ? 1.0 : 0.0);
     }

@@ -76,6 +76,7 @@ void handle_when_default(int signal_number, void (*handler)(int)) {
 }
 
 void install_handlers() {
+    install_signal_handlers();  // what they handle ends the command in order, and that gives the terminal back
     for (const int deadly : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP})
         handle_when_default(deadly, give_terminal_back);
     handle_when_default(SIGCONT, take_terminal_again);
@@ -123,8 +124,8 @@ std::optional<KeyRead> take_byte() {
 }  // namespace
 
 KeyRead read_key(DP *dp, const KeyWait &wait) {
+    enter_session_mode();  // before the prompt shows: what is typed at once after it is not echoed twice
     flush_output(dp);
-    enter_session_mode();
     const std::uint32_t events_before = dp->event_counter;
     const Deadline deadline(wait.milliseconds);
     while (true) {

@@ -6,6 +6,7 @@
 #include "runtime/process/context.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
+#include "runtime/process/system_numbers.h"
 #include "runtime/terminal/device.h"
 #include "runtime/terminal/input.h"
 #include "runtime/terminal/session.h"
@@ -21,6 +22,17 @@ std::optional<int> milliseconds_of(int tenths) {
     if (tenths <= 0) return std::nullopt;
     return std::min(tenths, INT_MAX / MillisecondsInTenth) * MillisecondsInTenth;
 }
+
+using velda::SystemNumberProvider;
+
+const SystemNumberProvider Providers[] = {
+    {WidthSelector, [](DP *, VAR &target) { target = VAR(velda::screen_columns()); }},
+    {DepthSelector, [](DP *, VAR &target) { target = VAR(velda::screen_lines()); }},
+    {14, [](DP *dp, VAR &target) { target = VAR(velda::characters_waiting(dp)); }},
+    {1005, [](DP *, VAR &target) { target = VAR(velda::key_capability_array()); }},
+    {3024, [](DP *dp, VAR &target) { target = VAR(velda::terminal_session(dp).echo ? 1 : 0); }},
+    {3026, [](DP *dp, VAR &target) { target = VAR(velda::terminal_session(dp).prompt); }},
+};
 
 }  // namespace
 
@@ -66,10 +78,10 @@ int VRunFStringIn(DP *dp, char *buffer, int size, const char *ends) {
     return read.outcome == velda::LineOutcome::End ? -1 : static_cast<int>(read.text.size());
 }
 
-void VLibFPROMPT_VB(DP *dp, const VAR *text) { dp->state<velda::TerminalSession>().prompt = text->str(); }
+void VLibFPROMPT_VB(DP *dp, const VAR *text) { velda::terminal_session(dp).prompt = text->str(); }
 
 void VLibFECHO_VIF(DP *dp, int, double state) {
-    dp->state<velda::TerminalSession>().echo = state != 0.0;
+    velda::terminal_session(dp).echo = state != 0.0;
     // What is typed before it is asked for must not show either.
     if (state == 0.0) velda::enter_session_mode();
 }

@@ -17,8 +17,6 @@ constexpr unsigned char Escape = 0x1B;
 constexpr int MostReadsPastEnd = 20;
 constexpr int RestOfKeyMilliseconds = 20;
 
-TerminalSession &session_of(DP *dp) { return dp->state<TerminalSession>(); }
-
 std::string cut(std::string text, int length) {
     if (length >= 0) text.resize(std::min(text.size(), static_cast<std::size_t>(std::max(length, 1))));
     return text;
@@ -37,7 +35,7 @@ void show(DP *dp, std::string_view text) {
 }
 
 void show_prompt(DP *dp, const LineRequest &request) {
-    if (request.prompt_shown) write_output(dp, session_of(dp).prompt);
+    if (request.prompt_shown) write_output(dp, terminal_session(dp).prompt);
 }
 
 std::optional<std::string> take_stacked_line(DP *dp) {
@@ -51,7 +49,7 @@ std::optional<std::string> take_stacked_line(DP *dp) {
 // A stacked reply looks on the screen as if it had been typed.
 LineRead reply_from_stack(DP *dp, const LineRequest &request, std::string line) {
     line = cut(std::move(line), request.length);
-    if (session_of(dp).echo) {
+    if (terminal_session(dp).echo) {
         write_output(dp, line);
         if (request.newline_shown) write_output(dp, "\n");
     }
@@ -96,7 +94,7 @@ LineRead read_single_key(DP *dp, const LineRequest &request) {
     drop_rest_of_key(dp, key.byte);
     const bool is_return = key.byte == '\r' || key.byte == '\n';
     const std::string text = is_return ? "" : std::string(1, static_cast<char>(key.byte));
-    if (session_of(dp).echo && !is_return) show(dp, display_of(key.byte));
+    if (terminal_session(dp).echo && !is_return) show(dp, display_of(key.byte));
     if (request.newline_shown) show(dp, "\n");
     return ended(dp, LineOutcome::Line, text);
 }
@@ -110,7 +108,7 @@ LineRead read_edited_line(DP *dp, const LineRequest &request) {
         if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
         std::string shown;
         state = editor.feed(key.byte, shown);
-        if (session_of(dp).echo) show(dp, shown);
+        if (terminal_session(dp).echo) show(dp, shown);
     }
     if (request.newline_shown) show(dp, "\n");
     return ended(dp, state == LineEditor::State::End ? LineOutcome::End : LineOutcome::Line, editor.text());
@@ -139,8 +137,8 @@ bool has_foot(DP *dp) {
 }
 
 void clear_foot(DP *dp) {
-    if (!session_of(dp).foot_message_shown) return;
-    session_of(dp).foot_message_shown = false;
+    if (!terminal_session(dp).foot_message_shown) return;
+    terminal_session(dp).foot_message_shown = false;
     write_foot(dp, "");
 }
 
@@ -178,19 +176,19 @@ int characters_waiting(DP *dp) {
 }
 
 void note_end_of_input(DP *dp) {
-    TerminalSession &session = session_of(dp);
+    TerminalSession &session = terminal_session(dp);
     if (++session.reads_past_end <= MostReadsPastEnd) return;
     session.reads_past_end = 0;
     const VAR message("END_OF_INPUT");
     VLibCSTOP_VI(dp, 2, 1, &message);
 }
 
-void note_input(DP *dp) { session_of(dp).reads_past_end = 0; }
+void note_input(DP *dp) { terminal_session(dp).reads_past_end = 0; }
 
 void show_at_foot(DP *dp, std::string_view message) {
     if (has_foot(dp)) {
         write_foot(dp, message);
-        session_of(dp).foot_message_shown = true;
+        terminal_session(dp).foot_message_shown = true;
     } else {
         write_output(dp, std::string(message) + "\n");
     }

@@ -71,6 +71,8 @@ constexpr std::array<Capability, 24> ScreenFunctions{
 
 }  // namespace
 
+TerminalSession &terminal_session(DP *dp) { return dp->state<TerminalSession>(); }
+
 std::shared_ptr<const TerminalDescription> terminal_description() {
     return TerminalDescription::of_type(environment_text("TERM"));
 }

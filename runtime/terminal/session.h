@@ -1,4 +1,4 @@
-// session.h - what a context keeps about its terminal. Private to the runtime.
+// session.h - what a command keeps about its terminal. Private to the runtime.
 #pragma once
 
 #include <memory>
@@ -19,6 +19,9 @@ struct TerminalSession {
     int reads_past_end = 0;             // reads in a row that found the input ended
 };
 
+// The state of the innermost command, which starts with a fresh one; the end of the command brings its caller's back.
+TerminalSession &terminal_session(DP *dp);
+
 // The description of the terminal that TERM names now.
 std::shared_ptr<const TerminalDescription> terminal_description();
 
@@ -36,7 +39,8 @@ std::string cursor_sequence(int column, int row);
 // SYSTEM(1005): names in attribute 1, sequences in attribute 2.
 std::string key_capability_array();
 
-// Puts echo, prompt and break key to their state at the start of a command, and gives the terminal back to the user.
+// Puts prompt, echo and break key to their state at the start of a command, and gives the terminal back to the user:
+// what the end of a command does.
 void end_terminal_use(DP *dp);
 
 }  // namespace velda
