@@ -117,7 +117,6 @@ std::string key_capability_array() {
 
 void end_terminal_use(DP *dp) {
     dp->state<TerminalSession>() = TerminalSession();
-    set_break_keys(true);
     leave_session_mode();
 }
 
