@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "runtime/process/process.h"
+#include "runtime/process/facade.h"
 #include "runtime/terminal/terminal.h"
 
 namespace velda {
@@ -14,11 +14,6 @@ inline void crt_item(DP *dp, const VAR &item) { VLibFCRT_VB(dp, &item); }
 inline void add_parameter(std::string &message, const VAR &parameter) {
     message += VM;
     message += parameter.view();
-}
-inline VAR system_value(int number) {
-    VAR value;
-    VLibESYSTEM_BBI(velda_getdp(), &value, number);
-    return value;
 }
 }  // namespace detail
 
@@ -64,10 +59,10 @@ inline bool input(VAR &target, const InputOptions &options = {}) {
 }
 
 // True when stacked data waits for the next input.
-inline bool stacked_data() { return static_cast<bool>(detail::system_value(10)); }
+inline bool stacked_data() { return static_cast<bool>(system_number(10)); }
 
 // Characters that wait to be read, stacked or typed ahead.
-inline int type_ahead() { return static_cast<int>(detail::system_value(14).to_integer()); }
+inline int type_ahead() { return static_cast<int>(system_number(14).to_integer()); }
 
 inline int screen_width() { return VELDAGetOutputSize(velda_getdp(), 2); }
 inline int screen_depth() { return VELDAGetOutputSize(velda_getdp(), 3); }
@@ -83,7 +78,7 @@ inline void clear_screen() { crt(at(-1)); }
 
 inline void set_prompt(const VAR &text) { VLibFPROMPT_VB(velda_getdp(), &text); }
 inline void set_echo(bool on) { VLibFECHO_VIF(velda_getdp(), 0, on ? 1.0 : 0.0); }
-inline bool echo_is_on() { return static_cast<bool>(detail::system_value(3024)); }
+inline bool echo_is_on() { return static_cast<bool>(system_number(3024)); }
 
 // Echo is set for a block, and then as it was before.
 class EchoScope {
@@ -105,7 +100,7 @@ class EchoOff : public EchoScope {
 // The prompt is another one for a block.
 class PromptScope {
   public:
-    explicit PromptScope(const VAR &text) : before_(detail::system_value(3026)) { set_prompt(text); }
+    explicit PromptScope(const VAR &text) : before_(system_number(3026)) { set_prompt(text); }
     ~PromptScope() { set_prompt(before_); }
     PromptScope(const PromptScope &) = delete;
     PromptScope &operator=(const PromptScope &) = delete;

@@ -39,8 +39,8 @@ std::string cursor_sequence(int column, int row);
 // SYSTEM(1005): names in attribute 1, sequences in attribute 2.
 std::string key_capability_array();
 
-// Puts prompt, echo and break key to their state at the start of a command, and gives the terminal back to the user:
-// what the end of a command does.
+// Puts prompt and echo to their state at the start of a command, and gives the terminal back to the user: what the end
+// of a command does.
 void end_terminal_use(DP *dp);
 
 }  // namespace velda

@@ -343,9 +343,9 @@ TEST(StackedInput, IsCountedAsTypeAheadWithAReturnForEachLine) {
 
 TEST(Prompt, IsAQuestionMarkUntilItIsSet) {
     const Ending ending = run_on_pipes("a\nb\n", [](DP *) {
-        crt_line(velda::detail::system_value(3026));
+        crt_line(velda::system_number(3026));
         velda::set_prompt("> ");
-        crt_line(velda::detail::system_value(3026));
+        crt_line(velda::system_number(3026));
         ask();
     });
     EXPECT_EQ(ending.output, "?\n> \n> read [a]\n");
@@ -364,14 +364,14 @@ TEST(Prompt, OfAScopeEndsWithIt) {
 
 TEST(Echo, IsKeptAndPutBackByItsScope) {
     const Ending ending = run_on_pipes("", [](DP *) {
-        crt_line(velda::detail::system_value(3024));
+        crt_line(velda::system_number(3024));
         {
             const EchoOff quiet;
-            crt_line(velda::detail::system_value(3024));
+            crt_line(velda::system_number(3024));
             const velda::EchoScope loud(true);
-            crt_line(velda::detail::system_value(3024));
+            crt_line(velda::system_number(3024));
         }
-        crt_line(velda::detail::system_value(3024));
+        crt_line(velda::system_number(3024));
     });
     EXPECT_EQ(ending.output, "1\n0\n1\n1\n");
 }
@@ -381,12 +381,12 @@ TEST(CommandLevels, ACommandHasItsOwnPromptAndItsCallersEcho) {
         velda::set_prompt("outer");
         velda::set_echo(false);
         const auto inner = [](DP *, void *) {
-            crt_line(velda::detail::system_value(3026), velda::detail::system_value(3024));
+            crt_line(velda::system_number(3026), velda::system_number(3024));
             velda::set_prompt("inner");
             velda::set_echo(true);
         };
         velda_run(dp, "INNER", inner, nullptr);
-        crt_line(velda::detail::system_value(3026), velda::detail::system_value(3024));
+        crt_line(velda::system_number(3026), velda::system_number(3024));
     });
     EXPECT_EQ(ending.output, "?0\nouter0\n");
 }
