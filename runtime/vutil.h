@@ -14,13 +14,17 @@
 #include "runtime/crypt/crypt.h"
 #include "runtime/file/file.h"
 #include "runtime/memory/memory.h"
+#include "runtime/print/print.h"
 #include "runtime/process/process.h"
 #include "runtime/rawio/rawio.h"
+#include "runtime/terminal/terminal.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
 #include "runtime/crypt/facade.h"
+#include "runtime/print/facade.h"
 #include "runtime/process/facade.h"
 #include "runtime/process/subroutine.h"
+#include "runtime/terminal/facade.h"
 #endif
 
 #endif

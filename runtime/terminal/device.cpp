@@ -121,6 +121,12 @@ std::optional<KeyRead> take_byte() {
     return KeyRead{KeyOutcome::End};
 }
 
+void handle_interrupt(DP *dp, const KeyWait &wait) {
+    if (!interrupt_pending(dp)) return;
+    if (wait.within_line) write_to_terminal("\n");
+    poll_interrupt(dp);
+}
+
 }  // namespace
 
 KeyRead read_key(DP *dp, const KeyWait &wait) {
@@ -129,13 +135,15 @@ KeyRead read_key(DP *dp, const KeyWait &wait) {
     const std::uint32_t events_before = dp->event_counter;
     const Deadline deadline(wait.milliseconds);
     while (true) {
-        poll_interrupt(dp);
+        handle_interrupt(dp, wait);
         if (wait.ends_on_event && dp->event_counter != events_before) return {KeyOutcome::Event};
         const int sleep = deadline.next_sleep();
         pollfd input{Input, POLLIN, 0};
         const int ready = poll(&input, 1, sleep);
         if (ready > 0) {
-            if (const auto key = take_byte()) return *key;
+            const auto key = take_byte();
+            if (key && key->outcome == KeyOutcome::End) handle_interrupt(dp, wait);  // a terminal that was lost
+            if (key) return *key;
         } else if (ready == 0 && sleep == 0) {
             return {KeyOutcome::Timeout};
         }

@@ -31,6 +31,7 @@ struct KeyRead {
 struct KeyWait {
     std::optional<int> milliseconds;  // empty: without limit
     bool ends_on_event = false;
+    bool within_line = false;  // text stands before the cursor: what an interrupt prints goes below it
 };
 
 // Waits for one byte. Output written so far is shown first. An interrupt is handled here and may end the command.

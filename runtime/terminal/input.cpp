@@ -64,7 +64,9 @@ LineRead ended(DP *dp, LineOutcome outcome, std::string text = "") {
     return {outcome, std::move(text)};
 }
 
-KeyWait wait_of(const LineRequest &request) { return {request.idle_milliseconds, false}; }
+KeyWait wait_of(const LineRequest &request) {
+    return {.milliseconds = request.idle_milliseconds, .within_line = input_is_terminal()};
+}
 
 // One line of a pipe or file answers one INPUT: what exceeds the length is dropped with the line, so that a script's
 // lines stay in step with its questions. A last line without line feed counts.
@@ -84,7 +86,7 @@ LineRead read_plain_line(DP *dp, const LineRequest &request) {
 // A function key or a character of several bytes is one key: what it sent after its first byte is no next reply.
 void drop_rest_of_key(DP *dp, unsigned char first) {
     if (first != Escape && first < 0x80) return;
-    while (typed_ahead() > 0) read_key(dp, {RestOfKeyMilliseconds, false});
+    while (typed_ahead() > 0) read_key(dp, {.milliseconds = RestOfKeyMilliseconds});
 }
 
 LineRead read_single_key(DP *dp, const LineRequest &request) {

@@ -41,6 +41,7 @@ inline bool eventually(const std::function<bool()> &condition) {
 
 // In the child process: runs the program as one command and ends with its exit code.
 [[noreturn]] inline void run_and_exit(const Program &program) {
+    setenv("VBCRELEASEDIR", VELDA_SOURCE_DIR "/share", 1);
     Program body = program;
     const int code = velda_run(
         velda_getdp(), "PROGRAM", [](DP *dp, void *argument) { (*static_cast<Program *>(argument))(dp); }, &body);
@@ -96,6 +97,13 @@ class OnTerminal {
         return before;
     }
 
+    // The same, and then waits until the program reads keys: what is typed now is not echoed by the kernel.
+    std::string prompted(std::string_view text) {
+        const std::string before = until(text);
+        EXPECT_TRUE(eventually([this] { return !has_user_settings(); })) << "the program does not read keys";
+        return before;
+    }
+
     // What the program shows until it ends.
     std::string rest() {
         while (read_more()) {
@@ -136,6 +144,7 @@ class OnTerminal {
 
   private:
     bool read_more() {
+        if (terminal_ < 0) return false;
         pollfd waiting{terminal_, POLLIN, 0};
         const auto patience = std::chrono::duration_cast<std::chrono::milliseconds>(PatienceOfTests).count();
         if (poll(&waiting, 1, static_cast<int>(patience)) != 1) return false;

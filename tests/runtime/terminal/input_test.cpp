@@ -45,7 +45,7 @@ constexpr InputOptions Bare{.flags = VELDA_INPUT_NO_PROMPT | VELDA_INPUT_NO_NEWL
 
 TEST(InputOnATerminal, ShowsThePromptAndWhatIsTyped) {
     OnTerminal terminal(asking());
-    EXPECT_EQ(terminal.until("?"), "");
+    EXPECT_EQ(terminal.prompted("?"), "");
     terminal.type("abc\r");
     EXPECT_EQ(terminal.rest(), "abc\r\nread [abc]\r\n");
     EXPECT_EQ(terminal.exit_code(), 0);
@@ -53,7 +53,7 @@ TEST(InputOnATerminal, ShowsThePromptAndWhatIsTyped) {
 
 TEST(InputOnATerminal, EditsTheLine) {
     OnTerminal terminal(asking());
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type(
         "abx\x7F"
         "c\r");
@@ -65,7 +65,7 @@ TEST(InputOnATerminal, ShowsNoneOfTheKeysWithEchoOff) {
         const EchoOff quiet;
         ask();
     });
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("secret\r");
     EXPECT_EQ(terminal.rest(), "\r\nread [secret]\r\n");
 }
@@ -75,15 +75,14 @@ TEST(InputOnATerminal, Flag4ShowsNoPrompt) {
         crt_line("ready");
         ask({.flags = VELDA_INPUT_NO_PROMPT});
     });
-    terminal.until("ready\r\n");
-    ASSERT_TRUE(velda::test::eventually([&] { return !terminal.has_user_settings(); }));
+    terminal.prompted("ready\r\n");
     terminal.type("a\r");
     EXPECT_EQ(terminal.rest(), "a\r\nread [a]\r\n");
 }
 
 TEST(InputOnATerminal, Flag8LeavesTheCursorBehindTheReply) {
     OnTerminal terminal(asking({.flags = VELDA_INPUT_NO_NEWLINE}));
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("a\r");
     EXPECT_EQ(terminal.rest(), "aread [a]\r\n");
 }
@@ -93,14 +92,14 @@ TEST(InputOnATerminal, Flag12DoesBoth) {
         velda::crt("more: ");
         ask(Bare);
     });
-    terminal.until("more: ");
+    terminal.prompted("more: ");
     terminal.type("a\r");
     EXPECT_EQ(terminal.rest(), "aread [a]\r\n");
 }
 
 TEST(InputOnATerminal, TheLastByteOfTheLengthCompletesTheReply) {
     OnTerminal terminal(asking({.length = 2}));
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("ab");
     EXPECT_EQ(terminal.rest(), "ab\r\nread [ab]\r\n");
 }
@@ -110,14 +109,14 @@ TEST(InputOnATerminal, WhatExceedsTheLengthIsTheNextReply) {
         ask({.length = 2});
         ask();
     });
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("abcd\r");
     EXPECT_EQ(terminal.rest(), "ab\r\nread [ab]\r\n?cd\r\nread [cd]\r\n");
 }
 
 TEST(InputOnATerminal, OfLengthZeroTakesOneKeyWithoutReturn) {
     OnTerminal terminal(asking({.length = VELDA_INPUT_ONE_KEY}));
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("Q");
     EXPECT_EQ(terminal.rest(), "Q\r\nread [Q]\r\n");
 }
@@ -127,16 +126,16 @@ TEST(InputOnATerminal, OfLengthZeroTakesEditingKeysAsTheyAre) {
         VAR reply;
         velda::crt("more: ");
         velda::input(reply, {.length = VELDA_INPUT_ONE_KEY, .flags = Bare.flags});
-        crt_line(reply == VAR("\x18") ? "cancel" : "other");
+        crt_line(reply.view() == "\x18" ? "cancel" : "other");
     });
-    terminal.until("more: ");
+    terminal.prompted("more: ");
     terminal.type("\x18");
     EXPECT_EQ(terminal.rest(), "^Xcancel\r\n");
 }
 
 TEST(InputOnATerminal, OfLengthZeroReadsReturnAsTheEmptyReply) {
     OnTerminal terminal(asking({.length = VELDA_INPUT_ONE_KEY}));
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("\r");
     EXPECT_EQ(terminal.rest(), "\r\nread []\r\n");
 }
@@ -146,30 +145,30 @@ TEST(InputOnATerminal, OfLengthZeroTakesAFunctionKeyAsOneReply) {
         ask({.length = VELDA_INPUT_ONE_KEY});
         ask({.length = VELDA_INPUT_ONE_KEY});
     });
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("\x1B[A");
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("x");
     EXPECT_EQ(terminal.rest(), "x\r\nread [x]\r\n");
 }
 
 TEST(InputOnATerminal, GivesUpAfterTheTimeoutWithWhatWasTyped) {
     OnTerminal terminal(asking({.timeout_tenths = 3}));
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("ab");
     EXPECT_EQ(terminal.rest(), "abnone [ab]\r\n");
 }
 
 TEST(InputOnATerminal, TheEndOfInputKeyOnAnEmptyLineEndsTheInput) {
     OnTerminal terminal(asking());
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("\x04");
     EXPECT_EQ(terminal.rest(), "\r\nnone []\r\n");
 }
 
 TEST(InputOnATerminal, BytesOfUtf8PassUnchanged) {
     OnTerminal terminal(asking());
-    terminal.until("?");
+    terminal.prompted("?");
     terminal.type("\xC3\xA4\xE2\x82\xAC\r");
     EXPECT_EQ(terminal.rest(), "\xC3\xA4\xE2\x82\xAC\r\nread [\xC3\xA4\xE2\x82\xAC]\r\n");
 }
@@ -184,7 +183,7 @@ TEST(InputOnATerminal, WithCapturedOutputStillShowsWhatIsTyped) {
         }
         crt_line("<", captured, ">");
     });
-    terminal.until("go");
+    terminal.prompted("go");
     terminal.type("abc\r");
     EXPECT_EQ(terminal.rest(), "abc\r\n<?read [abc]\r\n>\r\n");
 }
@@ -376,19 +375,18 @@ TEST(Echo, IsKeptAndPutBackByItsScope) {
     EXPECT_EQ(ending.output, "1\n0\n1\n1\n");
 }
 
-TEST(CommandLevels, ACommandHasItsOwnPromptAndItsCallersEcho) {
+TEST(CommandLevels, ACommandHasItsOwnPromptAndEchoAndLeavesItsCallersAlone) {
     const Ending ending = run_on_pipes("", [](DP *dp) {
         velda::set_prompt("outer");
         velda::set_echo(false);
         const auto inner = [](DP *, void *) {
             crt_line(velda::system_number(3026), velda::system_number(3024));
             velda::set_prompt("inner");
-            velda::set_echo(true);
         };
         velda_run(dp, "INNER", inner, nullptr);
         crt_line(velda::system_number(3026), velda::system_number(3024));
     });
-    EXPECT_EQ(ending.output, "?0\nouter0\n");
+    EXPECT_EQ(ending.output, "?1\nouter0\n");
 }
 
 // --- VRunFStringIn ---------------------------------------------------------------------------------------------------
@@ -400,7 +398,7 @@ TEST(StringIn, ReadsALineWithoutShowingIt) {
         const int length = VRunFStringIn(dp, password, sizeof password, "\n\r");
         crt_line(length, " [", static_cast<const char *>(password), "]");
     });
-    terminal.until("Password ");
+    terminal.prompted("Password ");
     terminal.type("sesx\x7Fsame\r");
     EXPECT_EQ(terminal.rest(), "7 [sessame]\r\n");
 }
