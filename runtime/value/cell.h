@@ -109,7 +109,7 @@ inline VAR &VAR::operator=(const VAR &other) {
 
 inline VAR &VAR::operator=(VAR &&other) noexcept {
     if (this == &other) return *this;
-    if (other.form & VELDA_FORM_INDIRECT) return *this = other;
+    if ((other.form & VELDA_FORM_INDIRECT) && other.form != VELDA_FORM_LIST) return *this = other;
     if (form & VELDA_MASK_RELEASE) VLibBStoreFreeVar_VB(nullptr, this);
     std::memcpy(static_cast<void *>(this), &other, sizeof(VAR));
     other.form = 0;

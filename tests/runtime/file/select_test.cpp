@@ -149,7 +149,7 @@ TEST_F(Select, TheListOutlivesTheCellOfItsFile)
 
 TEST_F(Select, RecordsMayBeDeletedAndWrittenDuringTheWalk)
 {
-    make_file();
+    make_file("HL DURABILITY=LAZY");
     write_keys(500);
     VAR list = list_of_file(), key;
     int seen = 0;

@@ -1,4 +1,5 @@
 // IOCTL, STATUS, FILEINFO, DIR and unique keys.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -144,8 +145,8 @@ TEST_F(Status, DirTellsSizeDateTimeAndKind)
         EXPECT_EQ(VLibEDIR_BBB(dp, &details, &wanted), &details);
         return shown(details.view());
     };
-    EXPECT_EQ(dir(path("plain")), "5^752^3661");
-    EXPECT_EQ(dir(directory.path() + "\\plain"), "5^752^3661");
+    EXPECT_EQ(dir(path("plain")), "5^752^3661^");
+    EXPECT_EQ(dir(directory.path() + "\\plain"), "5^752^3661^");
     dir(directory.path());
     EXPECT_EQ(details(4).view(), "D");
     dir("/dev/null");
