@@ -13,7 +13,9 @@
 #include "runtime/convert/convert.h"
 #include "runtime/crypt/crypt.h"
 #include "runtime/file/file.h"
+#include "runtime/lock/lock.h"
 #include "runtime/memory/memory.h"
+#include "runtime/port/port.h"
 #include "runtime/print/print.h"
 #include "runtime/process/process.h"
 #include "runtime/rawio/rawio.h"
@@ -21,6 +23,7 @@
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
 #include "runtime/crypt/facade.h"
+#include "runtime/file/facade.h"
 #include "runtime/print/facade.h"
 #include "runtime/process/facade.h"
 #include "runtime/process/subroutine.h"
