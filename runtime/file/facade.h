@@ -44,8 +44,7 @@ class LockedRecord {
 
   private:
     friend class FileWords;
-    LockedRecord(const VAR *file, const Argument &key, int flags) : file_(file), key_(*key)
-    {
+    LockedRecord(const VAR *file, const Argument &key, int flags) : file_(file), key_(*key) {
         result_ = VLibFNEWREAD_IIBBBIB(velda_getdp(), flags, file_, &record, &key_, 0, &setting_);
     }
     void write_with(int flags) { VLibFNEWWRITE_IIBBBIB(velda_getdp(), flags, file_, &record, &key_, 0, nullptr); }
@@ -64,8 +63,7 @@ class SelectList {
     explicit SelectList(const Argument &source) { VLibFSELECT_IBBB(velda_getdp(), source, &cell_, nullptr); }
 
     // The active default list, which is used up by this; empty when none is active.
-    static SelectList take_default()
-    {
+    static SelectList take_default() {
         SelectList list;
         list.cell_ = std::exchange(*VLibReturnDefaultSelect(velda_getdp()), VAR(""));
         return list;
@@ -74,10 +72,7 @@ class SelectList {
     bool get_saved(const Argument &name) { return VLibFREADLIST_IBBB(velda_getdp(), &cell_, name, nullptr) == 1; }
 
     // READNEXT: false at the end, with "" in `key`.
-    bool next(VAR &key)
-    {
-        return VLibFREADNEXT_IBBBBB(velda_getdp(), &key, nullptr, nullptr, &cell_, nullptr) == 1;
-    }
+    bool next(VAR &key) { return VLibFREADNEXT_IBBBBB(velda_getdp(), &key, nullptr, nullptr, &cell_, nullptr) == 1; }
     // Makes it the list that the next command takes.
     void make_default() { VLibFSELECT_IBBB(velda_getdp(), &cell_, nullptr, nullptr); }
 
@@ -88,8 +83,7 @@ class SelectList {
       public:
         explicit Iterator(SelectList *list) : list_(list) { ++*this; }
         const VAR &operator*() const { return key_; }
-        Iterator &operator++()
-        {
+        Iterator &operator++() {
             if (list_ && !list_->next(key_)) list_ = nullptr;
             return *this;
         }
@@ -115,8 +109,7 @@ class FileWords {
     explicit FileWords(VAR &cell) : cell_(&cell) {}
 
     // OPEN. The reason of a failure is SYSTEM(0).
-    bool open(const Argument &name, bool dictionary = false)
-    {
+    bool open(const Argument &name, bool dictionary = false) {
         const VAR selector = dictionary ? VAR("DICT") : VAR("");
         return VLibFNEWOPEN_IIBBBB(velda_getdp(), 0, &selector, name, cell_, nullptr) == 1;
     }
@@ -124,8 +117,7 @@ class FileWords {
     void close() { VLibFCLOSE_IB(velda_getdp(), cell_); }
 
     // READ. nullopt when there is no such record.
-    std::optional<VAR> read(const Argument &key) const
-    {
+    std::optional<VAR> read(const Argument &key) const {
         std::optional<VAR> record(std::in_place);
         if (read_into(*record, key) != 1) record.reset();
         return record;
@@ -133,40 +125,31 @@ class FileWords {
     // READ ... ELSE record = "".
     bool read(VAR &record, const Argument &key) const { return read_into(record, key) == 1; }
     // One attribute; "" when there is no such record.
-    VAR read_attribute(const Argument &key, int attribute) const
-    {
+    VAR read_attribute(const Argument &key, int attribute) const {
         VAR value;
         VLibFNEWREAD_IIBBBIB(velda_getdp(), VELDA_ONE_ATTRIBUTE, cell_, &value, key, attribute, nullptr);
         return value;
     }
-    bool exists(const Argument &key) const
-    {
+    bool exists(const Argument &key) const {
         VAR record;
         return read_into(record, key) == 1;
     }
     // READU: waits for the lock, or is busy() at once.
     LockedRecord read_locked(const Argument &key) const { return LockedRecord(cell_, key, VELDA_READ_LOCK); }
-    LockedRecord try_read_locked(const Argument &key) const
-    {
-        return LockedRecord(cell_, key, VELDA_READ_LOCK_NOWAIT);
-    }
+    LockedRecord try_read_locked(const Argument &key) const { return LockedRecord(cell_, key, VELDA_READ_LOCK_NOWAIT); }
 
     // WRITE, WRITEU, DELETE, CLEARFILE, RELEASE.
     void write(const Argument &key, const Argument &record) { write_with(0, key, record); }
-    void write_keeping_lock(const Argument &key, const Argument &record)
-    {
+    void write_keeping_lock(const Argument &key, const Argument &record) {
         write_with(VELDA_WRITE_KEEP_LOCK, key, record);
     }
-    void write_attribute(const Argument &key, int attribute, const Argument &value)
-    {
+    void write_attribute(const Argument &key, int attribute, const Argument &value) {
         VLibFNEWWRITE_IIBBBIB(velda_getdp(), VELDA_ONE_ATTRIBUTE, cell_, value, key, attribute, nullptr);
     }
     // WRITE that tells of a failure: 0, or its code (VELDA_ERROR_PERMISSION, 28 disk full ...).
-    int try_write(const Argument &key, const Argument &record)
-    {
+    int try_write(const Argument &key, const Argument &record) {
         VAR code;
-        const int result =
-            VLibFNEWWRITE_IIBBBIB(velda_getdp(), VELDA_REPORT_ERRORS, cell_, record, key, 0, &code);
+        const int result = VLibFNEWWRITE_IIBBBIB(velda_getdp(), VELDA_REPORT_ERRORS, cell_, record, key, 0, &code);
         return result == 1 ? 0 : static_cast<int>(code.to_integer());
     }
     void remove(const Argument &key) { VLibFNEWDELETE_IIBBB(velda_getdp(), 0, cell_, key, nullptr); }
@@ -177,19 +160,16 @@ class FileWords {
     SelectList select() const { return SelectList(*cell_); }
 
     // IOCTL 9 ("RB", "RB,WB", "RT,WT") and 10.
-    bool set_mode(const Argument &mode)
-    {
+    bool set_mode(const Argument &mode) {
         VAR text(*mode);
         return VLibFIOCTL_IBBB(velda_getdp(), cell_, Argument(static_cast<int>(VELDA_IOCTL_MODE)), &text) == 1;
     }
-    VAR status() const
-    {
+    VAR status() const {
         VAR result;
         VLibFSTATUS_IBBB(velda_getdp(), &result, cell_, nullptr);
         return result;
     }
-    VAR full_path() const
-    {
+    VAR full_path() const {
         VAR path;
         VELDAGetFilenameFromVar(velda_getdp(), cell_, &path);
         return path;
@@ -201,12 +181,10 @@ class FileWords {
     VAR *cell_;
 
   private:
-    int read_into(VAR &record, const Argument &key) const
-    {
+    int read_into(VAR &record, const Argument &key) const {
         return VLibFNEWREAD_IIBBBIB(velda_getdp(), 0, cell_, &record, key, 0, nullptr);
     }
-    void write_with(int flags, const Argument &key, const Argument &record)
-    {
+    void write_with(int flags, const Argument &key, const Argument &record) {
         VLibFNEWWRITE_IIBBBIB(velda_getdp(), flags, cell_, record, key, 0, nullptr);
     }
 };
@@ -216,8 +194,7 @@ class File : public FileWords {
   public:
     File() : FileWords(own_) {}
     File(const File &other) : FileWords(own_), own_(other.own_) {}
-    File &operator=(const File &other)
-    {
+    File &operator=(const File &other) {
         own_ = other.own_;
         return *this;
     }
@@ -227,30 +204,26 @@ class File : public FileWords {
 };
 
 // CREATE-FILE and DELETE-FILE with their operands, one an attribute; nullopt when done, else the message.
-inline std::optional<VAR> create_file(const Argument &operands)
-{
+inline std::optional<VAR> create_file(const Argument &operands) {
     VAR message;
     if (velda_create_file(velda_getdp(), operands, &message) == 1) return std::nullopt;
     return message;
 }
-inline std::optional<VAR> delete_file(const Argument &operands)
-{
+inline std::optional<VAR> delete_file(const Argument &operands) {
     VAR message;
     if (velda_delete_file(velda_getdp(), operands, &message) == 1) return std::nullopt;
     return message;
 }
 
 // DIR(path): size, date, time and kind; "" when there is nothing of that name.
-inline VAR directory_entry(const Argument &path)
-{
+inline VAR directory_entry(const Argument &path) {
     VAR details;
     VLibEDIR_BBB(velda_getdp(), &details, path);
     return details;
 }
 
 // A key that no other call gives.
-inline VAR unique_key()
-{
+inline VAR unique_key() {
     VAR key;
     VLibEUNIQUEKEY_BB(velda_getdp(), &key);
     return key;

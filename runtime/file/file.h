@@ -1,15 +1,15 @@
 // file.h - files and records at statement level: OPEN, READ, WRITE, DELETE, SELECT and their kin, for C and C++.
 //
-// A file cell (DSCB) is a VAR of form exactly VELDA_FORM_FILE. Copying it shares the open file; the file closes when the
-// last cell that holds it is overwritten. Locks are not tied to the cell: those taken on a file outlive its closing and
-// end with their release or with the session. Wherever a file is asked for, a null pointer means the default file, which
-// OPEN without a target sets.
+// A file cell (DSCB) is a VAR of form exactly VELDA_FORM_FILE. Copying it shares the open file; the file closes when
+// the last cell that holds it is overwritten. Locks are not tied to the cell: those taken on a file outlive its closing
+// and end with their release or with the session. Wherever a file is asked for, a null pointer means the default file,
+// which OPEN without a target sets.
 //
 // Results: 1 done, 0 the ELSE path, 2 the record is locked by another port, 3 an error was reported. On anything but 1
 // SYSTEM(0) and the setting variable, if one is given, hold the reason: a system error number (2 absent, 22 invalid, 28
 // disk full ...), VELDA_ERROR_PERMISSION where permission is lacking, and for result 2 the setting variable is the port
-// that holds the lock. A failure that has no result to report it by ends the command with a message that names the file,
-// the key and the reason: an error on the disk is never taken for a missing record.
+// that holds the lock. A failure that has no result to report it by ends the command with a message that names the
+// file, the key and the reason: an error on the disk is never taken for a missing record.
 //
 // Keys are byte strings of 1 to 65,536 bytes, records up to 1 GiB. Reading with an impossible key finds nothing (0);
 // writing or deleting with one is an error.
@@ -20,12 +20,12 @@
 
 // Flags of the record statements.
 enum {
-    VELDA_READ_LOCK = 0x4000000,          // read: take the record lock, wait for it
-    VELDA_READ_LOCK_NOWAIT = 0x4200000,   // read: take the record lock, result 2 when another port holds it
-    VELDA_READ_REPORT_LOCK = 0x200000,    // read without lock; result 2, record and all, when another port holds it
-    VELDA_ONE_ATTRIBUTE = 0x2000000,      // read or write one attribute only, numbered by the attribute argument
-    VELDA_WRITE_KEEP_LOCK = 0x4000000,    // write, delete: keep the record lock
-    VELDA_REPORT_ERRORS = 0x400000        // all: an error is result 3 and a code in the setting variable, not a stop
+    VELDA_READ_LOCK = 0x4000000,         // read: take the record lock, wait for it
+    VELDA_READ_LOCK_NOWAIT = 0x4200000,  // read: take the record lock, result 2 when another port holds it
+    VELDA_READ_REPORT_LOCK = 0x200000,   // read without lock; result 2, record and all, when another port holds it
+    VELDA_ONE_ATTRIBUTE = 0x2000000,     // read or write one attribute only, numbered by the attribute argument
+    VELDA_WRITE_KEEP_LOCK = 0x4000000,   // write, delete: keep the record lock
+    VELDA_REPORT_ERRORS = 0x400000       // all: an error is result 3 and a code in the setting variable, not a stop
 };
 
 // The code of a failure that permission is lacking for, in SYSTEM(0) and setting variables.
@@ -48,36 +48,38 @@ enum {
     VELDA_STATUS_WRITE_MODE = 10,  // "WT", "WB", or ""
     VELDA_STATUS_INODE = 11,       // with the device: what the lock table knows the file by
     VELDA_STATUS_DEVICE = 12,
-    VELDA_STATUS_NAME = 13,        // the name as it was opened
-    VELDA_STATUS_PATH = 27         // the file's full path
+    VELDA_STATUS_NAME = 13,  // the name as it was opened
+    VELDA_STATUS_PATH = 27   // the file's full path
 };
 
 // Attributes of FILEINFO; those not named here are empty.
 enum {
-    VELDA_FILEINFO_OPEN = 1,   // 1
-    VELDA_FILEINFO_NAME = 2,   // the name as it was opened
-    VELDA_FILEINFO_TYPE = 3,   // "UD", "HL"
-    VELDA_FILEINFO_PATH = 20   // the file's full path
+    VELDA_FILEINFO_OPEN = 1,  // 1
+    VELDA_FILEINFO_NAME = 2,  // the name as it was opened
+    VELDA_FILEINFO_TYPE = 3,  // "UD", "HL"
+    VELDA_FILEINFO_PATH = 20  // the file's full path
 };
 
 // Attributes of DIR.
 enum {
-    VELDA_DIR_SIZE = 1,   // bytes
-    VELDA_DIR_DATE = 2,   // day number of the last change, local time
-    VELDA_DIR_TIME = 3,   // seconds since midnight of the last change, local time
-    VELDA_DIR_FLAGS = 4   // "D" for a directory, "S" for what is neither directory nor plain file, else ""
+    VELDA_DIR_SIZE = 1,  // bytes
+    VELDA_DIR_DATE = 2,  // day number of the last change, local time
+    VELDA_DIR_TIME = 3,  // seconds since midnight of the last change, local time
+    VELDA_DIR_FLAGS = 4  // "D" for a directory, "S" for what is neither directory nor plain file, else ""
 };
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-// --- files ---------------------------------------------------------------------------------------------------------------
+// --- files
+// ---------------------------------------------------------------------------------------------------------------
 
-// OPEN dictionary, name TO target. `dictionary` is null, or a cell: "DICT" in any case opens the dictionary, and "", 0 or
-// "DATA" the file itself. Names: NAME, "DICT NAME", "DATA NAME", "NAME,SECTION", "." for the current directory, paths
-// with either kind of slash. 0 when the file cannot be opened; the target is then as before.
-VELDA_EXPORT int VLibFNEWOPEN_IIBBBB(DP *dp, int flags, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting);
+// OPEN dictionary, name TO target. `dictionary` is null, or a cell: "DICT" in any case opens the dictionary, and "", 0
+// or "DATA" the file itself. Names: NAME, "DICT NAME", "DATA NAME", "NAME,SECTION", "." for the current directory,
+// paths with either kind of slash. 0 when the file cannot be opened; the target is then as before.
+VELDA_EXPORT int VLibFNEWOPEN_IIBBBB(DP *dp, int flags, const VAR *dictionary, const VAR *name, VAR *target,
+                                     VAR *setting);
 
 // The older form of the same.
 VELDA_EXPORT int VLibFOPEN_IBBBB(DP *dp, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting);
@@ -88,9 +90,9 @@ VELDA_EXPORT int VLibFCLOSE_IB(DP *dp, VAR *file);
 // CLEARFILE: removes all records. Record locks stay.
 VELDA_EXPORT int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting);
 
-// IOCTL. Command 9 sets how the records of a directory file are read and written, by a text of words divided by commas: R
-// read or W write, then T text (attributes are lines) or B binary; other files take the words and ignore them. Command 10
-// gives the file's status in `argument`. 1 when done, 0 with 22 in SYSTEM(0) for any other command or word.
+// IOCTL. Command 9 sets how the records of a directory file are read and written, by a text of words divided by commas:
+// R read or W write, then T text (attributes are lines) or B binary; other files take the words and ignore them.
+// Command 10 gives the file's status in `argument`. 1 when done, 0 with 22 in SYSTEM(0) for any other command or word.
 VELDA_EXPORT int VLibFIOCTL_IBBB(DP *dp, const VAR *file, const VAR *command, VAR *argument);
 
 // STATUS of an open file, attributes VELDA_STATUS_. 0 and "" when the cell is no file or its status cannot be read.
@@ -105,39 +107,41 @@ VELDA_EXPORT VAR *VLibEDIR_BBB(DP *dp, VAR *target, const VAR *path);
 // A key that no other call gives, on this system, ever: 16 digits and lower-case letters. Returns the target.
 VELDA_EXPORT VAR *VLibEUNIQUEKEY_BB(DP *dp, VAR *target);
 
-// The cell of the default file. It holds no file until an OPEN without target. As the source of VLibFSELECT_IBBB it gives
-// the active default select list, if there is one, before the file itself.
+// The cell of the default file. It holds no file until an OPEN without target. As the source of VLibFSELECT_IBBB it
+// gives the active default select list, if there is one, before the file itself.
 VELDA_EXPORT VAR *VLibReturnDefaultFile(DP *dp);
 
-// What an open file's cell tells of it. VELDAGetFilenameFromVar stores the file's full path and returns 1; for a cell that
-// holds no file it returns 0 and stores nothing. VELDACatalogSetFileNotLogged keeps changes made through this cell and
-// its copies out of the journal; 0 for a cell that is no file. CheckIndex: true when the file has secondary indexes.
-// VELDATestQFlag: true when the cell was opened through a pointer to another file; always false when `ignore` is not 0.
+// What an open file's cell tells of it. VELDAGetFilenameFromVar stores the file's full path and returns 1; for a cell
+// that holds no file it returns 0 and stores nothing. VELDACatalogSetFileNotLogged keeps changes made through this cell
+// and its copies out of the journal; 0 for a cell that is no file. CheckIndex: true when the file has secondary
+// indexes. VELDATestQFlag: true when the cell was opened through a pointer to another file; always false when `ignore`
+// is not 0.
 VELDA_EXPORT int VELDAGetFilenameFromVar(DP *dp, const VAR *file, VAR *name);
 VELDA_EXPORT int VELDACatalogSetFileNotLogged(DP *dp, const VAR *file);
 VELDA_EXPORT int CheckIndex(DP *dp, const VAR *file);
 VELDA_EXPORT int VELDATestQFlag(DP *dp, const VAR *file, int ignore);
 
-// --- records -------------------------------------------------------------------------------------------------------------
+// --- records
+// -------------------------------------------------------------------------------------------------------------
 
-// READ. With VELDA_ONE_ATTRIBUTE the target gets that attribute alone (0: all of the record). On 0 the target is ""; when
-// a lock was asked for it is held all the same, so that a new record can be written under it. On 2 without reading
+// READ. With VELDA_ONE_ATTRIBUTE the target gets that attribute alone (0: all of the record). On 0 the target is "";
+// when a lock was asked for it is held all the same, so that a new record can be written under it. On 2 without reading
 // (VELDA_READ_LOCK_NOWAIT) the target is as before. A wait for a lock ends when the session is interrupted: then the
 // command ends, or the trap that the program set runs and the wait goes on.
 VELDA_EXPORT int VLibFNEWREAD_IIBBBIB(DP *dp, int flags, const VAR *file, VAR *target, const VAR *key, int attribute,
                                       VAR *setting);
 
-// MATREAD: attribute n of the record into cell n of the matrix. Cells beyond the last attribute become ""; when there are
-// more attributes than cells, the last cell takes all that are left, with their marks. `count` (may be null) is the number
-// of attributes of the record. Flags and results as READ; on 0 every cell is "".
+// MATREAD: attribute n of the record into cell n of the matrix. Cells beyond the last attribute become ""; when there
+// are more attributes than cells, the last cell takes all that are left, with their marks. `count` (may be null) is the
+// number of attributes of the record. Flags and results as READ; on 0 every cell is "".
 VELDA_EXPORT int VLibFNEWMATREAD_IIBBBBB(DP *dp, int flags, VAR *count, VAR *matrix, const VAR *key, const VAR *file,
                                          VAR *setting);
 
 // WRITE: stores the record and releases its lock, if this session holds it and VELDA_WRITE_KEEP_LOCK is not given. With
-// VELDA_ONE_ATTRIBUTE it replaces that attribute (-1 appends one) in the record as it is by then, under the record's lock.
-// The lock is advisory: a write without it goes through. On an error a lock stays held.
-VELDA_EXPORT int VLibFNEWWRITE_IIBBBIB(DP *dp, int flags, const VAR *file, const VAR *record, const VAR *key, int attribute,
-                                       VAR *setting);
+// VELDA_ONE_ATTRIBUTE it replaces that attribute (-1 appends one) in the record as it is by then, under the record's
+// lock. The lock is advisory: a write without it goes through. On an error a lock stays held.
+VELDA_EXPORT int VLibFNEWWRITE_IIBBBIB(DP *dp, int flags, const VAR *file, const VAR *record, const VAR *key,
+                                       int attribute, VAR *setting);
 
 // DELETE: removes the record, if there is one, and releases its lock as WRITE does.
 VELDA_EXPORT int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR *setting);
@@ -146,30 +150,32 @@ VELDA_EXPORT int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const 
 // cell is no file or no lock of the record was held. RELEASE of everything is VLibFRELEASEALL_I in runtime/lock/lock.h.
 VELDA_EXPORT int VLibFRELEASE_IBB(DP *dp, const VAR *file, const VAR *key);
 
-// --- select lists --------------------------------------------------------------------------------------------------------
+// --- select lists
+// --------------------------------------------------------------------------------------------------------
 //
 // A list cell has the form VELDA_FORM_LIST. Copies of it name the same list: a key read through one is gone for all. A
-// list of a file's keys streams from the file, also after the file cell has been overwritten; it costs no memory for its
-// keys unless the cell is read as text, which gives the keys not yet read as a dynamic array. The null pointer means the
-// default list of the session, which commands hand on to the next command.
+// list of a file's keys streams from the file, also after the file cell has been overwritten; it costs no memory for
+// its keys unless the cell is read as text, which gives the keys not yet read as a dynamic array. The null pointer
+// means the default list of the session, which commands hand on to the next command.
 
-// SELECT source TO target. A file cell (or null: the default file) gives all its keys; any other cell is a dynamic array
-// with one key an attribute. An empty list is no active default list. A file that cannot be read ends the command with a
-// message, or gives 0 where a setting variable takes the reason: a list that broke off must not look like one at its end.
+// SELECT source TO target. A file cell (or null: the default file) gives all its keys; any other cell is a dynamic
+// array with one key an attribute. An empty list is no active default list. A file that cannot be read ends the command
+// with a message, or gives 0 where a setting variable takes the reason: a list that broke off must not look like one at
+// its end.
 VELDA_EXPORT int VLibFSELECT_IBBB(DP *dp, const VAR *source, VAR *target, VAR *setting);
 
 // READNEXT: 1 and the next key; 0 and "" at the end. A plain string in `list` is taken as a dynamic array of keys and
 // becomes a list by this. `value` and `subvalue` (may be null) become 0. Failures as for SELECT.
 VELDA_EXPORT int VLibFREADNEXT_IBBBBB(DP *dp, VAR *key, VAR *value, VAR *subvalue, VAR *list, VAR *setting);
 
-// READLIST: moves a list into the target, a list cell that also reads as the dynamic array of its keys. With a name it is
-// the saved list of that name, which stays saved. With "" it is the active default list or else the list that this
+// READLIST: moves a list into the target, a list cell that also reads as the dynamic array of its keys. With a name it
+// is the saved list of that name, which stays saved. With "" it is the active default list or else the list that this
 // session saved without a name; either is used up by it. 0 and "" when there is none.
 VELDA_EXPORT int VLibFREADLIST_IBBB(DP *dp, VAR *target, const VAR *name, VAR *setting);
 
-// SAVE-LIST and DELETE-LIST. Saved lists are records of the file lists/saved in the global directory, keyed by name, and
-// outlive the session; the list without a name belongs to the session. `list` null saves (and uses up) the default list.
-// 1 when done; 0 when there is no such list, or with the reason in `message` (may be null).
+// SAVE-LIST and DELETE-LIST. Saved lists are records of the file lists/saved in the global directory, keyed by name,
+// and outlive the session; the list without a name belongs to the session. `list` null saves (and uses up) the default
+// list. 1 when done; 0 when there is no such list, or with the reason in `message` (may be null).
 VELDA_EXPORT int velda_save_list(DP *dp, const VAR *name, VAR *list, VAR *message);
 VELDA_EXPORT int velda_delete_list(DP *dp, const VAR *name, VAR *message);
 
@@ -180,7 +186,8 @@ VELDA_EXPORT VAR *VLibReturnDefaultSelect(DP *dp);
 // file it is the number of its records less those read, so an estimate while others write.
 VELDA_EXPORT int VRunCountDefaultSel(DP *dp);
 
-// --- making and removing files -------------------------------------------------------------------------------------------
+// --- making and removing files
+// -------------------------------------------------------------------------------------------
 
 // CREATE-FILE. `operands`, one an attribute, are those of the command:
 //   {DICT|DATA} NAME{,SECTION}   both parts of the file, or one of them; a section brings a missing dictionary with it

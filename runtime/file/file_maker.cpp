@@ -1,4 +1,5 @@
-// file_maker.cpp - CREATE-FILE and DELETE-FILE: a database file's data section and dictionary made and removed together.
+// file_maker.cpp - CREATE-FILE and DELETE-FILE: a database file's data section and dictionary made and removed
+// together.
 #include <algorithm>
 #include <cerrno>
 #include <optional>
@@ -19,8 +20,7 @@ struct Request {
     store::FileSettings settings;
 };
 
-std::string in_upper_case(std::string_view text)
-{
+std::string in_upper_case(std::string_view text) {
     std::string upper(text);
     for (char &byte : upper) {
         if (byte >= 'a' && byte <= 'z') byte = static_cast<char>(byte - 'a' + 'A');
@@ -28,15 +28,14 @@ std::string in_upper_case(std::string_view text)
     return upper;
 }
 
-Error invalid(std::string_view what, std::string_view value)
-{
+Error invalid(std::string_view what, std::string_view value) {
     return {EINVAL, std::string(what) + " '" + shown_in_message(value) + "'"};
 }
 
-// --- words of the command ------------------------------------------------------------------------------------------------
+// --- words of the command
+// ------------------------------------------------------------------------------------------------
 
-Result<void> set_permissions(Request &request, std::string_view value)
-{
+Result<void> set_permissions(Request &request, std::string_view value) {
     constexpr int AllModeBits = 07777;
     int mode = 0;
     for (const char digit : value) {
@@ -48,24 +47,21 @@ Result<void> set_permissions(Request &request, std::string_view value)
     return {};
 }
 
-Result<void> set_logging(Request &request, std::string_view value)
-{
+Result<void> set_logging(Request &request, std::string_view value) {
     const std::string word = in_upper_case(value);
     if (word != "YES" && word != "NO") return invalid("LOG wants YES or NO, not", value);
     request.settings.journalled = word == "YES";
     return {};
 }
 
-Result<void> set_type(Request &request, std::string_view value)
-{
+Result<void> set_type(Request &request, std::string_view value) {
     const std::string word = in_upper_case(value);
     if (word != "UD" && word != "HL") return invalid("TYPE wants UD (directory) or HL (hashed), not", value);
     request.type = word;
     return {};
 }
 
-Result<void> set_durability(Request &request, std::string_view value)
-{
+Result<void> set_durability(Request &request, std::string_view value) {
     const std::string word = in_upper_case(value);
     if (word != "SYNC" && word != "LAZY") return invalid("DURABILITY wants SYNC or LAZY, not", value);
     request.settings.durability = word == "LAZY" ? store::Durability::Lazy : store::Durability::Sync;
@@ -87,17 +83,16 @@ constexpr Setting Settings[] = {
 bool is_driver_option(std::string_view word) { return word == "-B" || word == "-L" || word == "-T"; }
 
 // "1", "11", "23,1": the sizes of files of older systems.
-bool is_size(std::string_view word)
-{
+bool is_size(std::string_view word) {
     return !word.empty() && word.front() >= '0' && word.front() <= '9' &&
            word.find_first_not_of("0123456789,") == std::string_view::npos;
 }
 
-Result<void> take_option(Request &request, const std::string &word)
-{
+Result<void> take_option(Request &request, const std::string &word) {
     const std::string upper = in_upper_case(word);
     for (const Setting &setting : Settings) {
-        if (upper.starts_with(setting.prefix)) return setting.set(request, std::string_view(word).substr(setting.prefix.size()));
+        if (upper.starts_with(setting.prefix))
+            return setting.set(request, std::string_view(word).substr(setting.prefix.size()));
     }
     if (!is_driver_option(upper)) return invalid("unknown option", word);
     request.settings.options.push_back(upper);
@@ -105,8 +100,7 @@ Result<void> take_option(Request &request, const std::string &word)
     return {};
 }
 
-std::vector<std::string> words_of(const VAR &operands)
-{
+std::vector<std::string> words_of(const VAR &operands) {
     std::vector<std::string> words;
     const int count = VLibEDCOUNT_IBB(nullptr, &operands, Argument(AM));
     for (int i = 1; i <= count; ++i) {
@@ -116,8 +110,7 @@ std::vector<std::string> words_of(const VAR &operands)
 }
 
 // The name may come as one word, "DICT NAME", as the logic's file names do.
-void split_name(Request &request)
-{
+void split_name(Request &request) {
     const std::string upper = in_upper_case(request.name);
     for (const auto &[prefix, part] : {std::pair{"DICT ", Part::Dictionary}, std::pair{"DATA ", Part::Data}}) {
         if (!upper.starts_with(prefix)) continue;
@@ -127,8 +120,7 @@ void split_name(Request &request)
 }
 
 // Words are told apart by their form: an option begins with "-" or a setting's name, a size comes behind the name.
-Result<Request> parse(const VAR &operands)
-{
+Result<Request> parse(const VAR &operands) {
     Request request;
     for (const std::string &word : words_of(operands)) {
         const std::string upper = in_upper_case(word);
@@ -151,38 +143,35 @@ Result<Request> parse(const VAR &operands)
     return request;
 }
 
-// --- making and removing -------------------------------------------------------------------------------------------------
+// --- making and removing
+// -------------------------------------------------------------------------------------------------
 
 bool names_section(std::string_view name) { return name.find(',') != std::string_view::npos; }
 
 // NAME of NAME,SECTION: the dictionary belongs to the whole file.
 std::string without_section(std::string_view name) { return std::string(name.substr(0, name.find(','))); }
 
-Result<std::string> path_of(std::string_view name, bool dictionary)
-{
+Result<std::string> path_of(std::string_view name, bool dictionary) {
     auto parsed = store::parse_file_name(dictionary ? without_section(name) : std::string(name), dictionary);
     if (!parsed) return parsed.error();
     return parsed->path;
 }
 
-Result<void> make(const Request &request, bool dictionary)
-{
+Result<void> make(const Request &request, bool dictionary) {
     const auto path = path_of(request.name, dictionary);
     if (!path) return path.error();
     const bool typed = request.type && (!dictionary || request.part == Part::Dictionary);
     return store::create_file(*path, typed ? *request.type : "HL", request.settings);
 }
 
-Result<void> remove(const Request &request, bool dictionary)
-{
+Result<void> remove(const Request &request, bool dictionary) {
     const auto path = path_of(request.name, dictionary);
     if (!path) return path.error();
     return store::destroy_file(*path);
 }
 
 // Dictionary first: a data section without dictionary is never seen. What was made goes again when the rest fails.
-Result<void> make_parts(const Request &request)
-{
+Result<void> make_parts(const Request &request) {
     bool made_dictionary = false;
     if (request.part != Part::Data) {
         const auto made = make(request, true);
@@ -199,8 +188,7 @@ Result<void> make_parts(const Request &request)
 }
 
 // Data first, for the same reason. A section leaves the dictionary to the rest of the file.
-Result<void> remove_parts(const Request &request)
-{
+Result<void> remove_parts(const Request &request) {
     if (request.part != Part::Dictionary) {
         if (auto removed = remove(request, false); !removed) return removed;
     }
@@ -211,8 +199,7 @@ Result<void> remove_parts(const Request &request)
     return removed;
 }
 
-int run(DP *dp, const VAR *operands, VAR *message, std::string_view failure, Result<void> (*action)(const Request &))
-{
+int run(DP *dp, const VAR *operands, VAR *message, std::string_view failure, Result<void> (*action)(const Request &)) {
     const auto request = parse(*operands);
     const auto done = request ? action(*request) : Result<void>(request.error());
     if (done) return Done;
@@ -231,12 +218,10 @@ int run(DP *dp, const VAR *operands, VAR *message, std::string_view failure, Res
 }  // namespace
 }  // namespace velda::file
 
-int velda_create_file(DP *dp, const VAR *operands, VAR *message)
-{
+int velda_create_file(DP *dp, const VAR *operands, VAR *message) {
     return velda::file::run(dp, operands, message, "FILE_CREATE", velda::file::make_parts);
 }
 
-int velda_delete_file(DP *dp, const VAR *operands, VAR *message)
-{
+int velda_delete_file(DP *dp, const VAR *operands, VAR *message) {
     return velda::file::run(dp, operands, message, "FILE_REMOVE", velda::file::remove_parts);
 }

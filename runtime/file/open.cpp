@@ -7,8 +7,7 @@
 namespace velda::file {
 namespace {
 
-void destroy_file_handle(Handle *handle)
-{
+void destroy_file_handle(Handle *handle) {
     auto *const block = reinterpret_cast<VediControlBlock *>(handle);
     store::destroy_control_block(*block);
     delete block;
@@ -19,8 +18,7 @@ std::string_view file_handle_text(const Handle *) { return {}; }
 constexpr HandleOperations FileHandleOperations = {destroy_file_handle, file_handle_text};
 
 // The cell takes over the block.
-void store_block(DP *dp, VAR &cell, VediControlBlock *block)
-{
+void store_block(DP *dp, VAR &cell, VediControlBlock *block) {
     if (cell.form & VELDA_MASK_RELEASE) VLibBStoreFreeVar_VB(dp, &cell);
     cell.form = VELDA_FORM_FILE;
     cell.formExtra = 0;
@@ -28,8 +26,7 @@ void store_block(DP *dp, VAR &cell, VediControlBlock *block)
     cell.length = 0;
 }
 
-bool equals_ignoring_case(std::string_view text, std::string_view upper)
-{
+bool equals_ignoring_case(std::string_view text, std::string_view upper) {
     if (text.size() != upper.size()) return false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char byte = text[i] >= 'a' && text[i] <= 'z' ? static_cast<char>(text[i] - 'a' + 'A') : text[i];
@@ -39,16 +36,14 @@ bool equals_ignoring_case(std::string_view text, std::string_view upper)
 }
 
 // Whether the dictionary is meant, by the selector of OPEN.
-Result<bool> selects_dictionary(const VAR *selector)
-{
+Result<bool> selects_dictionary(const VAR *selector) {
     const std::string_view word = text_of(selector);
     if (word.empty() || word == "0" || equals_ignoring_case(word, "DATA")) return false;
     if (equals_ignoring_case(word, "DICT")) return true;
     return Error{EINVAL, "'" + shown_in_message(word) + "' is neither DICT nor DATA"};
 }
 
-Result<VediControlBlock *> open_block(const VAR *selector, std::string_view name)
-{
+Result<VediControlBlock *> open_block(const VAR *selector, std::string_view name) {
     const auto dictionary = selects_dictionary(selector);
     if (!dictionary) return dictionary.error();
     const auto parsed = store::parse_file_name(name, *dictionary);
@@ -66,29 +61,25 @@ Result<VediControlBlock *> open_block(const VAR *selector, std::string_view name
 
 using namespace velda::file;
 
-int VLibFNEWOPEN_IIBBBB(DP *dp, int flags, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting)
-{
+int VLibFNEWOPEN_IIBBBB(DP *dp, int flags, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting) {
     auto block = open_block(dictionary, text_of(name));
     if (!block) return take_else_path({dp, flags, setting}, block.error().number);
     store_block(dp, target ? *target : dp->state<FileState>().default_file, *block);
     return Done;
 }
 
-int VLibFOPEN_IBBBB(DP *dp, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting)
-{
+int VLibFOPEN_IBBBB(DP *dp, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting) {
     return VLibFNEWOPEN_IIBBBB(dp, 0, dictionary, name, target, setting);
 }
 
-int VLibFCLOSE_IB(DP *dp, VAR *file)
-{
+int VLibFCLOSE_IB(DP *dp, VAR *file) {
     VAR &cell = file ? *file : dp->state<FileState>().default_file;
     if (!cell.is_file()) return ElsePath;
     cell = "";
     return Done;
 }
 
-int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting)
-{
+int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting) {
     const Statement statement{dp, flags, setting};
     auto *const content = content_of_cell(dp, file);
     if (!content) return fail(statement, Action::Clear, "", "", not_open_error());
@@ -99,8 +90,7 @@ int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting)
 
 VAR *VLibReturnDefaultFile(DP *dp) { return &dp->state<FileState>().default_file; }
 
-int VELDAGetFilenameFromVar(DP *dp, const VAR *file, VAR *name)
-{
+int VELDAGetFilenameFromVar(DP *dp, const VAR *file, VAR *name) {
     const auto *const content = file ? content_of_cell(dp, file) : nullptr;
     if (!content) return 0;
     // The file stays open while its name is stored, should `name` be the very cell that holds it.
@@ -109,22 +99,19 @@ int VELDAGetFilenameFromVar(DP *dp, const VAR *file, VAR *name)
     return 1;
 }
 
-int VELDACatalogSetFileNotLogged(DP *dp, const VAR *file)
-{
+int VELDACatalogSetFileNotLogged(DP *dp, const VAR *file) {
     VediControlBlock *const block = file ? block_of(dp, file) : nullptr;
     if (!block) return 0;
     block->flags |= VEDI_FILE_NOT_JOURNALLED;
     return 1;
 }
 
-int CheckIndex(DP *dp, const VAR *file)
-{
+int CheckIndex(DP *dp, const VAR *file) {
     const VediControlBlock *const block = file ? block_of(dp, file) : nullptr;
     return block && (block->flags & VEDI_FILE_INDEXED) ? 1 : 0;
 }
 
-int VELDATestQFlag(DP *dp, const VAR *file, int ignore)
-{
+int VELDATestQFlag(DP *dp, const VAR *file, int ignore) {
     constexpr std::uint32_t QFlag = 0x40;
     const VediControlBlock *const block = file && ignore == 0 ? block_of(dp, file) : nullptr;
     return block && (block->flags2 & QFlag) ? 1 : 0;

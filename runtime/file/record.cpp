@@ -15,8 +15,7 @@ struct RecordStatement : Statement {
     std::string_view key;
 
     store::OpenFile &file() const { return *content->file; }
-    int fail_with(Action action, const Error &error) const
-    {
+    int fail_with(Action action, const Error &error) const {
         return fail(*this, action, content ? file().path() : std::string_view(), key, error);
     }
 };
@@ -30,24 +29,26 @@ struct LockAnswer {
     bool was_held = false;  // by this session, before
 };
 
-int report_busy(const RecordStatement &statement, const LockOwner &holder)
-{
+int report_busy(const RecordStatement &statement, const LockOwner &holder) {
     statement.dp->last_error = EWOULDBLOCK;
     if (statement.setting) *statement.setting = holder.port;
     return LockedByOther;
 }
 
 // Takes the record's lock. A wait that an interrupt ends goes on when the interrupt's trap returns.
-LockAnswer take_lock(const RecordStatement &statement, Wait wait)
-{
+LockAnswer take_lock(const RecordStatement &statement, Wait wait) {
     if (wait == Wait::Yes) store::release_snapshots();
     for (;;) {
         LockOutcome outcome = lock_record(statement.dp, statement.file().identity(), statement.key, wait);
         switch (outcome.result) {
-            case LockResult::Granted: return {Lock::Granted, Done, outcome.was_held};
-            case LockResult::Failed: return {Lock::Failed, statement.fail_with(Action::Lock, outcome.error)};
-            case LockResult::Busy: return {Lock::Busy, report_busy(statement, outcome.holder)};
-            case LockResult::Interrupted: poll_interrupt(statement.dp);
+            case LockResult::Granted:
+                return {Lock::Granted, Done, outcome.was_held};
+            case LockResult::Failed:
+                return {Lock::Failed, statement.fail_with(Action::Lock, outcome.error)};
+            case LockResult::Busy:
+                return {Lock::Busy, report_busy(statement, outcome.holder)};
+            case LockResult::Interrupted:
+                poll_interrupt(statement.dp);
         }
     }
 }
@@ -55,31 +56,28 @@ LockAnswer take_lock(const RecordStatement &statement, Wait wait)
 constexpr bool has_all(int flags, int wanted) { return (flags & wanted) == wanted; }
 
 // What a read is asked to do about the record's lock, by its flags.
-LockAnswer lock_for_read(const RecordStatement &statement)
-{
+LockAnswer lock_for_read(const RecordStatement &statement) {
     if (has_all(statement.flags, VELDA_READ_LOCK_NOWAIT)) return take_lock(statement, Wait::No);
     if (statement.flags & VELDA_READ_LOCK) return take_lock(statement, Wait::Yes);
     return {};
 }
 
 // How a read without failure ends. A plain read may have to tell of another's lock; `error` says why nothing was found.
-int end_read(const RecordStatement &statement, int result, int error)
-{
+int end_read(const RecordStatement &statement, int result, int error) {
     const bool reports_lock = (statement.flags & VELDA_READ_LOCK_NOWAIT) == VELDA_READ_REPORT_LOCK;
-    const auto holder = reports_lock ? other_holder(statement.dp, statement.file().identity(), statement.key) : std::nullopt;
+    const auto holder =
+        reports_lock ? other_holder(statement.dp, statement.file().identity(), statement.key) : std::nullopt;
     if (holder) return report_busy(statement, *holder);
     return result == Done ? Done : take_else_path(statement, error);
 }
 
 // True for an error that says that there is no record of this key, rather than that reading one failed.
-bool means_no_record(const Error &error)
-{
+bool means_no_record(const Error &error) {
     return error.number == ENOENT || error.number == ENOTDIR || error.number == EISDIR;
 }
 
 // Reads into `target`, which must not be the cell of the key or of the file.
-int read_into(const RecordStatement &statement, VAR &target)
-{
+int read_into(const RecordStatement &statement, VAR &target) {
     const LockAnswer answer = lock_for_read(statement);
     if (answer.lock != Lock::Granted) return answer.result;
     CellBuffer buffer(statement.dp, target);
@@ -92,8 +90,7 @@ int read_into(const RecordStatement &statement, VAR &target)
 }
 
 // READ, but for the attribute.
-int read_record(DP *dp, int flags, const VAR *file, VAR &target, const VAR *key, VAR *setting)
-{
+int read_record(DP *dp, int flags, const VAR *file, VAR &target, const VAR *key, VAR *setting) {
     if (!file) file = VLibReturnDefaultFile(dp);
     const RecordStatement statement{{dp, flags, setting}, content_of_cell(dp, file), text_of(key)};
     if (!statement.content) return statement.fail_with(Action::Read, not_open_error());
@@ -109,8 +106,7 @@ int read_record(DP *dp, int flags, const VAR *file, VAR &target, const VAR *key,
 }
 
 // READ of one attribute. A read that took nothing leaves the target as it was.
-int read_attribute(DP *dp, int flags, const VAR *file, VAR &target, const VAR *key, int attribute, VAR *setting)
-{
+int read_attribute(DP *dp, int flags, const VAR *file, VAR &target, const VAR *key, int attribute, VAR *setting) {
     VAR record;
     const int result = read_record(dp, flags, file, record, key, setting);
     if (record.form != 0) VLibEEXTRACT_BBBIII(dp, &target, &record, attribute, 0, 0);
@@ -118,8 +114,7 @@ int read_attribute(DP *dp, int flags, const VAR *file, VAR &target, const VAR *k
 }
 
 // Attribute n of the record into cell n of the matrix; what is left over goes into the last cell.
-void spread_over_matrix(VAR &matrix, std::string_view record)
-{
+void spread_over_matrix(VAR &matrix, std::string_view record) {
     const int cells = velda_matrix_size(&matrix);
     bool more = !record.empty();
     for (int i = 1; i <= cells; ++i) {
@@ -132,15 +127,13 @@ void spread_over_matrix(VAR &matrix, std::string_view record)
 
 // A write or delete gives the record's lock back, unless it is told to keep it. A failure keeps it: the caller may try
 // again.
-int end_update(const RecordStatement &statement)
-{
+int end_update(const RecordStatement &statement) {
     if (!(statement.flags & VELDA_WRITE_KEEP_LOCK))
         unlock_record(statement.dp, statement.file().identity(), statement.key);
     return Done;
 }
 
-int write_record(const RecordStatement &statement, std::string_view record)
-{
+int write_record(const RecordStatement &statement, std::string_view record) {
     if (const auto possible = check_record(record); !possible)
         return statement.fail_with(Action::Write, possible.error());
     const auto written = statement.file().write(statement.key, record, statement.content->write_mode);
@@ -149,8 +142,7 @@ int write_record(const RecordStatement &statement, std::string_view record)
 }
 
 // The record with one attribute replaced, as it is now.
-Result<VAR> replaced_attribute(const RecordStatement &statement, const VAR &value, int attribute)
-{
+Result<VAR> replaced_attribute(const RecordStatement &statement, const VAR &value, int attribute) {
     VAR record;
     CellBuffer buffer(statement.dp, record);
     const auto found = statement.file().read(statement.key, buffer, statement.content->read_mode);
@@ -160,9 +152,9 @@ Result<VAR> replaced_attribute(const RecordStatement &statement, const VAR &valu
     return record;
 }
 
-// WRITE of one attribute: under the record's lock, so that of two sessions that write different attributes neither loses.
-int write_attribute(const RecordStatement &statement, const VAR &value, int attribute)
-{
+// WRITE of one attribute: under the record's lock, so that of two sessions that write different attributes neither
+// loses.
+int write_attribute(const RecordStatement &statement, const VAR &value, int attribute) {
     const LockAnswer answer = take_lock(statement, Wait::Yes);
     if (answer.lock != Lock::Granted) return answer.result;
     const auto release = [&] {
@@ -184,14 +176,12 @@ int write_attribute(const RecordStatement &statement, const VAR &value, int attr
 
 using namespace velda::file;
 
-int VLibFNEWREAD_IIBBBIB(DP *dp, int flags, const VAR *file, VAR *target, const VAR *key, int attribute, VAR *setting)
-{
+int VLibFNEWREAD_IIBBBIB(DP *dp, int flags, const VAR *file, VAR *target, const VAR *key, int attribute, VAR *setting) {
     if (flags & VELDA_ONE_ATTRIBUTE) return read_attribute(dp, flags, file, *target, key, attribute, setting);
     return read_record(dp, flags, file, *target, key, setting);
 }
 
-int VLibFNEWMATREAD_IIBBBBB(DP *dp, int flags, VAR *count, VAR *matrix, const VAR *key, const VAR *file, VAR *setting)
-{
+int VLibFNEWMATREAD_IIBBBBB(DP *dp, int flags, VAR *count, VAR *matrix, const VAR *key, const VAR *file, VAR *setting) {
     VAR record;
     const int result = read_record(dp, flags, file, record, key, setting);
     if (record.form == 0) return result;
@@ -201,8 +191,7 @@ int VLibFNEWMATREAD_IIBBBBB(DP *dp, int flags, VAR *count, VAR *matrix, const VA
 }
 
 int VLibFNEWWRITE_IIBBBIB(DP *dp, int flags, const VAR *file, const VAR *record, const VAR *key, int attribute,
-                          VAR *setting)
-{
+                          VAR *setting) {
     const RecordStatement statement{{dp, flags, setting}, content_of_cell(dp, file), text_of(key)};
     if (!statement.content) return statement.fail_with(Action::Write, not_open_error());
     if (const auto possible = check_key(statement.key); !possible)
@@ -211,8 +200,7 @@ int VLibFNEWWRITE_IIBBBIB(DP *dp, int flags, const VAR *file, const VAR *record,
     return write_record(statement, text_of(record));
 }
 
-int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR *setting)
-{
+int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR *setting) {
     const RecordStatement statement{{dp, flags, setting}, content_of_cell(dp, file), text_of(key)};
     if (!statement.content) return statement.fail_with(Action::Delete, not_open_error());
     if (const auto possible = check_key(statement.key); !possible)
@@ -222,8 +210,7 @@ int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR
     return end_update(statement);
 }
 
-int VLibFRELEASE_IBB(DP *dp, const VAR *file, const VAR *key)
-{
+int VLibFRELEASE_IBB(DP *dp, const VAR *file, const VAR *key) {
     const auto *const content = content_of_cell(dp, file);
     if (!content) return ElsePath;
     const auto identity = content->file->identity();

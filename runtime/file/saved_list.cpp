@@ -1,4 +1,5 @@
-// saved_list.cpp - READLIST, and the lists that SAVE-LIST keeps: records of the file "savedlists" in the global directory.
+// saved_list.cpp - READLIST, and the lists that SAVE-LIST keeps: records of the file "savedlists" in the global
+// directory.
 #include <cerrno>
 
 #include "runtime/base/global_directory.h"
@@ -13,14 +14,12 @@ namespace {
 constexpr const char *ListsDirectory = "lists";
 constexpr const char *ListsFile = "/saved";
 
-Result<std::shared_ptr<store::OpenFile>> open_saved_lists()
-{
+Result<std::shared_ptr<store::OpenFile>> open_saved_lists() {
     return store::open_file(global_directory() + "/" + ListsDirectory + ListsFile);
 }
 
 // The same, made when it is missing.
-Result<std::shared_ptr<store::OpenFile>> make_saved_lists()
-{
+Result<std::shared_ptr<store::OpenFile>> make_saved_lists() {
     auto opened = open_saved_lists();
     if (opened || opened.error().number != ENOENT) return opened;
     const auto directory = global_subdirectory(ListsDirectory);
@@ -31,8 +30,7 @@ Result<std::shared_ptr<store::OpenFile>> make_saved_lists()
     return open_saved_lists();
 }
 
-Result<bool> read_saved(std::string_view name, VAR &keys)
-{
+Result<bool> read_saved(std::string_view name, VAR &keys) {
     auto file = open_saved_lists();
     if (!file && file.error().number == ENOENT) return false;
     if (!file) return file.error();
@@ -40,15 +38,13 @@ Result<bool> read_saved(std::string_view name, VAR &keys)
     return (*file)->read(name, buffer, store::TransferMode::Default);
 }
 
-Result<void> write_saved(std::string_view name, std::string_view keys)
-{
+Result<void> write_saved(std::string_view name, std::string_view keys) {
     auto file = make_saved_lists();
     if (!file) return file.error();
     return (*file)->write(name, keys, store::TransferMode::Default);
 }
 
-Result<bool> remove_saved(std::string_view name)
-{
+Result<bool> remove_saved(std::string_view name) {
     auto file = open_saved_lists();
     if (!file && file.error().number == ENOENT) return false;
     if (!file) return file.error();
@@ -56,8 +52,7 @@ Result<bool> remove_saved(std::string_view name)
 }
 
 // The active default list, or else the one saved without a name; used up by this. False when there is neither.
-bool take_session_list(FileState &state, VAR &list)
-{
+bool take_session_list(FileState &state, VAR &list) {
     for (VAR *const source : {&state.default_list, &state.saved_list}) {
         if (source->form != VELDA_FORM_LIST) continue;
         list = std::exchange(*source, VAR(""));
@@ -67,14 +62,12 @@ bool take_session_list(FileState &state, VAR &list)
 }
 
 // What a command tells of a list that could not be saved, read or deleted.
-void tell(VAR *message, std::string_view key, std::string_view name, const Error &error)
-{
+void tell(VAR *message, std::string_view key, std::string_view name, const Error &error) {
     if (message) *message = std::string(key) + VM + shown_in_message(name) + VM + error.message;
 }
 
 // The list to be saved: the caller's, or the default list, which is used up. False when there is none.
-bool keys_to_save(FileState &state, VAR *list, VAR &keys)
-{
+bool keys_to_save(FileState &state, VAR *list, VAR &keys) {
     if (list) {
         keys = list->view();
         return true;
@@ -89,8 +82,7 @@ bool keys_to_save(FileState &state, VAR *list, VAR &keys)
 
 using namespace velda::file;
 
-int VLibFREADLIST_IBBB(DP *dp, VAR *target, const VAR *name, VAR *setting)
-{
+int VLibFREADLIST_IBBB(DP *dp, VAR *target, const VAR *name, VAR *setting) {
     const Statement statement{dp, 0, setting};
     const std::string list_name(text_of(name));
     if (list_name.empty()) {
@@ -112,8 +104,7 @@ int VLibFREADLIST_IBBB(DP *dp, VAR *target, const VAR *name, VAR *setting)
     return take_else_path(statement, found ? ENOENT : found.error().number);
 }
 
-int velda_save_list(DP *dp, const VAR *name, VAR *list, VAR *message)
-{
+int velda_save_list(DP *dp, const VAR *name, VAR *list, VAR *message) {
     FileState &state = dp->state<FileState>();
     VAR keys;
     if (!keys_to_save(state, list, keys)) {
@@ -131,8 +122,7 @@ int velda_save_list(DP *dp, const VAR *name, VAR *list, VAR *message)
     return Done;
 }
 
-int velda_delete_list(DP *dp, const VAR *name, VAR *message)
-{
+int velda_delete_list(DP *dp, const VAR *name, VAR *message) {
     const std::string list_name(text_of(name));
     FileState &state = dp->state<FileState>();
     if (list_name.empty()) {

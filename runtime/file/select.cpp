@@ -10,8 +10,7 @@ namespace velda::file {
 namespace {
 
 // A walk that fails must not look like one that ended: without a setting variable to tell it by, the command ends.
-int fail_list(const Statement &statement, Action action, std::string_view file, const Error &error)
-{
+int fail_list(const Statement &statement, Action action, std::string_view file, const Error &error) {
     if (statement.setting) return take_else_path(statement, error.number);
     return fail(statement, action, file, "", error);
 }
@@ -23,8 +22,7 @@ VAR &default_list(DP *dp) { return dp->state<FileState>().default_list; }
 bool is_list(const VAR &cell) { return cell.form == VELDA_FORM_LIST; }
 
 // Puts the list into the target; an empty list is no active default list.
-int hand_over(const Statement &statement, VAR list, VAR *target)
-{
+int hand_over(const Statement &statement, VAR list, VAR *target) {
     if (target) {
         *target = std::move(list);
         return Done;
@@ -38,8 +36,7 @@ int hand_over(const Statement &statement, VAR list, VAR *target)
     return Done;
 }
 
-int select_file(const Statement &statement, store::ControlBlockContent *content, VAR *target)
-{
+int select_file(const Statement &statement, store::ControlBlockContent *content, VAR *target) {
     if (!content) return fail_list(statement, Action::Select, "", not_open_error());
     auto cursor = content->file->select(content->read_mode);
     if (!cursor) return fail_list(statement, Action::Select, content->file->path(), cursor.error());
@@ -48,8 +45,7 @@ int select_file(const Statement &statement, store::ControlBlockContent *content,
     return hand_over(statement, std::move(list), target);
 }
 
-int select_keys(const Statement &statement, const VAR &source, VAR *target)
-{
+int select_keys(const Statement &statement, const VAR &source, VAR *target) {
     VAR list;
     if (is_list(source))
         list = source;
@@ -59,14 +55,12 @@ int select_keys(const Statement &statement, const VAR &source, VAR *target)
 }
 
 // A string of keys becomes a list where it stands, so that each READNEXT costs the same however long it is.
-void make_list(DP *dp, VAR &cell)
-{
+void make_list(DP *dp, VAR &cell) {
     if (!is_list(cell)) store_list(dp, cell, std::make_unique<SelectList>(cell.str()));
 }
 
 // The key goes into its cell, which may be the cell of the list.
-void store_key(VAR &target, const VAR &list, std::string_view key)
-{
+void store_key(VAR &target, const VAR &list, std::string_view key) {
     if (&target == &list)
         target = std::string(key);
     else
@@ -78,8 +72,7 @@ void store_key(VAR &target, const VAR &list, std::string_view key)
 
 using namespace velda::file;
 
-int VLibFSELECT_IBBB(DP *dp, const VAR *source, VAR *target, VAR *setting)
-{
+int VLibFSELECT_IBBB(DP *dp, const VAR *source, VAR *target, VAR *setting) {
     const Statement statement{dp, 0, setting};
     FileState &state = dp->state<FileState>();
     if (!source) source = &state.default_file;
@@ -92,8 +85,7 @@ int VLibFSELECT_IBBB(DP *dp, const VAR *source, VAR *target, VAR *setting)
     return select_keys(statement, *source, target);
 }
 
-int VLibFREADNEXT_IBBBBB(DP *dp, VAR *key, VAR *value, VAR *subvalue, VAR *list, VAR *setting)
-{
+int VLibFREADNEXT_IBBBBB(DP *dp, VAR *key, VAR *value, VAR *subvalue, VAR *list, VAR *setting) {
     const Statement statement{dp, 0, setting};
     if (value) *value = 0;
     if (subvalue) *subvalue = 0;
@@ -116,8 +108,7 @@ int VLibFREADNEXT_IBBBBB(DP *dp, VAR *key, VAR *value, VAR *subvalue, VAR *list,
 
 VAR *VLibReturnDefaultSelect(DP *dp) { return &default_list(dp); }
 
-int VRunCountDefaultSel(DP *dp)
-{
+int VRunCountDefaultSel(DP *dp) {
     const VAR &list = default_list(dp);
     if (!is_list(list)) return 0;
     const auto count = SelectList::of(list).count_left();

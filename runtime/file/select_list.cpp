@@ -9,8 +9,7 @@ namespace {
 
 void destroy_list(Handle *handle) { delete static_cast<SelectList *>(handle); }
 
-std::string_view list_text(const Handle *handle)
-{
+std::string_view list_text(const Handle *handle) {
     // Gathering the keys of a stream changes how they are kept, not which they are.
     return const_cast<SelectList *>(static_cast<const SelectList *>(handle))->text();
 }
@@ -19,20 +18,17 @@ constexpr HandleOperations ListOperations = {destroy_list, list_text};
 
 }  // namespace
 
-SelectList::SelectList(std::string keys) : keys_(std::move(keys))
-{
+SelectList::SelectList(std::string keys) : keys_(std::move(keys)) {
     operations = &ListOperations;
     if (!keys_.empty()) position_ = 0;
 }
 
 SelectList::SelectList(std::shared_ptr<store::OpenFile> file, std::unique_ptr<store::Cursor> cursor)
-    : file_(std::move(file)), cursor_(std::move(cursor))
-{
+    : file_(std::move(file)), cursor_(std::move(cursor)) {
     operations = &ListOperations;
 }
 
-std::optional<std::string_view> SelectList::next_of_array()
-{
+std::optional<std::string_view> SelectList::next_of_array() {
     if (position_ == std::string::npos) return std::nullopt;
     const std::size_t end = keys_.find(AM, position_);
     const std::string_view key = std::string_view(keys_).substr(position_, end - position_);
@@ -40,24 +36,21 @@ std::optional<std::string_view> SelectList::next_of_array()
     return key;
 }
 
-Result<std::optional<std::string_view>> SelectList::next_of_stream()
-{
+Result<std::optional<std::string_view>> SelectList::next_of_stream() {
     auto key = cursor_->next_key();
     if (key && *key) ++read_;
     if (key && !*key) cursor_.reset();
     return key;
 }
 
-Result<std::optional<std::string_view>> SelectList::next_from_source()
-{
+Result<std::optional<std::string_view>> SelectList::next_from_source() {
     if (cursor_) return next_of_stream();
     auto key = next_of_array();
     if (!key && error_) return *std::exchange(error_, std::nullopt);
     return key;
 }
 
-Result<std::optional<std::string_view>> SelectList::next()
-{
+Result<std::optional<std::string_view>> SelectList::next() {
     if (left_ && *left_ > 0) --*left_;
     if (!ahead_) return next_from_source();
     current_ = std::move(*ahead_);
@@ -65,8 +58,7 @@ Result<std::optional<std::string_view>> SelectList::next()
     return std::optional<std::string_view>(current_);
 }
 
-Result<bool> SelectList::at_end()
-{
+Result<bool> SelectList::at_end() {
     if (ahead_) return false;
     auto key = next_from_source();
     if (!key) return key.error();
@@ -75,8 +67,7 @@ Result<bool> SelectList::at_end()
     return false;
 }
 
-Result<std::uint64_t> SelectList::count_now()
-{
+Result<std::uint64_t> SelectList::count_now() {
     if (!cursor_) {
         const bool any = position_ != std::string::npos;
         const auto rest = any ? std::string_view(keys_).substr(position_) : std::string_view();
@@ -88,8 +79,7 @@ Result<std::uint64_t> SelectList::count_now()
     return status->records - std::min(status->records, handed_out);
 }
 
-Result<std::uint64_t> SelectList::count_left()
-{
+Result<std::uint64_t> SelectList::count_left() {
     const auto end = at_end();
     if (!end) return end.error();
     if (*end) return 0;
@@ -102,9 +92,9 @@ Result<std::uint64_t> SelectList::count_left()
     return std::max<std::uint64_t>(*left_, 1);
 }
 
-std::string_view SelectList::text()
-{
-    if (!cursor_ && !ahead_) return position_ == std::string::npos ? std::string_view() : std::string_view(keys_).substr(position_);
+std::string_view SelectList::text() {
+    if (!cursor_ && !ahead_)
+        return position_ == std::string::npos ? std::string_view() : std::string_view(keys_).substr(position_);
     std::string gathered;
     bool any = false;
     for (;;) {
@@ -122,8 +112,7 @@ std::string_view SelectList::text()
     return keys_;
 }
 
-void store_list(DP *dp, VAR &cell, std::unique_ptr<SelectList> list)
-{
+void store_list(DP *dp, VAR &cell, std::unique_ptr<SelectList> list) {
     if (cell.form & VELDA_MASK_RELEASE) VLibBStoreFreeVar_VB(dp, &cell);
     cell.form = VELDA_FORM_LIST;
     cell.formExtra = 0;

@@ -1,7 +1,7 @@
 // select_list.h - a list of keys: what a cell of form VELDA_FORM_LIST addresses. Private to the family.
 //
-// The keys come from a dynamic array that the list owns, or stream from a file's cursor. Reading a streaming list as text
-// gathers the keys that are left into such an array, and only then do they cost memory.
+// The keys come from a dynamic array that the list owns, or stream from a file's cursor. Reading a streaming list as
+// text gathers the keys that are left into such an array, and only then do they cost memory.
 #pragma once
 
 #include <cstdint>
@@ -50,12 +50,12 @@ class SelectList final : public Handle {
     std::string keys_;
     std::size_t position_ = std::string::npos;  // of the next key in keys_; npos at the end
     std::shared_ptr<store::OpenFile> file_;
-    std::unique_ptr<store::Cursor> cursor_;     // null: the keys are in keys_
-    std::optional<Error> error_;                // what stopped the gathering
-    std::optional<std::string> ahead_;          // a key read ahead of its turn
-    std::string current_;                       // the key handed out last, when it had been read ahead
-    std::uint64_t read_ = 0;                    // keys taken from the cursor
-    std::optional<std::uint64_t> left_;         // once it was asked for
+    std::unique_ptr<store::Cursor> cursor_;  // null: the keys are in keys_
+    std::optional<Error> error_;             // what stopped the gathering
+    std::optional<std::string> ahead_;       // a key read ahead of its turn
+    std::string current_;                    // the key handed out last, when it had been read ahead
+    std::uint64_t read_ = 0;                 // keys taken from the cursor
+    std::optional<std::uint64_t> left_;      // once it was asked for
 };
 
 // Makes the cell the only one that addresses `list`.

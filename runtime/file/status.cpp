@@ -15,7 +15,8 @@
 namespace velda::file {
 namespace {
 
-// --- modes ---------------------------------------------------------------------------------------------------------------
+// --- modes
+// ---------------------------------------------------------------------------------------------------------------
 
 // One word of a mode text: what it sets and to what.
 struct ModeWord {
@@ -31,16 +32,14 @@ constexpr ModeWord ModeWords[] = {
     {"WT", &store::ControlBlockContent::write_mode, store::TransferMode::Text},
 };
 
-const ModeWord *find_mode_word(std::string_view word)
-{
-    const auto *const found = std::find_if(std::begin(ModeWords), std::end(ModeWords),
-                                           [&](const ModeWord &row) { return row.word == word; });
+const ModeWord *find_mode_word(std::string_view word) {
+    const auto *const found =
+        std::find_if(std::begin(ModeWords), std::end(ModeWords), [&](const ModeWord &row) { return row.word == word; });
     return found == std::end(ModeWords) ? nullptr : found;
 }
 
 // Sets the modes named in `text`: all of them, or none when a word is unknown.
-bool set_modes(store::ControlBlockContent &content, std::string_view text)
-{
+bool set_modes(store::ControlBlockContent &content, std::string_view text) {
     store::TransferMode read_mode = content.read_mode, write_mode = content.write_mode;
     while (true) {
         const std::size_t comma = text.find(',');
@@ -57,18 +56,17 @@ bool set_modes(store::ControlBlockContent &content, std::string_view text)
 }
 
 // The word that names the mode; "" for the driver's default.
-std::string_view mode_word(store::TransferMode store::ControlBlockContent::*mode, store::TransferMode value)
-{
+std::string_view mode_word(store::TransferMode store::ControlBlockContent::*mode, store::TransferMode value) {
     for (const ModeWord &row : ModeWords) {
         if (row.mode == mode && row.value == value) return row.word;
     }
     return {};
 }
 
-// --- status --------------------------------------------------------------------------------------------------------------
+// --- status
+// --------------------------------------------------------------------------------------------------------------
 
-VAR joined_values(const std::vector<std::string> &words)
-{
+VAR joined_values(const std::vector<std::string> &words) {
     std::string joined;
     for (const std::string &word : words) {
         if (!joined.empty()) joined += VM;
@@ -77,15 +75,13 @@ VAR joined_values(const std::vector<std::string> &words)
     return joined;
 }
 
-std::string octal(int mode)
-{
+std::string octal(int mode) {
     char digits[16];
     std::snprintf(digits, sizeof digits, "%04o", static_cast<unsigned>(mode));
     return digits;
 }
 
-Result<VAR> status_of(const store::ControlBlockContent &content, const VediControlBlock &block)
-{
+Result<VAR> status_of(const store::ControlBlockContent &content, const VediControlBlock &block) {
     const auto status = content.file->status();
     if (!status) return status.error();
     const store::FileIdentity identity = content.file->identity();
@@ -110,8 +106,7 @@ Result<VAR> status_of(const store::ControlBlockContent &content, const VediContr
 }
 
 // STATUS and control command 10: the status in the target, or "" and the ELSE path.
-int store_status(const Statement &statement, const VAR *file, VAR &target)
-{
+int store_status(const Statement &statement, const VAR *file, VAR &target) {
     const VediControlBlock *const block = block_of(statement.dp, file);
     auto status = block ? status_of(store::content_of(*block), *block) : Result<VAR>(not_open_error());
     if (!status) {
@@ -122,33 +117,31 @@ int store_status(const Statement &statement, const VAR *file, VAR &target)
     return Done;
 }
 
-// --- paths and keys --------------------------------------------------------------------------------------------------------
+// --- paths and keys
+// --------------------------------------------------------------------------------------------------------
 
-std::string_view dir_flags(const struct stat &status)
-{
+std::string_view dir_flags(const struct stat &status) {
     if (S_ISDIR(status.st_mode)) return "D";
     return S_ISREG(status.st_mode) ? "" : "S";
 }
 
-std::string native_path(std::string_view path)
-{
+std::string native_path(std::string_view path) {
     std::string native(path);
     std::replace(native.begin(), native.end(), '\\', '/');
     return native;
 }
 
 // Appends `value` in base 36, at `width` digits.
-void append_base36(std::string &text, std::uint64_t value, int width)
-{
+void append_base36(std::string &text, std::uint64_t value, int width) {
     constexpr std::string_view Digits = "0123456789abcdefghijklmnopqrstuvwxyz";
     const std::size_t start = text.size();
     text.append(static_cast<std::size_t>(width), '0');
     for (std::size_t at = text.size(); at > start; value /= Digits.size()) text[--at] = Digits[value % Digits.size()];
 }
 
-// Microseconds since 1970; every call of this process gives a greater number than the one before, whatever the clock does.
-std::uint64_t next_stamp()
-{
+// Microseconds since 1970; every call of this process gives a greater number than the one before, whatever the clock
+// does.
+std::uint64_t next_stamp() {
     static std::atomic<std::uint64_t> last{0};
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto clock = static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(now).count());
@@ -163,26 +156,25 @@ std::uint64_t next_stamp()
 
 using namespace velda::file;
 
-int VLibFIOCTL_IBBB(DP *dp, const VAR *file, const VAR *command, VAR *argument)
-{
+int VLibFIOCTL_IBBB(DP *dp, const VAR *file, const VAR *command, VAR *argument) {
     const Statement statement{dp, 0, nullptr};
     auto *const content = content_of_cell(dp, file);
     if (!content) return take_else_path(statement, not_open_error().number);
     switch (command->to_integer()) {
         case VELDA_IOCTL_MODE:
             return set_modes(*content, text_of(argument)) ? Done : take_else_path(statement, EINVAL);
-        case VELDA_IOCTL_STATUS: return argument ? store_status(statement, file, *argument) : ElsePath;
-        default: return take_else_path(statement, EINVAL);
+        case VELDA_IOCTL_STATUS:
+            return argument ? store_status(statement, file, *argument) : ElsePath;
+        default:
+            return take_else_path(statement, EINVAL);
     }
 }
 
-int VLibFSTATUS_IBBB(DP *dp, VAR *target, const VAR *file, VAR *setting)
-{
+int VLibFSTATUS_IBBB(DP *dp, VAR *target, const VAR *file, VAR *setting) {
     return store_status({dp, 0, setting}, file, *target);
 }
 
-VAR *VLibFFILEINFO_BBBB(DP *dp, VAR *target, const VAR *file, const VAR *)
-{
+VAR *VLibFFILEINFO_BBBB(DP *dp, VAR *target, const VAR *file, const VAR *) {
     VAR information("");
     if (const auto *const content = content_of_cell(dp, file)) {
         information(VELDA_FILEINFO_OPEN) = 1;
@@ -194,8 +186,7 @@ VAR *VLibFFILEINFO_BBBB(DP *dp, VAR *target, const VAR *file, const VAR *)
     return target;
 }
 
-VAR *VLibEDIR_BBB(DP *dp, VAR *target, const VAR *path)
-{
+VAR *VLibEDIR_BBB(DP *dp, VAR *target, const VAR *path) {
     struct stat status;
     VAR details("");
     if (stat(native_path(path->view()).c_str(), &status) == 0) {
@@ -212,8 +203,7 @@ VAR *VLibEDIR_BBB(DP *dp, VAR *target, const VAR *path)
     return target;
 }
 
-VAR *VLibEUNIQUEKEY_BB(DP *, VAR *target)
-{
+VAR *VLibEUNIQUEKEY_BB(DP *, VAR *target) {
     // The process number tells the processes of one microsecond apart; it has at most 22 bits.
     constexpr int StampDigits = 11, ProcessDigits = 5;
     std::string key;

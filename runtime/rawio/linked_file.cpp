@@ -12,8 +12,7 @@
 
 namespace velda::rawio {
 
-void HeldFrame::show_content()
-{
+void HeldFrame::show_content() {
     bytes = content.data();
     length = static_cast<uint32_t>(content.size());
 }
@@ -22,7 +21,8 @@ namespace {
 
 constexpr std::uint32_t SmallestBlock = 256, LargestBlock = 16 * 1024 * 1024;
 
-// --- the formats ---------------------------------------------------------------------------------------------------------
+// --- the formats
+// ---------------------------------------------------------------------------------------------------------
 
 // In the head block of the file.
 constexpr std::int64_t FreeListOffset = 156;
@@ -41,20 +41,19 @@ struct BlockHead {
     char reserved[32];
 };
 static_assert(sizeof(BlockHead) == 52);
-static_assert(offsetof(BlockHead, record_length) == 8 && offsetof(BlockHead, marker) == 12 && offsetof(BlockHead, number) == 16);
+static_assert(offsetof(BlockHead, record_length) == 8 && offsetof(BlockHead, marker) == 12 &&
+              offsetof(BlockHead, number) == 16);
 
 constexpr std::string_view Marker = "LINK";
 
-Error damaged(const VRunFile &file, std::int64_t offset, std::string_view what)
-{
+Error damaged(const VRunFile &file, std::int64_t offset, std::string_view what) {
     return {EBADMSG, "'" + file.path + "' at offset " + std::to_string(offset) + ": " + std::string(what)};
 }
 
 std::uint32_t room_of_block(const VRunFile &file) { return file.block_size - sizeof(BlockHead); }
 
 template <class Part>
-Result<Part> read_part(const VRunFile &file, std::int64_t offset)
-{
+Result<Part> read_part(const VRunFile &file, std::int64_t offset) {
     Part part;
     const auto got = file.read_at(offset, reinterpret_cast<char *>(&part), sizeof part);
     if (!got) return got.error();
@@ -63,37 +62,35 @@ Result<Part> read_part(const VRunFile &file, std::int64_t offset)
 }
 
 template <class Part>
-Result<void> write_part(const VRunFile &file, std::int64_t offset, const Part &part)
-{
+Result<void> write_part(const VRunFile &file, std::int64_t offset, const Part &part) {
     return file.write_at(offset, {reinterpret_cast<const char *>(&part), sizeof part});
 }
 
 // A block lies on a block boundary behind the head block.
 bool can_be_block(const VRunFile &file, std::int64_t offset) { return offset > 0 && offset % file.block_size == 0; }
 
-// --- free blocks -----------------------------------------------------------------------------------------------------------
+// --- free blocks
+// -----------------------------------------------------------------------------------------------------------
 
 // The head block, with an empty free list, comes with the first record.
-Result<void> ensure_head(const VRunFile &file)
-{
+Result<void> ensure_head(const VRunFile &file) {
     const auto size = file.size_bytes();
     if (!size) return size.error();
     if (*size >= file.block_size) return {};
     return file.write_at(*size, std::string(file.block_size - static_cast<std::size_t>(*size), '\0'));
 }
 
-Result<std::int64_t> append_block(const VRunFile &file)
-{
+Result<std::int64_t> append_block(const VRunFile &file) {
     const auto size = file.size_bytes();
     if (!size) return size.error();
     const std::int64_t offset = (*size + file.block_size - 1) / file.block_size * file.block_size;
-    if (const auto written = file.write_at(offset, std::string(file.block_size, '\0')); !written) return written.error();
+    if (const auto written = file.write_at(offset, std::string(file.block_size, '\0')); !written)
+        return written.error();
     return offset;
 }
 
 // A block for a record. It leaves the free list before it becomes part of anything.
-Result<std::int64_t> take_block(const VRunFile &file)
-{
+Result<std::int64_t> take_block(const VRunFile &file) {
     auto list = read_part<FreeList>(file, FreeListOffset);
     if (!list) return list.error();
     const std::int64_t first = vgetlong64(list->first);
@@ -108,8 +105,7 @@ Result<std::int64_t> take_block(const VRunFile &file)
 }
 
 // The block stops being part of a record before it enters the free list.
-Result<void> give_back_block(const VRunFile &file, std::int64_t offset)
-{
+Result<void> give_back_block(const VRunFile &file, std::int64_t offset) {
     auto list = read_part<FreeList>(file, FreeListOffset);
     if (!list) return list.error();
     BlockHead head{};
@@ -120,7 +116,8 @@ Result<void> give_back_block(const VRunFile &file, std::int64_t offset)
     return write_part(file, FreeListOffset, *list);
 }
 
-// --- records ---------------------------------------------------------------------------------------------------------------
+// --- records
+// ---------------------------------------------------------------------------------------------------------------
 
 // Where the blocks of a record lie and how long it is.
 struct Chain {
@@ -128,8 +125,7 @@ struct Chain {
     std::uint32_t length = 0;
 };
 
-Result<Chain> read_chain(const VRunFile &file, std::int64_t first)
-{
+Result<Chain> read_chain(const VRunFile &file, std::int64_t first) {
     Chain chain;
     std::int64_t offset = first;
     do {
@@ -148,8 +144,7 @@ Result<Chain> read_chain(const VRunFile &file, std::int64_t first)
     return chain;
 }
 
-Result<std::string> read_content(const VRunFile &file, const Chain &chain)
-{
+Result<std::string> read_content(const VRunFile &file, const Chain &chain) {
     std::string content(chain.length, '\0');
     const std::uint32_t room = room_of_block(file);
     std::size_t at = 0;
@@ -163,8 +158,7 @@ Result<std::string> read_content(const VRunFile &file, const Chain &chain)
     return content;
 }
 
-Result<void> write_block(const VRunFile &file, const Chain &chain, std::size_t number, std::string_view content)
-{
+Result<void> write_block(const VRunFile &file, const Chain &chain, std::size_t number, std::string_view content) {
     const std::size_t start = number * room_of_block(file);
     BlockHead head{};
     vputlong64(head.next, number + 1 < chain.blocks.size() ? chain.blocks[number + 1] : 0);
@@ -177,8 +171,7 @@ Result<void> write_block(const VRunFile &file, const Chain &chain, std::size_t n
 }
 
 // Last block first: the record is not seen in its new length before all of it is there.
-Result<void> write_content(const VRunFile &file, const Chain &chain, std::string_view content)
-{
+Result<void> write_content(const VRunFile &file, const Chain &chain, std::string_view content) {
     assert(chain.length == content.size());
     for (std::size_t number = chain.blocks.size(); number-- > 0;) {
         if (auto written = write_block(file, chain, number, content); !written) return written;
@@ -186,8 +179,7 @@ Result<void> write_content(const VRunFile &file, const Chain &chain, std::string
     return {};
 }
 
-Result<void> give_back_blocks(const VRunFile &file, const std::vector<std::int64_t> &blocks)
-{
+Result<void> give_back_blocks(const VRunFile &file, const std::vector<std::int64_t> &blocks) {
     for (const std::int64_t block : blocks) {
         if (auto given = give_back_block(file, block); !given) return given;
     }
@@ -195,22 +187,21 @@ Result<void> give_back_blocks(const VRunFile &file, const std::vector<std::int64
 }
 
 // Makes the chain long enough or short enough; what it no longer needs is in the result.
-Result<std::vector<std::int64_t>> fit_chain(const VRunFile &file, Chain &chain, std::uint32_t length)
-{
+Result<std::vector<std::int64_t>> fit_chain(const VRunFile &file, Chain &chain, std::uint32_t length) {
     const std::size_t wanted = length == 0 ? 0 : (length + room_of_block(file) - 1) / room_of_block(file);
     while (chain.blocks.size() < wanted) {
         const auto block = take_block(file);
         if (!block) return block.error();
         chain.blocks.push_back(*block);
     }
-    const std::vector<std::int64_t> spare(chain.blocks.begin() + static_cast<std::ptrdiff_t>(wanted), chain.blocks.end());
+    const std::vector<std::int64_t> spare(chain.blocks.begin() + static_cast<std::ptrdiff_t>(wanted),
+                                          chain.blocks.end());
     chain.blocks.resize(wanted);
     chain.length = length;
     return spare;
 }
 
-Result<void> resize_record(const VRunFile &file, HeldFrame &frame, std::uint32_t length)
-{
+Result<void> resize_record(const VRunFile &file, HeldFrame &frame, std::uint32_t length) {
     auto chain = read_chain(file, frame.offset);
     if (!chain) return chain.error();
     const auto spare = fit_chain(file, *chain, length);
@@ -222,10 +213,10 @@ Result<void> resize_record(const VRunFile &file, HeldFrame &frame, std::uint32_t
     return give_back_blocks(file, *spare);
 }
 
-// --- frames ----------------------------------------------------------------------------------------------------------------
+// --- frames
+// ----------------------------------------------------------------------------------------------------------------
 
-VRunFrame *hold(VRunFile &file, std::int64_t offset, std::string content, bool is_record)
-{
+VRunFrame *hold(VRunFile &file, std::int64_t offset, std::string content, bool is_record) {
     auto frame = std::make_unique<HeldFrame>();
     frame->offset = offset;
     frame->content = std::move(content);
@@ -236,8 +227,7 @@ VRunFrame *hold(VRunFile &file, std::int64_t offset, std::string content, bool i
     return shown;
 }
 
-HeldFrame *find_block(VRunFile &file, std::int64_t offset)
-{
+HeldFrame *find_block(VRunFile &file, std::int64_t offset) {
     for (auto &[shown, frame] : file.frames) {
         if (!frame->is_record && frame->offset == offset) return frame.get();
     }
@@ -246,8 +236,7 @@ HeldFrame *find_block(VRunFile &file, std::int64_t offset)
 
 int fail(int error) { return result_of(Error{error, {}}); }
 
-Result<std::int64_t> make_record(VRunFile &file, std::uint32_t length)
-{
+Result<std::int64_t> make_record(VRunFile &file, std::uint32_t length) {
     if (const auto head = ensure_head(file); !head) return head.error();
     Chain chain;
     // An empty record has a block all the same: its offset is its name.
@@ -262,16 +251,14 @@ Result<std::int64_t> make_record(VRunFile &file, std::uint32_t length)
 
 using namespace velda::rawio;
 
-int VRunFileIOEnableLink(DP *, VRunFile *file, uint32_t block_size)
-{
+int VRunFileIOEnableLink(DP *, VRunFile *file, uint32_t block_size) {
     if (block_size < SmallestBlock || block_size > LargestBlock) return fail(EINVAL);
     if (file->block_size != block_size) file->frames.clear();
     file->block_size = block_size;
     return 0;
 }
 
-int VRunFileIOFrameRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame)
-{
+int VRunFileIOFrameRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame) {
     if (file->block_size == 0 || offset < 0 || offset % file->block_size != 0) return fail(EINVAL);
     if (HeldFrame *const held = find_block(*file, offset)) {
         ++held->holders;
@@ -287,8 +274,7 @@ int VRunFileIOFrameRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame)
     return 0;
 }
 
-int VRunFileIONewLink(DP *, VRunFile *file, uint32_t length, VRunFrame **frame)
-{
+int VRunFileIONewLink(DP *, VRunFile *file, uint32_t length, VRunFrame **frame) {
     if (file->block_size == 0) return fail(EINVAL);
     const auto offset = make_record(*file, length);
     if (!offset) return result_of(offset.error());
@@ -296,8 +282,7 @@ int VRunFileIONewLink(DP *, VRunFile *file, uint32_t length, VRunFrame **frame)
     return 0;
 }
 
-int VRunFileIOLinkRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame)
-{
+int VRunFileIOLinkRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame) {
     if (file->block_size == 0) return fail(EINVAL);
     const auto chain = read_chain(*file, offset);
     if (!chain) return result_of(chain.error());
@@ -307,15 +292,13 @@ int VRunFileIOLinkRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame)
     return 0;
 }
 
-int VRunFileIOLinkResize(DP *, VRunFile *file, VRunFrame *frame, uint32_t length)
-{
+int VRunFileIOLinkResize(DP *, VRunFile *file, VRunFrame *frame, uint32_t length) {
     const auto held = file->frames.find(frame);
     if (held == file->frames.end() || !held->second->is_record) return fail(EINVAL);
     return result_of(resize_record(*file, *held->second, length));
 }
 
-int VRunFileIOLinkRelease(DP *, VRunFile *file, VRunFrame *frame)
-{
+int VRunFileIOLinkRelease(DP *, VRunFile *file, VRunFrame *frame) {
     if (!frame) return 0;
     const auto held = file->frames.find(frame);
     if (held == file->frames.end()) return fail(EINVAL);

@@ -8,8 +8,7 @@
 #include "runtime/rawio/raw_file.h"
 #include "runtime/store/control_block.h"
 
-int VELDAGetSingleLockInfo(DP *, const VAR *file, const VAR *key, VAR *inode, VAR *device, VAR *hash)
-{
+int VELDAGetSingleLockInfo(DP *, const VAR *file, const VAR *key, VAR *inode, VAR *device, VAR *hash) {
     const auto *const block = file->is_file() ? reinterpret_cast<const VediControlBlock *>(file->text) : nullptr;
     if (!velda::store::is_open(block)) return EINVAL;
     const auto identity = velda::store::content_of(*block).file->identity();
@@ -20,8 +19,7 @@ int VELDAGetSingleLockInfo(DP *, const VAR *file, const VAR *key, VAR *inode, VA
     return 0;
 }
 
-int VELDAGetSingleLockInfoFlatFile(DP *, const VAR *path, VAR *inode, VAR *device)
-{
+int VELDAGetSingleLockInfoFlatFile(DP *, const VAR *path, VAR *inode, VAR *device) {
     std::string native = path->str();
     std::replace(native.begin(), native.end(), '\\', '/');
     struct stat status;

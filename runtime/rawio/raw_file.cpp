@@ -12,14 +12,11 @@
 #include "runtime/process/context.h"
 
 VRunFile::VRunFile(int open_fd, std::string full_path, velda::store::FileIdentity file_identity)
-    : fd(open_fd), path(std::move(full_path)), identity(file_identity)
-{
-}
+    : fd(open_fd), path(std::move(full_path)), identity(file_identity) {}
 
 VRunFile::~VRunFile() { close(fd); }
 
-velda::Result<std::size_t> VRunFile::read_at(std::int64_t offset, char *buffer, std::size_t count) const
-{
+velda::Result<std::size_t> VRunFile::read_at(std::int64_t offset, char *buffer, std::size_t count) const {
     std::size_t done = 0;
     while (done < count) {
         const ssize_t got = pread(fd, buffer + done, count - done, offset + static_cast<std::int64_t>(done));
@@ -32,13 +29,12 @@ velda::Result<std::size_t> VRunFile::read_at(std::int64_t offset, char *buffer, 
     return done;
 }
 
-velda::Result<void> VRunFile::write_at(std::int64_t offset, std::string_view bytes, std::size_t *done) const
-{
+velda::Result<void> VRunFile::write_at(std::int64_t offset, std::string_view bytes, std::size_t *done) const {
     std::size_t written = 0;
     int error = 0;
     while (written < bytes.size() && error == 0) {
-        const ssize_t put = pwrite(fd, bytes.data() + written, bytes.size() - written,
-                                   offset + static_cast<std::int64_t>(written));
+        const ssize_t put =
+            pwrite(fd, bytes.data() + written, bytes.size() - written, offset + static_cast<std::int64_t>(written));
         if (put >= 0)
             written += static_cast<std::size_t>(put);
         else if (errno != EINTR)
@@ -49,8 +45,7 @@ velda::Result<void> VRunFile::write_at(std::int64_t offset, std::string_view byt
     return {};
 }
 
-velda::Result<std::int64_t> VRunFile::size_bytes() const
-{
+velda::Result<std::int64_t> VRunFile::size_bytes() const {
     struct stat status;
     if (fstat(fd, &status) != 0) return velda::system_error(errno, "cannot read the status of", path);
     return static_cast<std::int64_t>(status.st_size);
@@ -58,8 +53,7 @@ velda::Result<std::int64_t> VRunFile::size_bytes() const
 
 namespace velda::rawio {
 
-int result_of(const Error &error)
-{
+int result_of(const Error &error) {
     errno = error.number;
     return error.number;
 }
@@ -70,22 +64,19 @@ namespace {
 
 int fail(int error) { return result_of(Error{error, {}}); }
 
-std::string native_path(const char *path)
-{
+std::string native_path(const char *path) {
     std::string native(path);
     std::replace(native.begin(), native.end(), '\\', '/');
     return native;
 }
 
-std::string full_path(const std::string &path)
-{
+std::string full_path(const std::string &path) {
     std::error_code failed;
     const auto canonical = std::filesystem::canonical(path, failed);
     return failed ? path : canonical.string();
 }
 
-VRunFile *open_file(const std::string &path, int mode, int permissions)
-{
+VRunFile *open_file(const std::string &path, int mode, int permissions) {
     constexpr int DefaultPermissions = 0666;
     const int fd = open(path.c_str(), mode | O_CLOEXEC, permissions == 0 ? DefaultPermissions : permissions);
     if (fd < 0) return nullptr;
@@ -100,8 +91,7 @@ VRunFile *open_file(const std::string &path, int mode, int permissions)
 }
 
 // Adds what comes next in the file to `ahead`; false at the end.
-Result<bool> read_ahead(VRunFile &file)
-{
+Result<bool> read_ahead(VRunFile &file) {
     constexpr std::size_t Step = 64 * 1024;
     file.ahead.erase(0, file.ahead_used);
     file.ahead_used = 0;
@@ -115,8 +105,7 @@ Result<bool> read_ahead(VRunFile &file)
 }
 
 // The next line in `line`; false at the end of the file.
-Result<bool> next_line(VRunFile &file)
-{
+Result<bool> next_line(VRunFile &file) {
     std::size_t searched = 0, end;
     while ((end = file.ahead.find('\n', file.ahead_used + searched)) == std::string::npos) {
         searched = file.ahead.size() - file.ahead_used;
@@ -133,14 +122,17 @@ Result<bool> next_line(VRunFile &file)
     return true;
 }
 
-int lock_key(DP *dp, const VRunFile &file, std::string_view key, Wait wait)
-{
+int lock_key(DP *dp, const VRunFile &file, std::string_view key, Wait wait) {
     const LockOutcome outcome = lock_record(dp, file.identity, key, wait);
     switch (outcome.result) {
-        case LockResult::Granted: return 0;
-        case LockResult::Busy: return fail(EWOULDBLOCK);
-        case LockResult::Interrupted: return fail(EINTR);
-        default: return result_of(outcome.error);
+        case LockResult::Granted:
+            return 0;
+        case LockResult::Busy:
+            return fail(EWOULDBLOCK);
+        case LockResult::Interrupted:
+            return fail(EINTR);
+        default:
+            return result_of(outcome.error);
     }
 }
 
@@ -149,34 +141,29 @@ int lock_key(DP *dp, const VRunFile &file, std::string_view key, Wait wait)
 
 using namespace velda::rawio;
 
-VRunFile *VRunFileIOOpen(DP *, const char *path, int mode, int permissions)
-{
+VRunFile *VRunFileIOOpen(DP *, const char *path, int mode, int permissions) {
     return open_file(native_path(path), mode, permissions);
 }
 
-int VRunFileIOClose(DP *, VRunFile *file)
-{
+int VRunFileIOClose(DP *, VRunFile *file) {
     delete file;
     return 0;
 }
 
-int VRunFileIORead(DP *, VRunFile *file, int64_t offset, void *buffer, size_t count, size_t *done)
-{
+int VRunFileIORead(DP *, VRunFile *file, int64_t offset, void *buffer, size_t count, size_t *done) {
     const auto got = file->read_at(offset, static_cast<char *>(buffer), count);
     if (done) *done = got ? *got : 0;
     if (!got) return result_of(got.error());
     return *got == count ? 0 : fail(ENODATA);
 }
 
-int VRunFileIOWrite(DP *, VRunFile *file, int64_t offset, const void *buffer, size_t count, size_t *done)
-{
+int VRunFileIOWrite(DP *, VRunFile *file, int64_t offset, const void *buffer, size_t count, size_t *done) {
     return result_of(file->write_at(offset, {static_cast<const char *>(buffer), count}, done));
 }
 
 int VRunFileIOSync(DP *, VRunFile *file) { return fsync(file->fd) == 0 ? 0 : errno; }
 
-int VRunFileIOGetLine(DP *, VRunFile *file, const char **line, size_t *length)
-{
+int VRunFileIOGetLine(DP *, VRunFile *file, const char **line, size_t *length) {
     const auto found = next_line(*file);
     if (!found) return result_of(found.error());
     if (!*found) return fail(ENODATA);
@@ -193,28 +180,29 @@ uint64_t VRunFileIOGetIno(DP *, const VRunFile *file) { return file->identity.in
 
 const char *VRunFileIOGetFullPath(DP *, const VRunFile *file) { return file->path.c_str(); }
 
-int VRunFileIOGetStatus(DP *, const VRunFile *file, VRunFileStatus *status)
-{
+int VRunFileIOGetStatus(DP *, const VRunFile *file, VRunFileStatus *status) {
     struct stat now;
     if (fstat(file->fd, &now) != 0) return errno;
-    *status = {now.st_size, now.st_mtim.tv_sec, now.st_dev,  now.st_ino,
-               now.st_mode, now.st_uid,         now.st_gid,  static_cast<uint32_t>(now.st_nlink)};
+    *status = {now.st_size, now.st_mtim.tv_sec, now.st_dev, now.st_ino,
+               now.st_mode, now.st_uid,         now.st_gid, static_cast<uint32_t>(now.st_nlink)};
     return 0;
 }
 
-int64_t VRunFileIOLockHash(DP *, const char *key, size_t key_length)
-{
+int64_t VRunFileIOLockHash(DP *, const char *key, size_t key_length) {
     return static_cast<int64_t>(velda::lock_hash({key, key_length}));
 }
 
-int VRunFileIOLockRecord(DP *dp, VRunFile *file, const char *key, size_t key_length, int mode)
-{
+int VRunFileIOLockRecord(DP *dp, VRunFile *file, const char *key, size_t key_length, int mode) {
     constexpr int Take = 1, Try = 2, Release = 4;
     const std::string_view text(key, key_length);
     switch (mode) {
-        case Take: return lock_key(dp, *file, text, velda::Wait::Yes);
-        case Try: return lock_key(dp, *file, text, velda::Wait::No);
-        case Release: return velda::unlock_record(dp, file->identity, text) ? 0 : fail(ENOENT);
-        default: return fail(EINVAL);
+        case Take:
+            return lock_key(dp, *file, text, velda::Wait::Yes);
+        case Try:
+            return lock_key(dp, *file, text, velda::Wait::No);
+        case Release:
+            return velda::unlock_record(dp, file->identity, text) ? 0 : fail(ENOENT);
+        default:
+            return fail(EINVAL);
     }
 }

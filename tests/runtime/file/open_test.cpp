@@ -13,30 +13,26 @@ namespace {
 
 class Open : public FileTest {
   protected:
-    int open_dictionary(const VAR *selector, const std::string &name, VAR &target) const
-    {
+    int open_dictionary(const VAR *selector, const std::string &name, VAR &target) const {
         const VAR wanted(name);
         return VLibFNEWOPEN_IIBBBB(dp, 0, selector, &wanted, &target, nullptr);
     }
     // How many files this process has open.
-    static int open_files()
-    {
+    static int open_files() {
         int count = 0;
         store::for_each_open_file([&](store::OpenFile &) { ++count; });
         return count;
     }
 };
 
-TEST_F(Open, AFileCellHasExactlyTheFileForm)
-{
+TEST_F(Open, AFileCellHasExactlyTheFileForm) {
     make_file();
     EXPECT_EQ(file.form, VELDA_FORM_FILE);
     EXPECT_TRUE(file.is_file());
     EXPECT_EQ(file.view(), "");
 }
 
-TEST_F(Open, TheDictionaryIsSelectedInManyWays)
-{
+TEST_F(Open, TheDictionaryIsSelectedInManyWays) {
     ASSERT_EQ(create(path("F")), "");
     const auto opened = [&](const VAR *selector, const std::string &name) {
         VAR target, opened_path;
@@ -58,8 +54,7 @@ TEST_F(Open, TheDictionaryIsSelectedInManyWays)
     EXPECT_EQ(dp->last_error, EINVAL);
 }
 
-TEST_F(Open, SectionsAndBackslashesName)
-{
+TEST_F(Open, SectionsAndBackslashesName) {
     ASSERT_EQ(create(path("F") + ",SALES"), "");
     VAR target;
     EXPECT_EQ(open(path("F") + ",SALES", target), 1);
@@ -67,8 +62,7 @@ TEST_F(Open, SectionsAndBackslashesName)
     EXPECT_EQ(open(path("F"), target), 0);
 }
 
-TEST_F(Open, ADotIsTheCurrentDirectory)
-{
+TEST_F(Open, ADotIsTheCurrentDirectory) {
     std::ofstream(path("record")) << "one\ntwo\n";
     const std::string before = std::filesystem::current_path();
     std::filesystem::current_path(directory.path());
@@ -78,8 +72,7 @@ TEST_F(Open, ADotIsTheCurrentDirectory)
     EXPECT_EQ(read("record"), (Read{1, "one^two"}));
 }
 
-TEST_F(Open, WhatCannotBeOpenedTakesTheElsePathWithItsReason)
-{
+TEST_F(Open, WhatCannotBeOpenedTakesTheElsePathWithItsReason) {
     std::ofstream(path("plain")) << "no database file";
     VAR target("before"), setting;
     const auto failed = [&](const std::string &name) {
@@ -95,8 +88,7 @@ TEST_F(Open, WhatCannotBeOpenedTakesTheElsePathWithItsReason)
     EXPECT_EQ(target.view(), "before");
 }
 
-TEST_F(Open, TheOlderFormDoesTheSame)
-{
+TEST_F(Open, TheOlderFormDoesTheSame) {
     ASSERT_EQ(create(path("F")), "");
     const VAR name(path("F")), dictionary("DICT"), missing(path("missing"));
     VAR setting;
@@ -108,16 +100,14 @@ TEST_F(Open, TheOlderFormDoesTheSame)
     EXPECT_EQ(setting.to_integer(), ENOENT);
 }
 
-TEST_F(Open, TheNameMayStandInTheTargetCell)
-{
+TEST_F(Open, TheNameMayStandInTheTargetCell) {
     make_file();
     VAR cell(path("F"));
     EXPECT_EQ(VLibFNEWOPEN_IIBBBB(dp, 0, nullptr, &cell, &cell, nullptr), 1);
     EXPECT_TRUE(cell.is_file());
 }
 
-TEST_F(Open, ACopyOfTheCellSharesTheOpenFile)
-{
+TEST_F(Open, ACopyOfTheCellSharesTheOpenFile) {
     make_file();
     VAR copy = file;
     EXPECT_EQ(copy.text, file.text);
@@ -127,8 +117,7 @@ TEST_F(Open, ACopyOfTheCellSharesTheOpenFile)
     EXPECT_EQ(write("K", "a"), 1);
 }
 
-TEST_F(Open, TheFileClosesWhenTheLastCellIsOverwritten)
-{
+TEST_F(Open, TheFileClosesWhenTheLastCellIsOverwritten) {
     const int before = open_files();
     make_file();
     EXPECT_EQ(open_files(), before + 1);
@@ -140,8 +129,7 @@ TEST_F(Open, TheFileClosesWhenTheLastCellIsOverwritten)
     EXPECT_EQ(open_files(), before);
 }
 
-TEST_F(Open, CloseMakesTheCellEmpty)
-{
+TEST_F(Open, CloseMakesTheCellEmpty) {
     make_file();
     EXPECT_EQ(VLibFCLOSE_IB(dp, &file), 1);
     EXPECT_EQ(file.view(), "");
@@ -149,8 +137,7 @@ TEST_F(Open, CloseMakesTheCellEmpty)
     EXPECT_EQ(VLibFCLOSE_IB(dp, &file), 0);
 }
 
-TEST_F(Open, OpenWithoutTargetSetsTheDefaultFile)
-{
+TEST_F(Open, OpenWithoutTargetSetsTheDefaultFile) {
     make_file();
     const VAR name(path("F")), key("K"), record("a");
     VAR target;
@@ -163,8 +150,7 @@ TEST_F(Open, OpenWithoutTargetSetsTheDefaultFile)
     EXPECT_FALSE(VLibReturnDefaultFile(dp)->is_file());
 }
 
-TEST_F(Open, EachContextHasItsOwnDefaultFile)
-{
+TEST_F(Open, EachContextHasItsOwnDefaultFile) {
     make_file();
     const VAR name(path("F"));
     DP *const other = velda_new_context();
@@ -174,8 +160,7 @@ TEST_F(Open, EachContextHasItsOwnDefaultFile)
     VLibFCLOSE_IB(dp, nullptr);
 }
 
-TEST_F(Open, TheFileNameOfACellThatIsNoFileIsNotStored)
-{
+TEST_F(Open, TheFileNameOfACellThatIsNoFileIsNotStored) {
     make_file();
     VAR name("before");
     const VAR text("text"), number(16);
@@ -186,8 +171,7 @@ TEST_F(Open, TheFileNameOfACellThatIsNoFileIsNotStored)
     EXPECT_EQ(name.str(), path("F"));
 }
 
-TEST_F(Open, NotLoggedSetsBit1OfTheFlagWord)
-{
+TEST_F(Open, NotLoggedSetsBit1OfTheFlagWord) {
     make_file();
     auto *const block = reinterpret_cast<VediControlBlock *>(file.text);
     EXPECT_EQ(block->flags & 0x01, 0u);
@@ -197,15 +181,13 @@ TEST_F(Open, NotLoggedSetsBit1OfTheFlagWord)
     EXPECT_EQ(VELDACatalogSetFileNotLogged(dp, &text), 0);
 }
 
-TEST_F(Open, AFileMadeWithLogNoIsNotLogged)
-{
+TEST_F(Open, AFileMadeWithLogNoIsNotLogged) {
     ASSERT_EQ(create("DATA " + path("F") + " LOG=NO"), "");
     ASSERT_EQ(open(path("F"), file), 1);
     EXPECT_EQ(reinterpret_cast<VediControlBlock *>(file.text)->flags & 0x01, 0x01u);
 }
 
-TEST_F(Open, Bit80OfTheFlagWordTellsOfIndexes)
-{
+TEST_F(Open, Bit80OfTheFlagWordTellsOfIndexes) {
     make_file();
     EXPECT_EQ(CheckIndex(dp, &file), 0);
     reinterpret_cast<VediControlBlock *>(file.text)->flags |= 0x80;
@@ -214,8 +196,7 @@ TEST_F(Open, Bit80OfTheFlagWordTellsOfIndexes)
     EXPECT_EQ(CheckIndex(dp, &text), 0);
 }
 
-TEST_F(Open, Bit40OfTheSecondFlagWordIsTheQFlagUnlessIgnored)
-{
+TEST_F(Open, Bit40OfTheSecondFlagWordIsTheQFlagUnlessIgnored) {
     make_file();
     EXPECT_EQ(VELDATestQFlag(dp, &file, 0), 0);
     reinterpret_cast<VediControlBlock *>(file.text)->flags2 |= 0x40;

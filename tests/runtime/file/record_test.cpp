@@ -13,20 +13,17 @@ class Records : public FileTest, public testing::WithParamInterface<const char *
 INSTANTIATE_TEST_SUITE_P(Drivers, Records, testing::Values("HL", "UD"),
                          [](const auto &driver) { return std::string(driver.param); });
 
-TEST_P(Records, ReadGivesWhatWasWritten)
-{
+TEST_P(Records, ReadGivesWhatWasWritten) {
     EXPECT_EQ(write("K", "a^b]c\\d^^e"), 1);
     EXPECT_EQ(read("K"), (Read{1, "a^b]c\\d^^e"}));
 }
 
-TEST_P(Records, ReadOfAMissingRecordGivesTheEmptyStringAndError2)
-{
+TEST_P(Records, ReadOfAMissingRecordGivesTheEmptyStringAndError2) {
     EXPECT_EQ(read("K"), (Read{0, ""}));
     EXPECT_EQ(dp->last_error, ENOENT);
 }
 
-TEST_P(Records, AReadTellsItsReasonInTheSettingVariable)
-{
+TEST_P(Records, AReadTellsItsReasonInTheSettingVariable) {
     VAR record, setting("before");
     const VAR key("K");
     EXPECT_EQ(VLibFNEWREAD_IIBBBIB(dp, 0, &file, &record, &key, 0, &setting), 0);
@@ -37,43 +34,37 @@ TEST_P(Records, AReadTellsItsReasonInTheSettingVariable)
     EXPECT_EQ(setting.view(), "before");
 }
 
-TEST_P(Records, AnEmptyRecordIsARecord)
-{
+TEST_P(Records, AnEmptyRecordIsARecord) {
     EXPECT_EQ(write("K", ""), 1);
     EXPECT_EQ(read("K"), (Read{1, ""}));
 }
 
-TEST_P(Records, WriteReplacesTheRecord)
-{
+TEST_P(Records, WriteReplacesTheRecord) {
     write("K", "long old record");
     write("K", "new");
     EXPECT_EQ(read("K"), (Read{1, "new"}));
 }
 
-TEST_P(Records, DeleteRemovesTheRecordAndAMissingOneIsNoError)
-{
+TEST_P(Records, DeleteRemovesTheRecordAndAMissingOneIsNoError) {
     write("K", "a");
     EXPECT_EQ(remove("K"), 1);
     EXPECT_EQ(read("K").result, 0);
     EXPECT_EQ(remove("K"), 1);
 }
 
-TEST_P(Records, ANumberIsAKeyAndARecordByItsText)
-{
+TEST_P(Records, ANumberIsAKeyAndARecordByItsText) {
     const VAR record(12.5), key(7);
     EXPECT_EQ(VLibFNEWWRITE_IIBBBIB(dp, 0, &file, &record, &key, 0, nullptr), 1);
     EXPECT_EQ(read("7"), (Read{1, "12.5"}));
 }
 
-TEST_P(Records, AKeyOfTheZeroByteWorks)
-{
+TEST_P(Records, AKeyOfTheZeroByteWorks) {
     const VAR key(std::string_view("\0", 1));
     EXPECT_EQ(write(key, "zero"), 1);
     EXPECT_EQ(read(key), (Read{1, "zero"}));
 }
 
-TEST_P(Records, OneAttributeIsReadAlone)
-{
+TEST_P(Records, OneAttributeIsReadAlone) {
     write("K", "a^b]c^d");
     EXPECT_EQ(read("K", VELDA_ONE_ATTRIBUTE, 2), (Read{1, "b]c"}));
     EXPECT_EQ(read("K", VELDA_ONE_ATTRIBUTE, 9), (Read{1, ""}));
@@ -81,8 +72,7 @@ TEST_P(Records, OneAttributeIsReadAlone)
     EXPECT_EQ(read("missing", VELDA_ONE_ATTRIBUTE, 1), (Read{0, ""}));
 }
 
-TEST_P(Records, OneAttributeIsWrittenAlone)
-{
+TEST_P(Records, OneAttributeIsWrittenAlone) {
     const VAR key("K"), value("new");
     write("K", "a^b^c");
     EXPECT_EQ(VLibFNEWWRITE_IIBBBIB(dp, VELDA_ONE_ATTRIBUTE, &file, &value, &key, 2, nullptr), 1);
@@ -91,15 +81,13 @@ TEST_P(Records, OneAttributeIsWrittenAlone)
     EXPECT_EQ(read("K").record, "a^new^c^new");
 }
 
-TEST_P(Records, OneAttributeOfAMissingRecordMakesTheRecord)
-{
+TEST_P(Records, OneAttributeOfAMissingRecordMakesTheRecord) {
     const VAR key("K"), value("new");
     EXPECT_EQ(VLibFNEWWRITE_IIBBBIB(dp, VELDA_ONE_ATTRIBUTE, &file, &value, &key, 3, nullptr), 1);
     EXPECT_EQ(read("K").record, "^^new");
 }
 
-TEST_P(Records, TheTargetMayBeTheKeyOrTheFile)
-{
+TEST_P(Records, TheTargetMayBeTheKeyOrTheFile) {
     write("K", "record");
     VAR both("K");
     EXPECT_EQ(VLibFNEWREAD_IIBBBIB(dp, 0, &file, &both, &both, 0, nullptr), 1);
@@ -111,8 +99,7 @@ TEST_P(Records, TheTargetMayBeTheKeyOrTheFile)
     EXPECT_EQ(read("K").result, 1);
 }
 
-TEST_P(Records, MatreadPutsAnAttributeIntoEachCellAndTheRestIntoTheLast)
-{
+TEST_P(Records, MatreadPutsAnAttributeIntoEachCellAndTheRestIntoTheLast) {
     VAR matrix, count;
     const VAR key("K");
     velda_make_matrix(&matrix, 3);
@@ -141,8 +128,7 @@ TEST_P(Records, MatreadPutsAnAttributeIntoEachCellAndTheRestIntoTheLast)
     EXPECT_EQ(count.to_integer(), 0);
 }
 
-TEST_P(Records, ClearfileRemovesAllRecords)
-{
+TEST_P(Records, ClearfileRemovesAllRecords) {
     for (int i = 0; i < 20; ++i) write(i, "record");
     EXPECT_EQ(VLibFNEWCLEARFILE_IIBB(dp, 0, &file, nullptr), 1);
     VAR list;
@@ -152,8 +138,7 @@ TEST_P(Records, ClearfileRemovesAllRecords)
     EXPECT_EQ(read("K"), (Read{1, "again"}));
 }
 
-TEST_P(Records, TheLongestKeyWorks)
-{
+TEST_P(Records, TheLongestKeyWorks) {
     const VAR key(std::string(store::MaxKeyBytes, 'k'));
     EXPECT_EQ(write(key, "record"), 1);
     EXPECT_EQ(read(key), (Read{1, "record"}));
@@ -161,16 +146,14 @@ TEST_P(Records, TheLongestKeyWorks)
     EXPECT_EQ(read(key).result, 0);
 }
 
-TEST_P(Records, ReadingWithAnImpossibleKeyFindsNothing)
-{
+TEST_P(Records, ReadingWithAnImpossibleKeyFindsNothing) {
     EXPECT_EQ(read(""), (Read{0, ""}));
     EXPECT_EQ(dp->last_error, EINVAL);
     EXPECT_EQ(read(std::string(store::MaxKeyBytes + 1, 'k')), (Read{0, ""}));
     EXPECT_EQ(dp->last_error, ENAMETOOLONG);
 }
 
-TEST_P(Records, WritingOrDeletingWithAnImpossibleKeyStopsAndSaysWhy)
-{
+TEST_P(Records, WritingOrDeletingWithAnImpossibleKeyStopsAndSaysWhy) {
     const std::string too_long(store::MaxKeyBytes + 1, 'k');
     EXPECT_EQ(message_of_stop([&] { write("", "a"); }),
               "Cannot write record '' of file '" + path("F") + "': the key is empty");
@@ -182,8 +165,7 @@ TEST_P(Records, WritingOrDeletingWithAnImpossibleKeyStopsAndSaysWhy)
                   "': the key has 65537 bytes, at most 65536 are possible");
 }
 
-TEST_P(Records, ErrorsAreReportedWhenTheCallerAsksForIt)
-{
+TEST_P(Records, ErrorsAreReportedWhenTheCallerAsksForIt) {
     VAR code;
     EXPECT_EQ(write("", "a", VELDA_REPORT_ERRORS, &code), 3);
     EXPECT_EQ(code.to_integer(), EINVAL);
@@ -193,8 +175,7 @@ TEST_P(Records, ErrorsAreReportedWhenTheCallerAsksForIt)
     EXPECT_EQ(dp->last_error, ENAMETOOLONG);
 }
 
-TEST_P(Records, ATooLargeRecordIsRefusedAndTheOldOneStays)
-{
+TEST_P(Records, ATooLargeRecordIsRefusedAndTheOldOneStays) {
     write("K", "old");
     // The bytes are never touched: the cell shows zero pages that nothing fills.
     VAR huge;
@@ -211,8 +192,7 @@ TEST_P(Records, ATooLargeRecordIsRefusedAndTheOldOneStays)
     EXPECT_EQ(read("K").record, "old");
 }
 
-TEST_F(FileTest, StatementsOnACellThatHoldsNoFileStopAndSaySo)
-{
+TEST_F(FileTest, StatementsOnACellThatHoldsNoFileStopAndSaySo) {
     for (const VAR &none : {VAR(), VAR(""), VAR("text"), VAR(3)}) {
         file = none;
         EXPECT_EQ(message_of_stop([&] { read("K"); }),
@@ -228,16 +208,14 @@ TEST_F(FileTest, StatementsOnACellThatHoldsNoFileStopAndSaySo)
     }
 }
 
-TEST_F(FileTest, MessagesShowMarksAndUnprintableBytesOfKeysAsPoints)
-{
+TEST_F(FileTest, MessagesShowMarksAndUnprintableBytesOfKeysAsPoints) {
     make_file("HL");
-    EXPECT_EQ(message_of_stop([&] { write(marks("a^b]\n") + std::string(store::MaxKeyBytes, 'k'), "x"); })
-                  .substr(0, 32),
-              "Cannot write record 'a.b..kkkkkk");
+    EXPECT_EQ(
+        message_of_stop([&] { write(marks("a^b]\n") + std::string(store::MaxKeyBytes, 'k'), "x"); }).substr(0, 32),
+        "Cannot write record 'a.b..kkkkkk");
 }
 
-TEST_F(FileTest, TheSettingVariableMayBeTheKeyOrTheFile)
-{
+TEST_F(FileTest, TheSettingVariableMayBeTheKeyOrTheFile) {
     make_file("HL");
     VAR key("missing"), record;
     EXPECT_EQ(VLibFNEWREAD_IIBBBIB(dp, VELDA_READ_REPORT_LOCK, &file, &record, &key, 0, &key), 0);
@@ -248,8 +226,7 @@ TEST_F(FileTest, TheSettingVariableMayBeTheKeyOrTheFile)
     EXPECT_EQ(shared.to_integer(), ENOENT);
 }
 
-TEST_F(FileTest, BinaryAndTextModeDecideHowADirectoryFileKeepsAttributes)
-{
+TEST_F(FileTest, BinaryAndTextModeDecideHowADirectoryFileKeepsAttributes) {
     make_file("UD");
     const VAR command(static_cast<int>(VELDA_IOCTL_MODE));
     VAR binary("RB,WB"), text("RT,WT");

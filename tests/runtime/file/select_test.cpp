@@ -13,37 +13,31 @@ using Keys = std::vector<std::string>;
 class Select : public FileTest {
   protected:
     int select(const VAR &source, VAR *target) { return VLibFSELECT_IBBB(dp, &source, target, nullptr); }
-    VAR list_of(const std::string &keys)
-    {
+    VAR list_of(const std::string &keys) {
         VAR list;
         EXPECT_EQ(select(marks(keys), &list), 1);
         return list;
     }
-    VAR list_of_file()
-    {
+    VAR list_of_file() {
         VAR list;
         EXPECT_EQ(select(file, &list), 1);
         return list;
     }
-    std::string next(VAR *list)
-    {
+    std::string next(VAR *list) {
         VAR key("before");
         const int result = VLibFREADNEXT_IBBBBB(dp, &key, nullptr, nullptr, list, nullptr);
         return result == 1 ? shown(key.view()) : "end" + key.str();
     }
-    void write_keys(int count)
-    {
+    void write_keys(int count) {
         for (int i = 1; i <= count; ++i) write("K" + std::to_string(i), "record");
     }
-    Keys sorted(Keys keys)
-    {
+    Keys sorted(Keys keys) {
         std::sort(keys.begin(), keys.end());
         return keys;
     }
 };
 
-TEST_F(Select, AFileGivesAllItsKeys)
-{
+TEST_F(Select, AFileGivesAllItsKeys) {
     for (const char *type : {"HL", "UD"}) {
         ASSERT_EQ(create("DATA " + path(type) + " TYPE=" + type), "");
         ASSERT_EQ(open(path(type), file), 1);
@@ -54,8 +48,7 @@ TEST_F(Select, AFileGivesAllItsKeys)
     }
 }
 
-TEST_F(Select, AnArrayGivesItsAttributesAsKeys)
-{
+TEST_F(Select, AnArrayGivesItsAttributesAsKeys) {
     VAR list = list_of("a^b c^d]e^f");
     EXPECT_EQ(keys_of(list), (Keys{"a", "b c", "d]e", "f"}));
     list = list_of("");
@@ -67,24 +60,21 @@ TEST_F(Select, AnArrayGivesItsAttributesAsKeys)
     EXPECT_EQ(keys_of(of_number), (Keys{"12"}));
 }
 
-TEST_F(Select, ReadnextAtTheEndGivesTheEmptyStringAgainAndAgain)
-{
+TEST_F(Select, ReadnextAtTheEndGivesTheEmptyStringAgainAndAgain) {
     VAR list = list_of("a");
     EXPECT_EQ(next(&list), "a");
     EXPECT_EQ(next(&list), "end");
     EXPECT_EQ(next(&list), "end");
 }
 
-TEST_F(Select, ReadnextSetsValuePositionsToZero)
-{
+TEST_F(Select, ReadnextSetsValuePositionsToZero) {
     VAR list = list_of("a"), key, value("x"), subvalue("y");
     EXPECT_EQ(VLibFREADNEXT_IBBBBB(dp, &key, &value, &subvalue, &list, nullptr), 1);
     EXPECT_EQ(value.view(), "0");
     EXPECT_EQ(subvalue.view(), "0");
 }
 
-TEST_F(Select, APlainStringIsAListOfKeysForReadnext)
-{
+TEST_F(Select, APlainStringIsAListOfKeysForReadnext) {
     VAR list(marks("a^b"));
     EXPECT_EQ(next(&list), "a");
     EXPECT_EQ(next(&list), "b");
@@ -93,16 +83,14 @@ TEST_F(Select, APlainStringIsAListOfKeysForReadnext)
     EXPECT_EQ(next(&unassigned), "end");
 }
 
-TEST_F(Select, ACopyOfAStringMadeBeforeReadnextKeepsAllKeys)
-{
+TEST_F(Select, ACopyOfAStringMadeBeforeReadnextKeepsAllKeys) {
     VAR list(marks("a^b"));
     VAR copy = list;
     EXPECT_EQ(keys_of(list), (Keys{"a", "b"}));
     EXPECT_EQ(keys_of(copy), (Keys{"a", "b"}));
 }
 
-TEST_F(Select, CopiesOfAListNameTheSameList)
-{
+TEST_F(Select, CopiesOfAListNameTheSameList) {
     VAR list = list_of("a^b^c");
     VAR copy = list;
     EXPECT_EQ(next(&list), "a");
@@ -112,8 +100,7 @@ TEST_F(Select, CopiesOfAListNameTheSameList)
     EXPECT_EQ(next(&copy), "end");
 }
 
-TEST_F(Select, AListReadsAsTheKeysNotYetRead)
-{
+TEST_F(Select, AListReadsAsTheKeysNotYetRead) {
     VAR list = list_of("a^b^c");
     EXPECT_EQ(shown(list.view()), "a^b^c");
     next(&list);
@@ -124,8 +111,7 @@ TEST_F(Select, AListReadsAsTheKeysNotYetRead)
     EXPECT_EQ(shown(text.view()), "b^c");
 }
 
-TEST_F(Select, AStreamingListReadAsTextGathersItsKeysAndGoesOn)
-{
+TEST_F(Select, AStreamingListReadAsTextGathersItsKeysAndGoesOn) {
     make_file();
     write_keys(3);
     VAR list = list_of_file();
@@ -138,8 +124,7 @@ TEST_F(Select, AStreamingListReadAsTextGathersItsKeysAndGoesOn)
     EXPECT_EQ(sorted(all), (Keys{"K1", "K2", "K3"}));
 }
 
-TEST_F(Select, TheListOutlivesTheCellOfItsFile)
-{
+TEST_F(Select, TheListOutlivesTheCellOfItsFile) {
     make_file();
     write_keys(3);
     VAR list = list_of_file();
@@ -147,8 +132,7 @@ TEST_F(Select, TheListOutlivesTheCellOfItsFile)
     EXPECT_EQ(sorted(keys_of(list)), (Keys{"K1", "K2", "K3"}));
 }
 
-TEST_F(Select, RecordsMayBeDeletedAndWrittenDuringTheWalk)
-{
+TEST_F(Select, RecordsMayBeDeletedAndWrittenDuringTheWalk) {
     make_file("HL DURABILITY=LAZY");
     write_keys(500);
     VAR list = list_of_file(), key;
@@ -162,23 +146,20 @@ TEST_F(Select, RecordsMayBeDeletedAndWrittenDuringTheWalk)
     EXPECT_EQ(next(&list), "end");
 }
 
-TEST_F(Select, TheKeyMayGoIntoTheCellOfTheList)
-{
+TEST_F(Select, TheKeyMayGoIntoTheCellOfTheList) {
     VAR both = list_of("a^b");
     EXPECT_EQ(VLibFREADNEXT_IBBBBB(dp, &both, nullptr, nullptr, &both, nullptr), 1);
     EXPECT_EQ(both.view(), "a");
 }
 
-TEST_F(Select, AFileCellIsNoListAndStaysOpen)
-{
+TEST_F(Select, AFileCellIsNoListAndStaysOpen) {
     make_file();
     EXPECT_EQ(next(&file), "end");
     EXPECT_EQ(dp->last_error, EINVAL);
     EXPECT_TRUE(file.is_file());
 }
 
-TEST_F(Select, SelectOfWhatIsNoOpenFileStopsOrTellsTheReason)
-{
+TEST_F(Select, SelectOfWhatIsNoOpenFileStopsOrTellsTheReason) {
     VAR list, setting;
     EXPECT_EQ(message_of_stop([&] { VLibFSELECT_IBBB(dp, nullptr, &list, nullptr); }),
               "Cannot select the records of file '': the variable holds no open file");
@@ -186,8 +167,7 @@ TEST_F(Select, SelectOfWhatIsNoOpenFileStopsOrTellsTheReason)
     EXPECT_EQ(setting.to_integer(), EBADF);
 }
 
-TEST_F(Select, TheDefaultListHasALengthAndEndsWithItsLastKey)
-{
+TEST_F(Select, TheDefaultListHasALengthAndEndsWithItsLastKey) {
     EXPECT_EQ(VRunCountDefaultSel(dp), 0);
     select(marks("a^b^c"), nullptr);
     EXPECT_EQ(VRunCountDefaultSel(dp), 3);
@@ -200,8 +180,7 @@ TEST_F(Select, TheDefaultListHasALengthAndEndsWithItsLastKey)
     EXPECT_EQ(VLibReturnDefaultSelect(dp)->view(), "");
 }
 
-TEST_F(Select, TheLengthOfAStreamingDefaultListCountsDown)
-{
+TEST_F(Select, TheLengthOfAStreamingDefaultListCountsDown) {
     make_file();
     write_keys(4);
     select(file, nullptr);
@@ -212,8 +191,7 @@ TEST_F(Select, TheLengthOfAStreamingDefaultListCountsDown)
     EXPECT_EQ(VRunCountDefaultSel(dp), 0);
 }
 
-TEST_F(Select, AnActiveListCountsAtLeastOneWhateverOthersDelete)
-{
+TEST_F(Select, AnActiveListCountsAtLeastOneWhateverOthersDelete) {
     make_file();
     write_keys(4);
     select(file, nullptr);
@@ -228,8 +206,7 @@ TEST_F(Select, AnActiveListCountsAtLeastOneWhateverOthersDelete)
     EXPECT_EQ(next(nullptr), "end");
 }
 
-TEST_F(Select, AnEmptyListIsNoActiveDefaultList)
-{
+TEST_F(Select, AnEmptyListIsNoActiveDefaultList) {
     make_file();
     select(marks("a"), nullptr);
     select(file, nullptr);
@@ -239,8 +216,7 @@ TEST_F(Select, AnEmptyListIsNoActiveDefaultList)
     EXPECT_EQ(VRunCountDefaultSel(dp), 0);
 }
 
-TEST_F(Select, EachContextHasItsOwnDefaultList)
-{
+TEST_F(Select, EachContextHasItsOwnDefaultList) {
     DP *const other = velda_new_context();
     select(marks("a"), nullptr);
     EXPECT_EQ(VRunCountDefaultSel(other), 0);
@@ -248,8 +224,7 @@ TEST_F(Select, EachContextHasItsOwnDefaultList)
     EXPECT_EQ(next(nullptr), "a");
 }
 
-TEST_F(Select, TheDefaultFileAsSourceHandsOverTheActiveDefaultList)
-{
+TEST_F(Select, TheDefaultFileAsSourceHandsOverTheActiveDefaultList) {
     VAR list;
     select(marks("a^b"), nullptr);
     EXPECT_EQ(VLibFSELECT_IBBB(dp, VLibReturnDefaultFile(dp), &list, nullptr), 1);
@@ -257,8 +232,7 @@ TEST_F(Select, TheDefaultFileAsSourceHandsOverTheActiveDefaultList)
     EXPECT_EQ(keys_of(list), (Keys{"a", "b"}));
 }
 
-TEST_F(Select, WithoutAnActiveListTheDefaultFileItselfIsSelected)
-{
+TEST_F(Select, WithoutAnActiveListTheDefaultFileItselfIsSelected) {
     make_file();
     write_keys(2);
     const VAR name(path("F"));
@@ -269,25 +243,23 @@ TEST_F(Select, WithoutAnActiveListTheDefaultFileItselfIsSelected)
     VLibFCLOSE_IB(dp, nullptr);
 }
 
-// --- saved lists -------------------------------------------------------------------------------------------------------
+// --- saved lists
+// -------------------------------------------------------------------------------------------------------
 
 class SavedLists : public Select {
   protected:
-    int save(const char *name, VAR *list, VAR *message = nullptr)
-    {
+    int save(const char *name, VAR *list, VAR *message = nullptr) {
         const VAR wanted(name);
         return velda_save_list(dp, &wanted, list, message);
     }
-    std::string get(const char *name)
-    {
+    std::string get(const char *name) {
         const VAR wanted(name);
         VAR list("before");
         return VLibFREADLIST_IBBB(dp, &list, &wanted, nullptr) == 1 ? shown(list.view()) : "none" + list.str();
     }
 };
 
-TEST_F(SavedLists, ANamedListStaysUntilItIsDeleted)
-{
+TEST_F(SavedLists, ANamedListStaysUntilItIsDeleted) {
     VAR list = list_of("a^b");
     EXPECT_EQ(save("MINE", &list), 1);
     EXPECT_EQ(get("MINE"), "a^b");
@@ -302,8 +274,7 @@ TEST_F(SavedLists, ANamedListStaysUntilItIsDeleted)
     EXPECT_EQ(shown(message.view()), "LIST_MISSING]MINE]");
 }
 
-TEST_F(SavedLists, AnotherContextSeesANamedListButNotTheNamelessOne)
-{
+TEST_F(SavedLists, AnotherContextSeesANamedListButNotTheNamelessOne) {
     VAR list = list_of("a^b");
     save("MINE", &list);
     save("", &list);
@@ -315,8 +286,7 @@ TEST_F(SavedLists, AnotherContextSeesANamedListButNotTheNamelessOne)
     velda_free_context(other);
 }
 
-TEST_F(SavedLists, SavingTheDefaultListUsesItUp)
-{
+TEST_F(SavedLists, SavingTheDefaultListUsesItUp) {
     select(marks("a^b"), nullptr);
     EXPECT_EQ(save("MINE", nullptr), 1);
     EXPECT_EQ(VRunCountDefaultSel(dp), 0);
@@ -327,8 +297,7 @@ TEST_F(SavedLists, SavingTheDefaultListUsesItUp)
     EXPECT_EQ(get("MINE"), "a^b");
 }
 
-TEST_F(SavedLists, SavingACallersListLeavesItsKeys)
-{
+TEST_F(SavedLists, SavingACallersListLeavesItsKeys) {
     VAR list = list_of("a^b");
     next(&list);
     save("MINE", &list);
@@ -336,8 +305,7 @@ TEST_F(SavedLists, SavingACallersListLeavesItsKeys)
     EXPECT_EQ(keys_of(list), (Keys{"b"}));
 }
 
-TEST_F(SavedLists, ReadlistWithoutNameTakesTheActiveListAndThenTheNamelessOne)
-{
+TEST_F(SavedLists, ReadlistWithoutNameTakesTheActiveListAndThenTheNamelessOne) {
     VAR list = list_of("saved");
     save("", &list);
     select(marks("a^b"), nullptr);
@@ -347,8 +315,7 @@ TEST_F(SavedLists, ReadlistWithoutNameTakesTheActiveListAndThenTheNamelessOne)
     EXPECT_EQ(get(""), "none");
 }
 
-TEST_F(SavedLists, AStreamingDefaultListIsHandedOverAsItIs)
-{
+TEST_F(SavedLists, AStreamingDefaultListIsHandedOverAsItIs) {
     make_file();
     write_keys(3);
     select(file, nullptr);
@@ -358,8 +325,7 @@ TEST_F(SavedLists, AStreamingDefaultListIsHandedOverAsItIs)
     EXPECT_EQ(sorted(keys_of(list)), (Keys{"K1", "K2", "K3"}));
 }
 
-TEST_F(SavedLists, AListThatWasReadCanBeMadeTheDefaultListAgain)
-{
+TEST_F(SavedLists, AListThatWasReadCanBeMadeTheDefaultListAgain) {
     select(marks("a^b"), nullptr);
     VAR list;
     VLibFREADLIST_IBBB(dp, &list, nullptr, nullptr);

@@ -15,21 +15,18 @@ namespace {
 
 class Status : public FileTest {
   protected:
-    int ioctl(int number, VAR &argument)
-    {
+    int ioctl(int number, VAR &argument) {
         const VAR command(number);
         return VLibFIOCTL_IBBB(dp, &file, &command, &argument);
     }
-    VAR status()
-    {
+    VAR status() {
         VAR result;
         EXPECT_EQ(VLibFSTATUS_IBBB(dp, &result, &file, nullptr), 1);
         return result;
     }
 };
 
-TEST_F(Status, Command10GivesTheTypeInAttribute1)
-{
+TEST_F(Status, Command10GivesTheTypeInAttribute1) {
     VAR result;
     make_file("UD");
     EXPECT_EQ(ioctl(10, result), 1);
@@ -40,8 +37,7 @@ TEST_F(Status, Command10GivesTheTypeInAttribute1)
     EXPECT_EQ(result(1).view(), "HL");
 }
 
-TEST_F(Status, StatusTellsTheSettingsOfTheFile)
-{
+TEST_F(Status, StatusTellsTheSettingsOfTheFile) {
     ASSERT_EQ(create("DATA " + path("F") + " 1,1 23,1 -B -T LOG=NO PERMS=0640 DURABILITY=LAZY"), "");
     ASSERT_EQ(open(path("F"), file), 1);
     write("K1", "a");
@@ -61,16 +57,14 @@ TEST_F(Status, StatusTellsTheSettingsOfTheFile)
     EXPECT_EQ(result(27).view(), path("F"));
 }
 
-TEST_F(Status, StatusAndCommand10AreTheSame)
-{
+TEST_F(Status, StatusAndCommand10AreTheSame) {
     make_file();
     VAR by_command;
     EXPECT_EQ(ioctl(10, by_command), 1);
     EXPECT_EQ(shown(by_command.view()), shown(status().view()));
 }
 
-TEST_F(Status, ACellThatIsNoFileHasNoStatus)
-{
+TEST_F(Status, ACellThatIsNoFileHasNoStatus) {
     file = "text";
     VAR result("before"), setting;
     EXPECT_EQ(VLibFSTATUS_IBBB(dp, &result, &file, &setting), 0);
@@ -78,14 +72,14 @@ TEST_F(Status, ACellThatIsNoFileHasNoStatus)
     EXPECT_EQ(setting.to_integer(), EBADF);
 }
 
-TEST_F(Status, ModeWordsSetReadAndWriteModeOnTheirOwn)
-{
+TEST_F(Status, ModeWordsSetReadAndWriteModeOnTheirOwn) {
     make_file("UD");
     const auto mode_after = [&](const char *text) {
         VAR words(text);
         const int result = ioctl(9, words);
         const VAR now = status();
-        return std::to_string(result) + " " + now(VELDA_STATUS_READ_MODE).str() + "," + now(VELDA_STATUS_WRITE_MODE).str();
+        return std::to_string(result) + " " + now(VELDA_STATUS_READ_MODE).str() + "," +
+               now(VELDA_STATUS_WRITE_MODE).str();
     };
     EXPECT_EQ(status()(VELDA_STATUS_READ_MODE).view(), "");
     EXPECT_EQ(mode_after("RB"), "1 RB,");
@@ -98,8 +92,7 @@ TEST_F(Status, ModeWordsSetReadAndWriteModeOnTheirOwn)
     EXPECT_EQ(mode_after(""), "0 RT,WT");
 }
 
-TEST_F(Status, AHashedFileTakesTheModeWords)
-{
+TEST_F(Status, AHashedFileTakesTheModeWords) {
     make_file("HL");
     VAR words("RT,WT");
     EXPECT_EQ(ioctl(9, words), 1);
@@ -107,8 +100,7 @@ TEST_F(Status, AHashedFileTakesTheModeWords)
     EXPECT_EQ(read("K").record, "a^b");
 }
 
-TEST_F(Status, OtherCommandsAndOtherCellsAreRefused)
-{
+TEST_F(Status, OtherCommandsAndOtherCellsAreRefused) {
     make_file();
     VAR argument("before");
     EXPECT_EQ(ioctl(11, argument), 0);
@@ -119,8 +111,7 @@ TEST_F(Status, OtherCommandsAndOtherCellsAreRefused)
     EXPECT_EQ(argument.view(), "before");
 }
 
-TEST_F(Status, FileinfoHasTheFullPathInAttribute20)
-{
+TEST_F(Status, FileinfoHasTheFullPathInAttribute20) {
     make_file("UD");
     VAR information;
     const VAR selector(1);
@@ -132,8 +123,7 @@ TEST_F(Status, FileinfoHasTheFullPathInAttribute20)
     EXPECT_EQ(information.view(), "");
 }
 
-TEST_F(Status, DirTellsSizeDateTimeAndKind)
-{
+TEST_F(Status, DirTellsSizeDateTimeAndKind) {
     std::ofstream(path("plain")) << "12345";
     const timespec times[] = {{0, 0}, {86400 * 20 + 3661, 0}};
     setenv("TZ", "UTC", 1);
@@ -157,8 +147,7 @@ TEST_F(Status, DirTellsSizeDateTimeAndKind)
     tzset();
 }
 
-TEST_F(Status, UniqueKeysNeverRepeatAlsoNotInAForkedProcess)
-{
+TEST_F(Status, UniqueKeysNeverRepeatAlsoNotInAForkedProcess) {
     constexpr int Count = 20000;
     int channel[2];
     ASSERT_EQ(pipe(channel), 0);

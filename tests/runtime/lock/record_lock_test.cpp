@@ -5,7 +5,9 @@
 using namespace velda;
 using namespace velda::test;
 
-class RecordLock : public Interleaving {};
+class RecordLock : public Interleaving {
+    std::string perform(DP *dp, const std::string &command) override { return perform_lock_command(dp, command); }
+};
 
 TEST_F(RecordLock, AFreeRecordIsGranted) { run("one: lock K"); }
 
