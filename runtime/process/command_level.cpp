@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "runtime/port/session_port.h"
 #include "runtime/print/unit.h"
 #include "runtime/process/call_by_name.h"
 #include "runtime/process/context.h"
@@ -26,6 +27,13 @@ struct CommandLevels {
 
 std::vector<std::unique_ptr<CommandLevel>> &levels_of(DP *dp) { return dp->state<CommandLevels>().levels; }
 
+// Lets other sessions see what this one runs.
+void show_command(DP *dp) {
+    std::string sentence = current_level(dp).command_line;
+    std::replace(sentence.begin(), sentence.end(), AM, ' ');
+    port_set_command(dp, sentence);
+}
+
 // A level for as long as its command runs. The data that its caller stacked become its input; what it leaves is
 // dropped. Print units, prompt, echo and break key are its own from the start of a command: the caller finds his as
 // they were.
@@ -37,12 +45,14 @@ class LevelScope {
         callers_input_ = dp->state<DataStack>().hand_over();
         callers_units_ = std::exchange(dp->state<PrintUnits>(), PrintUnits(*dp));
         callers_terminal_ = std::exchange(dp->state<TerminalSession>(), TerminalSession());
+        show_command(dp);
     }
     ~LevelScope() {
         dp_->state<DataStack>().take_back(std::move(callers_input_));
         dp_->state<PrintUnits>() = std::move(*callers_units_);
         levels_of(dp_).pop_back();
         end_terminal_use(dp_);
+        if (command_depth(dp_) > 0) show_command(dp_);
         dp_->state<TerminalSession>() = std::move(callers_terminal_);
         if (break_key_enabled(dp_) != callers_break_key_) VLibFBREAKKEY_VF(dp_, callers_break_key_ ? 1.0 : 0.0);
     }

@@ -8,10 +8,10 @@
 #include <string_view>
 
 #include "runtime/base/global_directory.h"
+#include "runtime/port/port.h"
 #include "runtime/process/context.h"
 #include "runtime/process/process.h"
 #include "runtime/process/session_names.h"
-#include "runtime/process/system_numbers.h"
 
 namespace {
 
@@ -27,8 +27,8 @@ std::string time_stamp() {
 
 // One line whatever the text holds.
 std::string log_line(DP *dp, std::string_view text) {
-    std::string line = time_stamp() + " port " + velda::system_number(dp, 101).str() + " " + velda::user_name() + " " +
-                       std::to_string(getpid()) + ": ";
+    std::string line = time_stamp() + " port " + std::to_string(VELDAGetPortNumber(dp)) + " " + velda::user_name() +
+                       " " + std::to_string(getpid()) + ": ";
     for (const char byte : text) {
         if (byte == '\n')
             line += "\\n";

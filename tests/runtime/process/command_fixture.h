@@ -20,6 +20,8 @@ inline void call_body(DP *, void *argument) { (*static_cast<std::function<void()
 
 class CommandTest : public testing::Test {
   protected:
+    CommandTest() { use_scratch_system(); }
+
     DP *dp = velda_getdp();
 
     // Runs the body as a command; its exit code.
@@ -37,7 +39,12 @@ class CommandTest : public testing::Test {
     }
 
   private:
-    ScratchSystem system_;
+    // One for all tests of the program: a context keeps its port, and with it its system.
+    static void use_scratch_system() {
+        static const ScratchSystem system;
+        setenv("VELDAGLOBALDIR", system.path().c_str(), 1);
+        setenv("VBCRELEASEDIR", VELDA_SOURCE_DIR "/share", 1);
+    }
 };
 
 // Runs `body` in a forked child; its exit status as of waitpid.

@@ -1,4 +1,6 @@
 #include <csignal>
+#include <fstream>
+#include <sstream>
 
 #include "runtime/process/command_level.h"
 #include "runtime/process/command_table.h"
@@ -210,4 +212,24 @@ TEST_F(Commands, ADebugTrapThatReturnsDoesNotHoldTheFailureBack) {
                   velda::call("TestAbsent");
               }),
               1);
+}
+
+// --- what other sessions see ----------------------------------------------------------------------------------------
+
+TEST_F(Commands, TheStatusRecordOfThePortShowsTheCommandThatRuns) {
+    const auto shown_command = [] {
+        const VAR file = velda::system_number(1027);
+        std::stringstream text;
+        text << std::ifstream(file.str() + "/" + velda::system_number(101).str()).rdbuf();
+        std::string line;
+        for (int attribute = 1; attribute <= 8; ++attribute) std::getline(text, line);
+        return line;
+    };
+    run(
+        [&] {
+            EXPECT_EQ(shown_command(), "OUTER one two");
+            run([&] { EXPECT_EQ(shown_command(), "INNER"); }, "INNER");
+            EXPECT_EQ(shown_command(), "OUTER one two");
+        },
+        marks("OUTER^one^two"));
 }

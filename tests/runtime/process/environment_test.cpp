@@ -28,6 +28,9 @@ class SystemLog : public CommandTest {
         for (std::string line; std::getline(file, line);) all.push_back(line);
         return all;
     }
+
+  private:
+    velda::test::ScratchSystem own_log_;
 };
 
 }  // namespace
