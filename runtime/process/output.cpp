@@ -58,7 +58,8 @@ bool output_is_captured(DP *dp) { return !output_of(dp).captures.empty(); }
 
 void print_message(DP *dp, std::string_view message) {
     note_message(dp, message);
-    write_output(dp, format_message(dp, message) + "\n");
+    const std::string text = format_message(dp, message);
+    write_output(dp, text.ends_with(' ') ? text : text + "\n");
 }
 
 bool finish_output(DP *dp) {

@@ -26,7 +26,8 @@ bool output_is_terminal(DP *dp);
 bool output_is_captured(DP *dp);
 
 // Prints a system message (a key and its parameters divided by VM, or plain text) as a line of terminal output, and
-// keeps it for the RETURNING of the EXECUTE that runs this command.
+// keeps it for the RETURNING of the EXECUTE that runs this command. A text that ends in a blank is a prompt: the cursor
+// stays behind it.
 void print_message(DP *dp, std::string_view message);
 
 // Sends what is buffered. When standard output could not be written since the last call, says so on standard error and
