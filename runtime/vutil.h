@@ -2,8 +2,8 @@
 #ifndef VELDA_RUNTIME_VUTIL_H
 #define VELDA_RUNTIME_VUTIL_H
 
-#include "runtime/vdefc.h"
 #include "runtime/value/value.h"
+#include "runtime/vdefc.h"
 
 #ifdef __cplusplus
 #include "runtime/value/facade.h"

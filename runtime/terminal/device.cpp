@@ -13,6 +13,7 @@
 #include <mutex>
 
 #include "runtime/base/write_fully.h"
+#include "runtime/port/session_port.h"
 #include "runtime/process/context.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
@@ -24,7 +25,7 @@ constexpr int Input = STDIN_FILENO;
 constexpr int Output = STDOUT_FILENO;
 
 // A wait looks this often for an event that raised no signal in this thread.
-constexpr int LongestSleepMilliseconds = 500;
+constexpr int LongestSleepMilliseconds = 200;
 
 // The process has one terminal, whatever number of contexts it has. The signal handler reads these; they change with
 // the lock held, and `in_session_mode` last.
@@ -123,8 +124,15 @@ std::optional<KeyRead> take_byte() {
 
 void handle_interrupt(DP *dp, const KeyWait &wait) {
     if (!interrupt_pending(dp)) return;
-    if (wait.within_line) write_to_terminal("\n");
+    if (!wait.line.empty()) write_to_terminal("\n");
     poll_interrupt(dp);
+}
+
+void show_messages(DP *dp, const KeyWait &wait) {
+    if (!messages_wait(dp)) return;
+    std::string shown = wait.line.empty() ? "" : "\n";
+    for (const std::string &message : take_messages(dp)) shown += message + "\n";
+    write_to_terminal(shown + wait.line);
 }
 
 }  // namespace
@@ -136,6 +144,7 @@ KeyRead read_key(DP *dp, const KeyWait &wait) {
     const Deadline deadline(wait.milliseconds);
     while (true) {
         handle_interrupt(dp, wait);
+        show_messages(dp, wait);
         if (wait.ends_on_event && dp->event_counter != events_before) return {KeyOutcome::Event};
         const int sleep = deadline.next_sleep();
         pollfd input{Input, POLLIN, 0};

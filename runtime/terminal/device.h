@@ -10,6 +10,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "runtime/vdefc.h"
@@ -31,10 +32,11 @@ struct KeyRead {
 struct KeyWait {
     std::optional<int> milliseconds;  // empty: without limit
     bool ends_on_event = false;
-    bool within_line = false;  // text stands before the cursor: what an interrupt prints goes below it
+    std::string line;  // what stands before the cursor: interrupts and messages show below it, and then it again
 };
 
-// Waits for one byte. Output written so far is shown first. An interrupt is handled here and may end the command.
+// Waits for one byte. Output written so far is shown first. An interrupt is handled here and may end the command;
+// messages that other ports send are shown when they come.
 KeyRead read_key(DP *dp, const KeyWait &wait);
 
 // True when keys come from a terminal.

@@ -64,8 +64,12 @@ LineRead ended(DP *dp, LineOutcome outcome, std::string text = "") {
     return {outcome, std::move(text)};
 }
 
-KeyWait wait_of(const LineRequest &request) {
-    return {.milliseconds = request.idle_milliseconds, .within_line = input_is_terminal()};
+// A wait for the next key of a reply of which `shown` stands on the screen.
+KeyWait wait_of(DP *dp, const LineRequest &request, const std::string &shown = "") {
+    KeyWait wait{.milliseconds = request.idle_milliseconds};
+    if (request.prompt_shown) wait.line = terminal_session(dp).prompt;
+    if (terminal_session(dp).echo) wait.line += shown;
+    return wait;
 }
 
 // One line of a pipe or file answers one INPUT: what exceeds the length is dropped with the line, so that a script's
@@ -73,7 +77,7 @@ KeyWait wait_of(const LineRequest &request) {
 LineRead read_plain_line(DP *dp, const LineRequest &request) {
     std::string text;
     while (true) {
-        const KeyRead key = read_key(dp, wait_of(request));
+        const KeyRead key = read_key(dp, {.milliseconds = request.idle_milliseconds});
         if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout, text);
         if (key.outcome == KeyOutcome::End && text.empty()) return ended(dp, LineOutcome::End);
         if (key.outcome == KeyOutcome::End || key.byte == '\n') break;
@@ -90,7 +94,7 @@ void drop_rest_of_key(DP *dp, unsigned char first) {
 }
 
 LineRead read_single_key(DP *dp, const LineRequest &request) {
-    const KeyRead key = read_key(dp, wait_of(request));
+    const KeyRead key = read_key(dp, wait_of(dp, request));
     if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout);
     if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
     drop_rest_of_key(dp, key.byte);
@@ -105,7 +109,7 @@ LineRead read_edited_line(DP *dp, const LineRequest &request) {
     LineEditor editor(editing_keys(), request.length);
     LineEditor::State state = LineEditor::State::More;
     while (state == LineEditor::State::More) {
-        const KeyRead key = read_key(dp, wait_of(request));
+        const KeyRead key = read_key(dp, wait_of(dp, request, editor.display()));
         if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout, editor.text());
         if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
         std::string shown;

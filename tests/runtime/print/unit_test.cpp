@@ -32,8 +32,7 @@ namespace {
 std::string output_of(const velda::test::Program &program) { return run_on_pipes("", program).output; }
 
 // The finished jobs of a system in the order of unit and number: the content of each, and "|" behind it.
-std::string jobs_of(const ScratchSystem &system)
-{
+std::string jobs_of(const ScratchSystem &system) {
     std::map<std::string, std::string> jobs;
     const std::filesystem::path directory = system / "print";
     if (!std::filesystem::exists(directory)) return "";
@@ -49,15 +48,13 @@ std::string jobs_of(const ScratchSystem &system)
     return all;
 }
 
-void print_lines(int count)
-{
+void print_lines(int count) {
     for (int line = 1; line <= count; ++line) print_line(line);
 }
 
 }  // namespace
 
-TEST(PrintUnit, GoesToTheTerminalAtFirst)
-{
+TEST(PrintUnit, GoesToTheTerminalAtFirst) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *dp) {
                   const VAR item("item");
@@ -70,8 +67,7 @@ TEST(PrintUnit, GoesToTheTerminalAtFirst)
     EXPECT_EQ(jobs_of(system), "");
 }
 
-TEST(PrintUnit, IsInStepWithCrt)
-{
+TEST(PrintUnit, IsInStepWithCrt) {
     EXPECT_EQ(output_of([](DP *) {
                   print("a");
                   velda::crt("b");
@@ -80,8 +76,7 @@ TEST(PrintUnit, IsInStepWithCrt)
               "abc\n");
 }
 
-TEST(PrintUnit, GoesIntoACapture)
-{
+TEST(PrintUnit, GoesIntoACapture) {
     EXPECT_EQ(output_of([](DP *dp) {
                   std::string captured;
                   {
@@ -93,8 +88,7 @@ TEST(PrintUnit, GoesIntoACapture)
               "captured: inside\n\n");
 }
 
-TEST(PrintUnit, OnThePrinterBecomesAJobThatTheEndOfTheCommandCompletes)
-{
+TEST(PrintUnit, OnThePrinterBecomesAJobThatTheEndOfTheCommandCompletes) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *) {
                   printer_on();
@@ -106,8 +100,7 @@ TEST(PrintUnit, OnThePrinterBecomesAJobThatTheEndOfTheCommandCompletes)
     EXPECT_EQ(jobs_of(system), "one\ntwo\n|");
 }
 
-TEST(PrintUnit, SwitchedOnWithoutOutputMakesNoJob)
-{
+TEST(PrintUnit, SwitchedOnWithoutOutputMakesNoJob) {
     const ScratchSystem system;
     output_of([](DP *) {
         printer_on();
@@ -116,8 +109,7 @@ TEST(PrintUnit, SwitchedOnWithoutOutputMakesNoJob)
     EXPECT_EQ(jobs_of(system), "");
 }
 
-TEST(PrintUnit, SwitchedOffAndOnGoesOnWithTheSameJob)
-{
+TEST(PrintUnit, SwitchedOffAndOnGoesOnWithTheSameJob) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *) {
                   printer_on();
@@ -131,8 +123,7 @@ TEST(PrintUnit, SwitchedOffAndOnGoesOnWithTheSameJob)
     EXPECT_EQ(jobs_of(system), "one\ntwo\n|");
 }
 
-TEST(PrintUnit, ClosedBeginsAnotherJob)
-{
+TEST(PrintUnit, ClosedBeginsAnotherJob) {
     const ScratchSystem system;
     output_of([](DP *dp) {
         printer_on();
@@ -143,8 +134,7 @@ TEST(PrintUnit, ClosedBeginsAnotherJob)
     EXPECT_EQ(jobs_of(system), "one\n|two\n|");
 }
 
-TEST(PrintUnit, ResetClosesTheJobAndGoesBackToTheTerminalWithoutHeading)
-{
+TEST(PrintUnit, ResetClosesTheJobAndGoesBackToTheTerminalWithoutHeading) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *dp) {
                   heading("H");
@@ -157,8 +147,7 @@ TEST(PrintUnit, ResetClosesTheJobAndGoesBackToTheTerminalWithoutHeading)
     EXPECT_EQ(jobs_of(system), "H\none\n|");
 }
 
-TEST(PrintUnit, UnitsAreSeparateAndAllAreClosedTogether)
-{
+TEST(PrintUnit, UnitsAreSeparateAndAllAreClosedTogether) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *) {
                   printer_on(0);
@@ -173,8 +162,7 @@ TEST(PrintUnit, UnitsAreSeparateAndAllAreClosedTogether)
     EXPECT_EQ(jobs_of(system), "zero\n|three\n|three again\n|");
 }
 
-TEST(PrintUnit, OfAnExecutedCommandIsItsOwn)
-{
+TEST(PrintUnit, OfAnExecutedCommandIsItsOwn) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *dp) {
                   printer_on();
@@ -191,8 +179,7 @@ TEST(PrintUnit, OfAnExecutedCommandIsItsOwn)
     EXPECT_EQ(jobs_of(system), "outer 1\nouter 2\n|inner\n|");
 }
 
-TEST(PrintUnit, AStopCompletesTheJob)
-{
+TEST(PrintUnit, AStopCompletesTheJob) {
     const ScratchSystem system;
     output_of([](DP *dp) {
         printer_on();
@@ -202,8 +189,7 @@ TEST(PrintUnit, AStopCompletesTheJob)
     EXPECT_EQ(jobs_of(system), "one\n|");
 }
 
-TEST(PrintUnit, AJobThatCannotBeMadeEndsTheCommandWithAMessage)
-{
+TEST(PrintUnit, AJobThatCannotBeMadeEndsTheCommandWithAMessage) {
     const ScratchSystem system;
     std::ofstream(system / "print") << "in the way";
     const Ending ending = run_on_pipes("", [](DP *) {
@@ -217,8 +203,7 @@ TEST(PrintUnit, AJobThatCannotBeMadeEndsTheCommandWithAMessage)
     EXPECT_EQ(ending.exit_code, 1);
 }
 
-TEST(PrintUnit, ACommandThatFailsToPrintGivesTheCommandAnExitCode)
-{
+TEST(PrintUnit, ACommandThatFailsToPrintGivesTheCommandAnExitCode) {
     const ScratchSystem system;
     const Ending ending = run_on_pipes("", [](DP *) {
         setenv("VELDAPRINTER", "cat > /dev/null; exit 9", 1);
@@ -229,8 +214,7 @@ TEST(PrintUnit, ACommandThatFailsToPrintGivesTheCommandAnExitCode)
     EXPECT_EQ(ending.exit_code, 1);
 }
 
-TEST(PrintUnit, AnotherUnitsJobIsCompletedWhenOneFails)
-{
+TEST(PrintUnit, AnotherUnitsJobIsCompletedWhenOneFails) {
     const ScratchSystem system;
     const Ending ending = run_on_pipes("", [&](DP *) {
         setenv("VELDAPRINTER", ("cat > " + (system / "unit$VELDAPRINTUNIT") + "; exit $VELDAPRINTUNIT").c_str(), 1);
@@ -250,8 +234,7 @@ TEST(PrintUnit, AnotherUnitsJobIsCompletedWhenOneFails)
 
 // --- headings --------------------------------------------------------------------------------------------------------
 
-TEST(PrintHeading, CutsAJobIntoPagesWithFormFeeds)
-{
+TEST(PrintHeading, CutsAJobIntoPagesWithFormFeeds) {
     const ScratchSystem system;
     output_of([](DP *) {
         setenv("VELDAPRINTDEPTH", "5", 1);
@@ -263,8 +246,7 @@ TEST(PrintHeading, CutsAJobIntoPagesWithFormFeeds)
     EXPECT_EQ(jobs_of(system), "Page 1\n1\n2\nend of 1\n\fPage 2\n3\n\nend of 2\n|");
 }
 
-TEST(PrintHeading, PagesAreOneHundredAndThirtyTwoBySixtySixByDefault)
-{
+TEST(PrintHeading, PagesAreOneHundredAndThirtyTwoBySixtySixByDefault) {
     const ScratchSystem system;
     output_of([](DP *) {
         printer_on();
@@ -276,8 +258,7 @@ TEST(PrintHeading, PagesAreOneHundredAndThirtyTwoBySixtySixByDefault)
     EXPECT_EQ(job.find('\f'), job.find("\n64\n") + 4);
 }
 
-TEST(PrintHeading, NewPageWithoutHeadingIsAFormFeedOnThePrinterOnly)
-{
+TEST(PrintHeading, NewPageWithoutHeadingIsAFormFeedOnThePrinterOnly) {
     const ScratchSystem system;
     EXPECT_EQ(output_of([](DP *) {
                   new_page();
@@ -293,8 +274,7 @@ TEST(PrintHeading, NewPageWithoutHeadingIsAFormFeedOnThePrinterOnly)
     EXPECT_EQ(jobs_of(system), "one\n\ftwo\n|");
 }
 
-TEST(PrintHeading, OnPipesPagesWithoutPauseOrScreenControl)
-{
+TEST(PrintHeading, OnPipesPagesWithoutPauseOrScreenControl) {
     EXPECT_EQ(output_of([](DP *) {
                   setenv("LINES", "4", 1);
                   heading("H'P'");
@@ -303,8 +283,7 @@ TEST(PrintHeading, OnPipesPagesWithoutPauseOrScreenControl)
               "H1\n1\n2\nH2\n3\n");
 }
 
-TEST(PrintHeading, HasDateAndTime)
-{
+TEST(PrintHeading, HasDateAndTime) {
     const std::string shown = output_of([](DP *) {
         setenv("TZ", "UTC", 1);
         heading("'T'|'D'");
@@ -315,8 +294,7 @@ TEST(PrintHeading, HasDateAndTime)
     EXPECT_EQ(shown[2], ':');
 }
 
-TEST(PrintHeading, TheFootingShowsAtTheEndOfTheCommand)
-{
+TEST(PrintHeading, TheFootingShowsAtTheEndOfTheCommand) {
     EXPECT_EQ(output_of([](DP *) {
                   setenv("LINES", "6", 1);
                   footing("F");
@@ -325,8 +303,7 @@ TEST(PrintHeading, TheFootingShowsAtTheEndOfTheCommand)
               "x\n\n\n\nF\n");
 }
 
-TEST(PrintHeading, TheEndedCommandsHeadingIsForgotten)
-{
+TEST(PrintHeading, TheEndedCommandsHeadingIsForgotten) {
     EXPECT_EQ(output_of([](DP *dp) {
                   velda_run(
                       dp, "INNER", [](DP *, void *) { heading("H"); }, nullptr);
@@ -342,8 +319,7 @@ namespace {
 constexpr OnTerminal::Setup SmallScreen{.type = "vt220", .columns = 20, .lines = 5};
 constexpr const char *Clear = "\x1B[H\x1B[J";
 
-void report(DP *)
-{
+void report(DP *) {
     heading("H'P'");
     print_lines(8);
     crt_line("done");
@@ -351,8 +327,7 @@ void report(DP *)
 
 }  // namespace
 
-TEST(TerminalPages, WaitForAKeyBeforeTheNextPage)
-{
+TEST(TerminalPages, WaitForAKeyBeforeTheNextPage) {
     OnTerminal terminal(SmallScreen, report);
     EXPECT_EQ(terminal.prompted("3\r\n"), std::string(Clear) + "H1\r\n1\r\n2\r\n");
     terminal.type(" ");
@@ -362,8 +337,7 @@ TEST(TerminalPages, WaitForAKeyBeforeTheNextPage)
     EXPECT_EQ(terminal.exit_code(), 0);
 }
 
-TEST(TerminalPages, NGoesOnWithoutPauses)
-{
+TEST(TerminalPages, NGoesOnWithoutPauses) {
     OnTerminal terminal(SmallScreen, report);
     terminal.prompted("3\r\n");
     terminal.type("n");
@@ -372,8 +346,7 @@ TEST(TerminalPages, NGoesOnWithoutPauses)
 
 class QuitKeys : public testing::TestWithParam<const char *> {};
 
-TEST_P(QuitKeys, EndTheCommand)
-{
+TEST_P(QuitKeys, EndTheCommand) {
     OnTerminal terminal(SmallScreen, report);
     terminal.prompted("3\r\n");
     terminal.type(GetParam());
@@ -383,8 +356,7 @@ TEST_P(QuitKeys, EndTheCommand)
 
 INSTANTIATE_TEST_SUITE_P(Keys, QuitKeys, testing::Values("q", "Q", "\x18"));
 
-TEST(TerminalPages, OptionNOfTheHeadingLeavesOutThePauses)
-{
+TEST(TerminalPages, OptionNOfTheHeadingLeavesOutThePauses) {
     OnTerminal terminal(SmallScreen, [](DP *) {
         heading("H'N'");
         print_lines(4);
@@ -392,14 +364,12 @@ TEST(TerminalPages, OptionNOfTheHeadingLeavesOutThePauses)
     EXPECT_EQ(terminal.rest(), std::string(Clear) + "H\r\n1\r\n2\r\n3\r\n" + Clear + "H\r\n4\r\n");
 }
 
-TEST(TerminalPages, WithoutHeadingDoNotPause)
-{
+TEST(TerminalPages, WithoutHeadingDoNotPause) {
     OnTerminal terminal(SmallScreen, [](DP *) { print_lines(6); });
     EXPECT_EQ(terminal.rest(), "1\r\n2\r\n3\r\n4\r\n5\r\n6\r\n");
 }
 
-TEST(TerminalPages, DoNotPauseWhenTheOutputIsCaptured)
-{
+TEST(TerminalPages, DoNotPauseWhenTheOutputIsCaptured) {
     OnTerminal terminal(SmallScreen, [](DP *dp) {
         std::string captured;
         {
@@ -412,8 +382,7 @@ TEST(TerminalPages, DoNotPauseWhenTheOutputIsCaptured)
     EXPECT_EQ(terminal.rest(), "H\r\n1\r\n2\r\n3\r\nH\r\n4\r\n\r\n");
 }
 
-TEST(TerminalPages, TheBreakKeyEndsThePause)
-{
+TEST(TerminalPages, TheBreakKeyEndsThePause) {
     OnTerminal terminal(SmallScreen, report);
     terminal.prompted("3\r\n");
     terminal.type("\x03");

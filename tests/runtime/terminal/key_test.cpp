@@ -3,9 +3,11 @@
 
 #include <thread>
 
+#include "runtime/port/session_port.h"
 #include "runtime/process/context.h"
 #include "runtime/process/output.h"
 #include "runtime/terminal/facade.h"
+#include "tests/support/scratch.h"
 #include "tests/support/terminal_program.h"
 
 using velda::crt;
@@ -340,4 +342,65 @@ TEST(UserSettings, AreInForceForAChildProgramAndThenKeysAgain) {
     EXPECT_EQ(terminal.prompted("key "), "icanon echo ");
     terminal.type("x");
     EXPECT_EQ(terminal.exit_code(), 0);
+}
+
+// --- messages from other ports ---------------------------------------------------------------------------------------
+
+namespace {
+
+// Sends a message to this session from another one, a while from now.
+std::thread message_to(DP *dp, const char *text) {
+    const int port = *velda::session_port(dp);
+    return std::thread([port, text] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        DP *const other = velda_new_context();
+        EXPECT_TRUE(velda::send_message(other, port, text));
+        velda_free_context(other);
+    });
+}
+
+}  // namespace
+
+TEST(PortMessage, ShowsBelowAnInputThatThenGoesOn) {
+    const velda::test::ScratchSystem system;
+    OnTerminal terminal([](DP *dp) {
+        std::thread sender = message_to(dp, "from port 5: hello");
+        VAR reply;
+        velda::input(reply);
+        crt_line("[", reply, "]");
+        sender.join();
+    });
+    terminal.prompted("?");
+    terminal.type("ab");
+    terminal.until("\r\nfrom port 5: hello\r\n?ab");
+    terminal.type("c\r");
+    EXPECT_EQ(terminal.rest(), "c\r\n[abc]\r\n");
+}
+
+TEST(PortMessage, DoesNotShowWhatWasTypedWithEchoOff) {
+    const velda::test::ScratchSystem system;
+    OnTerminal terminal([](DP *dp) {
+        std::thread sender = message_to(dp, "hello");
+        VAR reply;
+        const velda::EchoOff quiet;
+        velda::input(reply);
+        crt_line("[", reply, "]");
+        sender.join();
+    });
+    terminal.prompted("?");
+    terminal.type("secret");
+    terminal.until("\r\nhello\r\n?");
+    terminal.type("\r");
+    EXPECT_EQ(terminal.rest(), "\r\n[secret]\r\n");
+}
+
+TEST(PortMessage, ShowsAndEndsAWaitForAKey) {
+    const velda::test::ScratchSystem system;
+    OnTerminal terminal([](DP *dp) {
+        std::thread sender = message_to(dp, "hello");
+        VAR key("none");
+        crt_line(VELDAWindowsInchar(dp, &key, 0), ":", key);
+        sender.join();
+    });
+    EXPECT_EQ(terminal.rest(), "hello\r\n-1:none\r\n");
 }
