@@ -1,8 +1,11 @@
 #include "runtime/store/environment.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -171,7 +174,17 @@ Result<void> Environment::open_lmdb(std::uint64_t size_bytes) {
     if (rc) return lmdb_error(rc, "cannot open file", path_);
     int dead = 0;
     mdb_reader_check(lmdb_, &dead);
-    return open_trees();
+    return open_trees_amid_writers();
+}
+
+// A writer that commits twice between the snapshot and the look at the file's head spoils the look: it is taken again.
+Result<void> Environment::open_trees_amid_writers() {
+    constexpr int Attempts = 1000;
+    for (int attempt = 1;; ++attempt) {
+        auto opened = open_trees();
+        if (opened || opened.error().number != EAGAIN || attempt == Attempts) return opened;
+        sched_yield();
+    }
 }
 
 int Environment::try_open_lmdb(unsigned flags) {
@@ -294,10 +307,24 @@ Environment::UpdateTurn::UpdateTurn(Environment &its)
 void Environment::UpdateTurn::finish(int body_result) {
     result = body_result;
     if (result) return;
-    result = mdb_txn_commit(transaction);
+    result = environment.cause_of(mdb_txn_commit(transaction));
     transaction = nullptr;
     if (result || environment.durability_ == Durability::Sync) return;
     if (!environment.has_unsynced_.exchange(true)) watch_updates();
+}
+
+// LMDB tells of a write that was cut short as an I/O error; this tells what cut it short.
+int Environment::cause_of(int rc) const {
+    if (rc != EIO) return rc;
+    constexpr unsigned long FewBlocks = 8;
+    struct statvfs disk;
+    if (fstatvfs(descriptor_, &disk) == 0 && (geteuid() == 0 ? disk.f_bfree : disk.f_bavail) < FewBlocks) return ENOSPC;
+    struct stat status;
+    rlimit limit;
+    if (fstat(descriptor_, &status) == 0 && getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+        static_cast<rlim_t>(status.st_size) + lmdb::PageBytes > limit.rlim_cur)
+        return EFBIG;
+    return rc;
 }
 
 int Environment::UpdateTurn::end() {

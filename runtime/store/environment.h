@@ -152,10 +152,12 @@ class Environment {
     Result<void> check_lock_file(bool sole_user);
     Result<void> open_lmdb(std::uint64_t size_bytes);
     int try_open_lmdb(unsigned flags);
+    Result<void> open_trees_amid_writers();
     Result<void> open_trees();
     Result<void> check_trees(std::uint64_t transaction);
     void close();
 
+    int cause_of(int rc) const;
     int mark_unclean();
     void clear_mark_if_quiet(std::uint64_t synced_transaction);
     std::uint64_t last_transaction() const;
