@@ -223,3 +223,28 @@ TEST(Scramble, ItIsRepeatableAndDoesNotShowThePassword) {
     EXPECT_EQ(scramble("open sesame").find("open"), std::string::npos);
     EXPECT_NE(scramble(std::string(100, 'a')), scramble(std::string(100, 'a') + "b"));
 }
+
+namespace {
+
+// Runs in a process of its own, before libcrypto was asked for any cipher. The exit code tells what failed.
+[[noreturn]] void work_without_the_legacy_provider() {
+    setenv("OPENSSL_MODULES", "/nonexistent", 1);
+    KeyRing ring;
+    for (const char *name : {"RC2", "DES", "BLOWFISH_BASE64"}) {
+        const auto result = encrypt(ring, *scheme_by_name(name), "key", "text");
+        if (result || result.error().number != ENOTSUP) std::exit(1);
+        std::fprintf(stderr, "%s: %s\n", name, result.error().message.c_str());
+    }
+    for (const char *name : {"3DES", "AES_CTR", "BASE64", "ROT13"}) {
+        if (!encrypt(ring, *scheme_by_name(name), "key", "text")) std::exit(2);
+    }
+    std::exit(0);
+}
+
+}  // namespace
+
+TEST(SchemeDeathTest, WithoutTheLegacyProviderItsCiphersAreNamedAndTheOthersWork) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(work_without_the_legacy_provider(), testing::ExitedWithCode(0),
+                "RC2: the cipher library has no 'RC2-CBC'; install its provider of legacy ciphers");
+}
