@@ -15,10 +15,10 @@
 // - 0 means the whole of the level above; 0 above a position that is not 0 counts as 1: (3,0,2) is (3,1,2).
 // - -1 is one beyond the last; every other negative position counts as -1. So reading it gives "" and writing appends.
 // The empty string has no attributes, an empty attribute no values, an empty value no sub-values.
+#include "runtime/vdefc.h"  // before the guard: the cell's members need what follows, whichever header comes first
+
 #ifndef VELDA_RUNTIME_VALUE_VALUE_H
 #define VELDA_RUNTIME_VALUE_VALUE_H
-
-#include "runtime/vdefc.h"
 
 #define VELDA_EXIT_MEMORY 12  // exit code of a process whose memory is exhausted
 
