@@ -1,5 +1,6 @@
 #include "runtime/value/buffer.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -118,8 +119,7 @@ char *own_text(VAR &cell, std::size_t kept, std::size_t capacity) {
 
 char *own_growing_text(VAR &cell, std::size_t kept, std::size_t capacity) {
     if (is_owned(cell) && header_of(cell).capacity >= capacity) return own_text(cell, kept, capacity);
-    const std::size_t generous = capacity + capacity / 2;
-    return own_text(cell, kept, capacity <= MaximumLength && generous > MaximumLength ? MaximumLength : generous);
+    return own_text(cell, kept, std::max(capacity, std::min(capacity + capacity / 2, MaximumLength)));
 }
 
 char *new_text(VAR &cell, std::size_t length) {

@@ -1,4 +1,5 @@
 // search.cpp - LOCATE, FIND and FINDSTR: elements by their contents.
+#include <algorithm>
 #include <string_view>
 
 #include "runtime/value/buffer.h"
@@ -126,6 +127,8 @@ Location locate(std::string_view list, char mark, std::string_view wanted, std::
 
 constexpr bool is_level_mark(char byte) { return byte == AM || byte == VM || byte == SVM; }
 
+bool holds_marks(std::string_view text) { return std::any_of(text.begin(), text.end(), is_level_mark); }
+
 // The element that holds the byte at `at`.
 Range element_around(std::string_view array, std::size_t at) {
     Range range = {at, at};
@@ -173,6 +176,7 @@ int VLibEFIND_IBBIBBB(DP *, const VAR *wanted, const VAR *array, int occurrence,
                       VAR *sub_value) {
     const std::string_view text = text_of(*array);
     const std::string_view element = text_of(*wanted);
+    if (holds_marks(element)) return 0;
     std::size_t at = find_element(text, element, 0, is_level_mark);
     for (; at != std::string_view::npos && occurrence > 1; --occurrence) {
         const std::size_t behind = at + element.size() + 1;
@@ -187,6 +191,7 @@ int VLibEFINDSTR_IBBIBBB(DP *, const VAR *wanted, const VAR *array, int occurren
                          VAR *sub_value) {
     const std::string_view text = text_of(*array);
     const std::string_view part = text_of(*wanted);
+    if (holds_marks(part)) return 0;
     std::size_t at = find_text(text, part);
     for (; at != std::string_view::npos && occurrence > 1; --occurrence)
         at = find_text(text, part, element_around(text, at).end);

@@ -155,8 +155,9 @@ VELDA_EXPORT VAR *VLibEDELETE_BBBIII(DP *dp, VAR *target, const VAR *source, int
 // other text as if padded with blanks on the left. A null or empty order is none, and so is any other text.
 VELDA_EXPORT int VLibELOCATE_IBBBIIIIB(DP *dp, VAR *position, const VAR *wanted, const VAR *array, int a, int v, int s,
                                        int start, const VAR *order);
-// The occurrence-th element, of any level, that equals (FIND) or contains (FINDSTR) `wanted`. 1 and its position when
-// found; else 0 and the variables stay. Variables may be null. FINDSTR of "" finds nothing.
+// FIND, FINDSTR: the occurrence-th element that equals, or contains, `wanted`. An element here is what stands between
+// two neighbouring marks of any level, so a text that holds marks is in none, and the empty array has none. 1 and its
+// position when found; else 0 and the variables stay. Variables may be null. FINDSTR of "" finds nothing.
 VELDA_EXPORT int VLibEFIND_IBBIBBB(DP *dp, const VAR *wanted, const VAR *array, int occurrence, VAR *attribute,
                                    VAR *value, VAR *sub_value);
 VELDA_EXPORT int VLibEFINDSTR_IBBIBBB(DP *dp, const VAR *wanted, const VAR *array, int occurrence, VAR *attribute,
