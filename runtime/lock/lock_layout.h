@@ -63,7 +63,7 @@ struct SegmentHeader {
 static_assert(sizeof(SegmentHeader) <= PageBytes);
 
 // The entry that an owner is queued at, unit 0 when it does not wait, and the stripe that the entry belongs to.
-struct WaitPlace {
+struct alignas(8) WaitPlace {
     Unit unit;
     std::uint32_t stripe;
 };
@@ -107,7 +107,7 @@ static_assert(EntryHeaderBytes == 56 && sizeof(Entry) == 64);
 static_assert(block_bytes(SizeClassCount - 1) >= EntryHeaderBytes + 65536);
 
 // A run of pages that belongs to a stripe and is cut into blocks of one size.
-struct Extent {
+struct alignas(8) Extent {
     std::uint32_t page;
     std::uint16_t pages;
     std::uint8_t size_class;
@@ -116,7 +116,7 @@ struct Extent {
 static_assert(sizeof(Extent) == 8 && std::atomic<Extent>::is_always_lock_free);
 
 // Where a stripe's bucket array lies: 2 to the power `count_log2` units of 4 bytes.
-struct Buckets {
+struct alignas(8) Buckets {
     std::uint32_t page;
     std::uint32_t count_log2;
 };
