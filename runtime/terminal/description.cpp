@@ -49,7 +49,7 @@ std::string without_padding(std::string_view sequence) {
     return result.append(sequence);
 }
 
-constexpr std::array<std::pair<Capability, std::string_view>, 25> SequenceNames{{
+constexpr std::array<std::pair<Capability, std::string_view>, 27> SequenceNames{{
     {Capability::ClearScreen, "clear_screen"},
     {Capability::CursorHome, "cursor_home"},
     {Capability::ClearToEndOfScreen, "clr_eos"},
@@ -75,6 +75,8 @@ constexpr std::array<std::pair<Capability, std::string_view>, 25> SequenceNames{
     {Capability::PrinterOn, "prtr_on"},
     {Capability::PrinterOff, "prtr_off"},
     {Capability::Bell, "bell"},
+    {Capability::KeypadOn, "keypad_xmit"},
+    {Capability::KeypadOff, "keypad_local"},
 }};
 static_assert(SequenceNames.size() == static_cast<std::size_t>(Capability::Count));
 

@@ -41,6 +41,8 @@ enum class Capability {
     PrinterOn,
     PrinterOff,
     Bell,
+    KeypadOn,
+    KeypadOff,
     Count
 };
 

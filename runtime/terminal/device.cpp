@@ -36,6 +36,10 @@ std::atomic<bool> in_session_mode{false};
 std::atomic<pid_t> owner{0};  // a forked child must not restore its parent's terminal
 std::atomic<bool> break_keys_enabled{true};
 
+// What ends the keypad's mode; of no length while the keypad is as the user has it.
+char keypad_off[32];
+std::atomic<std::size_t> keypad_off_size{0};
+
 bool in_foreground() { return tcgetpgrp(Input) == getpgrp(); }
 
 bool holds_terminal() { return in_session_mode && owner == getpid(); }
@@ -46,10 +50,17 @@ void apply(const termios &settings) {
     }
 }
 
+void restore_user_settings() {
+    const std::size_t size = keypad_off_size.exchange(0);
+    if (size > 0) [[maybe_unused]]
+        const ssize_t written = write(Output, keypad_off, size);
+    apply(user_settings);
+}
+
 // The process is about to die or to stop by this signal: the terminal goes back to the user first.
 void give_terminal_back(int signal_number) {
     const int saved_error = errno;
-    if (holds_terminal()) apply(user_settings);
+    if (holds_terminal()) restore_user_settings();
     signal(signal_number, SIG_DFL);
     sigset_t now_deliverable;
     sigemptyset(&now_deliverable);
@@ -162,6 +173,7 @@ KeyRead read_key(DP *dp, const KeyWait &wait) {
 bool input_is_terminal() { return isatty(Input) == 1; }
 
 int typed_ahead() {
+    enter_session_mode();  // until then the kernel counts whole lines only
     int count = 0;
     if (!input_is_terminal() || ioctl(Input, FIONREAD, &count) != 0) return 0;
     return count;
@@ -190,8 +202,17 @@ void enter_session_mode() {
 void leave_session_mode() {
     const std::lock_guard turn(mode_turn);
     if (!holds_terminal()) return;
-    if (in_foreground()) apply(user_settings);
+    if (in_foreground()) restore_user_settings();
     in_session_mode = false;
+}
+
+void use_keypad(std::string_view on, std::string_view off) {
+    enter_session_mode();
+    const std::lock_guard turn(mode_turn);
+    if (!holds_terminal() || keypad_off_size > 0 || on.empty() || off.empty() || off.size() > sizeof keypad_off) return;
+    std::copy(off.begin(), off.end(), keypad_off);
+    keypad_off_size = off.size();
+    write_fully(Output, on);
 }
 
 TerminalRelease::TerminalRelease() : was_in_session_mode_(holds_terminal()) { leave_session_mode(); }

@@ -54,6 +54,9 @@ EditingKeys editing_keys();
 // Puts the terminal into session mode; nothing happens when the input is no terminal.
 void enter_session_mode();
 
+// Makes the function keys send what terminfo says they do, until session mode is left: writes `on` now and `off` then.
+void use_keypad(std::string_view on, std::string_view off);
+
 // Gives the terminal back with the user's settings. Every command's end calls it.
 void leave_session_mode();
 

@@ -47,6 +47,7 @@ int VLibFINPUT_IBBBBBIII(DP *dp, VAR *target, const VAR *, const VAR *, const VA
 }
 
 int VLibFIN_IBI(DP *dp, VAR *target, int timeout) {
+    velda::prepare_keys(dp);
     const velda::KeyRead key = velda::read_key(dp, {.milliseconds = milliseconds_of(timeout), .ends_on_event = true});
     switch (key.outcome) {
         case velda::KeyOutcome::Key:

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "runtime/process/context.h"
+#include "runtime/process/output.h"
 #include "runtime/terminal/device.h"
 
 namespace velda {
@@ -94,6 +95,7 @@ std::string terminal_name() {
 }
 
 std::string cursor_sequence(int column, int row) {
+    if (isatty(STDOUT_FILENO) != 1) return "";
     const auto description = terminal_description();
     if (column < 0) {
         const auto function = static_cast<std::size_t>(-1 - column);
@@ -113,6 +115,15 @@ std::string key_capability_array() {
         sequences += key.sequence;
     }
     return names.empty() ? std::string() : names + AM + sequences;
+}
+
+void prepare_keys(DP *dp) {
+    if (!output_is_terminal(dp)) return;
+    const auto description = terminal_description();
+    const std::string &on = description->sequence(Capability::KeypadOn);
+    if (on.empty()) return;
+    flush_output(dp);
+    use_keypad(on, description->sequence(Capability::KeypadOff));
 }
 
 void end_terminal_use(DP *dp) {

@@ -33,11 +33,16 @@ int screen_lines();
 std::string terminal_name();
 
 // The sequence for @(column,row), both from 0. A row of -1 stays in the row. A negative column is the dialect's screen
-// function of that number (-1 clears the screen), whatever the row. "" when the terminal cannot do it.
+// function of that number (-1 clears the screen), whatever the row. "" when the terminal cannot do it, and when
+// standard output goes to a file or a pipe, which is to hold text only.
 std::string cursor_sequence(int column, int row);
 
 // SYSTEM(1005): names in attribute 1, sequences in attribute 2.
 std::string key_capability_array();
+
+// Before single keys are read: on a screen, the function keys send the sequences of key_capability_array() from here
+// on.
+void prepare_keys(DP *dp);
 
 // Puts prompt and echo to their state at the start of a command, and gives the terminal back to the user: what the end
 // of a command does.

@@ -91,7 +91,8 @@ VELDA_EXPORT void VLibFBREAKKEY_VF(DP *dp, double state);
 // row. A negative column is a screen function, whatever the row: -1 clear screen, -2 home, -3 clear to end of screen,
 // -4 clear to end of line, -5 and -6 blink on and off, -7 and -8 protect, -9 left, -10 up, -11 and -12 half bright, -13
 // and -14 reverse, -15 and -16 underline, -17 and -18 slave printer, -19 right, -20 down, -21 and -22 insert and delete
-// a character, -23 and -24 insert and delete a line. Gives `target`; it is "" where the terminal cannot.
+// a character, -23 and -24 insert and delete a line. Gives `target`; it is "" where the terminal cannot, and when
+// standard output is a file or a pipe.
 VELDA_EXPORT VAR *VLibFCURSOR_BBII(DP *dp, VAR *target, int column, int row);
 
 // Writes `length` bytes to the terminal as they are, past a capture. The last number is 0. Gives 0, or the error

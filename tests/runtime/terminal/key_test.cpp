@@ -81,6 +81,24 @@ TEST(SingleKey, OfAFunctionKeyComesByteByByteAsTerminfoHasIt) {
     EXPECT_EQ(terminal.rest(), "1:27 1:91 1:49 1:55 1:126 \r\n");
 }
 
+TEST(SingleKey, MakesTheKeypadSendItsSequencesUntilTheCommandEnds) {
+    OnTerminal terminal({.type = "vt102"}, [](DP *dp) {
+        crt("key ");
+        show_keys(dp, 2);
+    });
+    terminal.prompted("key ");
+    terminal.until("\x1B[?1h\x1B=");
+    terminal.type("ab");
+    EXPECT_EQ(terminal.rest(), "1:97 1:98 \r\n\x1B[?1l\x1B>");
+}
+
+TEST(SingleKey, OfAProgramThatDiesLeavesTheKeypadAsTheUserHasIt) {
+    OnTerminal terminal({.type = "vt102"}, [](DP *dp) { show_keys(dp, 1); });
+    terminal.until("\x1B[?1h\x1B=");
+    terminal.send_signal(SIGQUIT);
+    EXPECT_EQ(terminal.rest(), "\x1B[?1l\x1B>");
+}
+
 TEST(SingleKey, DoesNotTakeStackedData) {
     OnTerminal terminal([](DP *dp) {
         const VAR line("stacked");
@@ -115,6 +133,17 @@ TEST(TypeAhead, IsCountedAndReadLater) {
     terminal.prompted("ready\r\n");
     terminal.type("abc");
     EXPECT_EQ(terminal.rest(), "3\r\n1:97 1:98 1:99 \r\n0\r\n");
+}
+
+TEST(TypeAhead, IsCountedKeyByKeyFromTheFirstQuestionOn) {
+    OnTerminal terminal([](DP *) {
+        crt_line("ready");
+        eventually([] { return velda::type_ahead() == 1; });
+        crt_line(velda::type_ahead());
+    });
+    terminal.prompted("ready\r\n");
+    terminal.type("a");
+    EXPECT_EQ(terminal.rest(), "1\r\n");
 }
 
 TEST(TypeAhead, IsNotShownWhileEchoIsOff) {

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "tests/support/marks.h"
 
@@ -101,4 +104,53 @@ TEST(LineEditor, MarksShowAsTheirVisibleSigns) {
     EXPECT_EQ(typed.shown, "a^b]c\\d");
     EXPECT_EQ(shown(typed.editor.text()), "a^b]c\\d");
     EXPECT_EQ(typed.editor.display(), "a^b]c\\d");
+}
+
+namespace {
+
+// One endless line of a screen that knows characters and the backspace.
+struct ScreenLine {
+    void show(const std::string &bytes) {
+        for (std::size_t at = 0; at < bytes.size();) {
+            if (bytes[at] == '\b') {
+                --cursor;
+                ++at;
+                continue;
+            }
+            std::size_t size = 1;
+            while (at + size < bytes.size() && (bytes[at + size] & 0xC0) == 0x80) ++size;
+            cells.resize(std::max(cells.size(), cursor + 1), " ");
+            cells[cursor++] = bytes.substr(at, size);
+            at += size;
+        }
+    }
+    // What stands before the cursor; anything but blanks behind it is shown too, behind a bar.
+    std::string text() const {
+        std::string before, behind;
+        for (std::size_t at = 0; at < cells.size(); ++at) (at < cursor ? before : behind) += cells[at];
+        return behind.find_first_not_of(' ') == behind.npos ? before : before + "|" + behind;
+    }
+    std::vector<std::string> cells;
+    std::size_t cursor = 0;
+};
+
+}  // namespace
+
+TEST(LineEditor, TheScreenShowsTheLineWhateverIsTyped) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const std::vector<std::string> keys = {"a",    "b",    " ",    "\x01", "\x1B", "\xC3\xA4", "\xE2\x82\xAC",
+                                           "\xFE", "\x7F", "\x08", "\x17", "\x15", "\x16\x15", "\x16\x7F",
+                                           "\xFD"};
+    for (int line = 0; line < 300; ++line) {
+        LineEditor editor(UsualKeys, -2);
+        ScreenLine screen;
+        for (int key = 0; key < 40; ++key) {
+            std::string shown;
+            for (const char byte : keys[random() % keys.size()]) editor.feed(static_cast<unsigned char>(byte), shown);
+            screen.show(shown);
+            ASSERT_EQ(screen.text(), editor.display());
+        }
+    }
 }

@@ -134,6 +134,14 @@ TEST(Cursor, IsEmptyWhereTheTerminalIsNone) {
     EXPECT_EQ(terminal.rest(), "[]");
 }
 
+TEST(Cursor, IsEmptyWhenTheOutputGoesToAPipe) {
+    EXPECT_EQ(output_of([](DP *) {
+                  setenv("TERM", "vt220", 1);
+                  crt("[", at(4, 2), at(-1), "]");
+              }),
+              "[]");
+}
+
 TEST(ScreenSize, IsTheWindows) {
     OnTerminal terminal({.columns = 132, .lines = 50}, [](DP *dp) {
         crt_line(velda::system_number(2), "x", velda::system_number(3), " ", VELDAGetOutputSize(dp, 2), "x",
