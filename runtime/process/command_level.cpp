@@ -1,6 +1,7 @@
 #include "runtime/process/command_level.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <iterator>
 #include <utility>
@@ -13,12 +14,16 @@
 #include "runtime/process/interrupt.h"
 #include "runtime/process/output.h"
 #include "runtime/process/process.h"
+#include "runtime/process/stack_room.h"
 #include "runtime/process/stop.h"
 #include "runtime/terminal/session.h"
 #include "runtime/terminal/terminal.h"
 
 namespace velda {
 namespace {
+
+// More commands inside one another than this execute each other without end.
+constexpr int DeepestCommand = 500;
 
 struct CommandLevels {
     std::vector<std::unique_ptr<CommandLevel>> levels;
@@ -92,6 +97,7 @@ void run_exit_handlers(DP *dp, int exit_code) {
     while (!handlers.empty()) {
         const std::string name = std::move(handlers.back());
         handlers.pop_back();
+        current_level(dp).handlers_run.push_back(name);
         run_to_end(dp, [&] {
             VAR code(exit_code);
             VAR *arguments[] = {&code};
@@ -103,6 +109,8 @@ void run_exit_handlers(DP *dp, int exit_code) {
 }  // namespace
 
 CommandOutcome run_command_level(DP *dp, std::string_view sentence, const std::function<void()> &body) {
+    if (command_depth(dp) >= DeepestCommand || stack_nearly_full())
+        fail_command(dp, ENOMEM, std::string("COMMANDS_TOO_DEEP") + VM + std::to_string(command_depth(dp)));
     const LevelScope scope(dp, sentence);
     CommandOutcome outcome = run_to_end(dp, body);
     run_exit_handlers(dp, outcome.exit_code);
@@ -171,7 +179,10 @@ void VELDASetSystemReturnCode(DP *dp, int code) {
 int VLibCCALLONEXIT_IB(DP *dp, const VAR *name) {
     const std::string handler = name->str();
     if (!velda::find_subroutine(handler)) return 0;
-    auto &handlers = velda::current_level(dp).exit_handlers;
-    if (std::find(handlers.begin(), handlers.end(), handler) == handlers.end()) handlers.push_back(handler);
+    velda::CommandLevel &level = velda::current_level(dp);
+    const auto among = [&handler](const std::vector<std::string> &names) {
+        return std::find(names.begin(), names.end(), handler) != names.end();
+    };
+    if (!among(level.exit_handlers) && !among(level.handlers_run)) level.exit_handlers.push_back(handler);
     return 1;
 }

@@ -38,6 +38,7 @@ using CommonTable = std::map<std::string, CommonCells, std::less<>>;
 struct CommandLevel {
     std::string command_line;                // SYSTEM(1000): words divided by AM
     std::vector<std::string> exit_handlers;  // in the order of their registration
+    std::vector<std::string> handlers_run;   // those that have had their turn: none has a second one
     std::vector<std::string> messages;       // printed so far, key and parameters divided by VM
     std::optional<int> return_code;          // set by VELDASetSystemReturnCode
     SignalTrap trap;
@@ -60,6 +61,9 @@ CommandOutcome run_command_level(DP *dp, std::string_view sentence, const std::f
 
 // Looks the command up and runs it; see execute.cpp for the order. The same as to CHAIN.
 CommandOutcome run_command_line(DP *dp, std::string_view command_line);
+
+// A command that cannot be run: prints the message as that command and ends it with the code.
+CommandOutcome refuse_command(DP *dp, std::string_view name, std::string_view message, int exit_code);
 
 // Runs what an outcome chains to, until a command ends without CHAIN.
 CommandOutcome follow_chain(DP *dp, CommandOutcome outcome);

@@ -10,14 +10,15 @@ namespace {
 VAR *attach(DP *dp, const char *name, int cells) {
     velda::CommonTable &commons = velda::current_commons(dp);
     auto found = commons.find(std::string_view(name));
-    if (found == commons.end()) {
+    if (found == commons.end() && cells > 0) {
         velda::CommonCells block{std::make_unique<VAR[]>(static_cast<std::size_t>(cells)), cells};
         found = commons.emplace(name, std::move(block)).first;
     }
-    if (found->second.count != cells) {
+    const int attached = found == commons.end() ? 0 : found->second.count;
+    if (attached != cells || cells < 1) {
         velda::fail_command(dp, EINVAL,
                             std::string("COMMON_SIZE") + velda::VM + name + velda::VM + std::to_string(cells) +
-                                velda::VM + std::to_string(found->second.count));
+                                velda::VM + std::to_string(attached));
     }
     return found->second.cells.get();
 }

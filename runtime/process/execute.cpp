@@ -20,13 +20,6 @@ namespace {
 constexpr std::string_view ShellMarker = "\xFFk";
 constexpr int UnknownCommandCode = 127;
 
-CommandOutcome report_unknown(DP *dp, const std::string &name) {
-    return run_command_level(dp, name, [&] {
-        print_message(dp, std::string("COMMAND_UNKNOWN") + VM + name);
-        throw CommandExit(UnknownCommandCode);
-    });
-}
-
 std::string first_word(std::string_view words) { return std::string(words.substr(0, words.find(AM))); }
 
 // What RETURNING gets: the messages, one attribute each, or the exit code when there were none.
@@ -61,6 +54,13 @@ CommandOutcome execute(DP *dp, std::string_view command_line, VAR *capturing) {
 
 }  // namespace
 
+CommandOutcome refuse_command(DP *dp, std::string_view name, std::string_view message, int exit_code) {
+    return run_command_level(dp, name, [&] {
+        print_message(dp, message);
+        throw CommandExit(exit_code);
+    });
+}
+
 CommandOutcome run_command_line(DP *dp, std::string_view command_line) {
     if (command_line.starts_with(ShellMarker)) {
         const std::string shell_line(command_line.substr(ShellMarker.size()));
@@ -74,7 +74,7 @@ CommandOutcome run_command_line(DP *dp, std::string_view command_line) {
         return run_command_level(dp, command_line, [&] { command->run(dp); });
     const std::vector<std::string> words = program_words(command_line);
     if (const auto program = find_program(words.front())) return run_program(dp, *program, words);
-    return report_unknown(dp, name);
+    return refuse_command(dp, name, std::string("COMMAND_UNKNOWN") + VM + name, UnknownCommandCode);
 }
 
 }  // namespace velda

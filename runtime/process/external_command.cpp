@@ -30,6 +30,8 @@ extern char **environ;
 namespace velda {
 namespace {
 
+constexpr int CannotStartCode = 126;
+
 // Names the descriptor of a file in memory, of that name, in which a started command of this system leaves its
 // messages.
 constexpr const char *MessagesVariable = "VELDA_RETURN_MESSAGES";
@@ -55,10 +57,6 @@ class Descriptor {
   private:
     int number_;
 };
-
-[[noreturn]] void fail_start(DP *dp, int error, const std::string &path) {
-    fail_command(dp, error, std::string("COMMAND_START") + VM + path + VM + std::strerror(error));
-}
 
 std::string read_from_start(int file) {
     std::string content;
@@ -139,8 +137,8 @@ struct RunningProgram {
     Descriptor messages;
 };
 
-RunningProgram start_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
-    RunningProgram program;
+// 0, or the number of the error for which the program could not be started.
+int start_program(DP *dp, const std::string &path, const std::vector<std::string> &words, RunningProgram &program) {
     SpawnSetup setup;
     flush_output(dp);
     const Descriptor input = stacked_input(dp);
@@ -148,7 +146,7 @@ RunningProgram start_program(DP *dp, const std::string &path, const std::vector<
     Descriptor output_end;
     if (output_is_captured(dp)) {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) fail_start(dp, errno, path);
+        if (pipe2(ends, O_CLOEXEC) != 0) return errno;
         program.output = Descriptor(ends[0]);
         output_end = Descriptor(ends[1]);
         setup.redirect(ends[1], STDOUT_FILENO);
@@ -161,10 +159,10 @@ RunningProgram start_program(DP *dp, const std::string &path, const std::vector<
     const std::vector<std::string> environment = program_environment(program.messages.number());
     const int error = posix_spawn(&program.process, path.c_str(), &setup.actions, &setup.attributes,
                                   pointers(words).data(), pointers(environment).data());
-    if (error != 0) fail_start(dp, error, path);
+    if (error != 0) return error;
     program.handle = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, program.process, 0)));
     assert(program.handle.open());
-    return program;
+    return 0;
 }
 
 // Brings what the program has written so far to write_output(). False at the end of its output.
@@ -296,7 +294,11 @@ std::optional<std::string> find_program(const std::string &name) {
 CommandOutcome run_program(DP *dp, const std::string &path, const std::vector<std::string> &words) {
     CommandOutcome outcome;
     const TerminalRelease terminal;
-    RunningProgram program = start_program(dp, path, words);
+    RunningProgram program;
+    if (const int error = start_program(dp, path, words, program)) {
+        const std::string message = std::string("COMMAND_START") + VM + path + VM + std::strerror(error);
+        return refuse_command(dp, words.front(), message, CannotStartCode);
+    }
     follow_program(dp, program);
     outcome.exit_code = exit_code_of(program.process);
     // The break key went to the program as well. Unless it died of it, it has dealt with it.

@@ -9,6 +9,7 @@
 
 #include "runtime/process/context.h"
 #include "runtime/process/process.h"
+#include "runtime/process/stack_room.h"
 #include "runtime/process/stop.h"
 
 namespace {
@@ -55,6 +56,7 @@ void VLibCSUBROUTINE_INIT3_VV(DP *dp, const char *name, const char *letters, int
                             std::string("SUBROUTINE_ARGUMENTS") + velda::VM + name + velda::VM +
                                 std::to_string(arguments) + velda::VM + std::to_string(given));
     }
+    if (velda::stack_nearly_full()) velda::fail_command(dp, ENOMEM, std::string("CALLS_TOO_DEEP") + velda::VM + name);
     dp->state<Frames>().calls.push_back({velda_set_context(dp), nullptr});
 }
 

@@ -28,6 +28,11 @@ VBC_SUBROUTINE(TestStoppingHandler, code) {
     handlers_run.push_back("stopping " + code.str());
     velda::stop("201", "X");
 }
+VBC_SUBROUTINE(TestRegisteringHandler, code) {
+    handlers_run.push_back("registering " + code.str());
+    velda::call_on_exit("TestRegisteringHandler");
+    velda::call_on_exit("TestHandlerOne");
+}
 VBC_SUBROUTINE(TestStopsDeep, level) {
     if (level.to_integer() == 0) velda::stop();
     VAR below(level.to_integer() - 1);
@@ -126,6 +131,10 @@ TEST_F(Commands, AStopInAHandlerEndsThatHandlerOnly) {
               }),
               3);
     EXPECT_EQ(handlers_run, (Handlers{"stopping 3", "one 3"}));
+}
+TEST_F(Commands, AHandlerThatRegistersItselfRunsOnce) {
+    run([] { velda::call_on_exit("TestRegisteringHandler"); });
+    EXPECT_EQ(handlers_run, (Handlers{"registering 0", "one 0"}));
 }
 TEST_F(Commands, AnUnknownHandlerIsNotRegistered) {
     EXPECT_EQ(run([] { EXPECT_FALSE(velda::call_on_exit("TestAbsent")); }), 0);

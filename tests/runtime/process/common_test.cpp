@@ -93,3 +93,9 @@ TEST_F(Commons, ReloadingWithAnotherSizeEndsTheCommand) {
     VAR *base = nullptr;
     EXPECT_EQ(run([&] { VLibCReloadCommon_VSSVI(dp, "TestReload", &base, 7, nullptr); }), 1);
 }
+
+TEST_F(Commons, ABlockHasAtLeastOneCell) {
+    EXPECT_EQ(run([] { CommonBlock("TestNoCells", 0); }), 1);
+    EXPECT_EQ(run([] { CommonBlock("TestNoCells", -3); }), 1);
+    EXPECT_EQ(run([] { CommonBlock("TestNoCells", 1); }), 0);
+}

@@ -62,6 +62,7 @@ constexpr velda::Command TestCommands[] = {
     {"TEST-READ-ONE", [](DP *) { notes.push_back(take_line()); }},
     {"TEST-STACK", [](DP *) { velda::stack_data("for nobody"); }},
     {"TEST-CODE", [](DP *) { velda::set_return_code(77); }},
+    {"TEST-ENDLESS", [](DP *) { velda::execute("TEST-ENDLESS"); }},
     {"TEST-HANDLER",
      [](DP *) {
          velda::call_on_exit("TestExecutedHandler");
@@ -179,6 +180,11 @@ TEST_F(Execute, HandlersOfTheExecutedCommandRunAtItsEnd) {
         velda::execute("TEST-HANDLER");
         EXPECT_EQ(notes, Lines{"handler 0"});
     });
+}
+
+TEST_F(Execute, CommandsThatExecuteThemselvesWithoutEndAreStopped) {
+    const std::string output = printed_by([] { velda::execute("TEST-ENDLESS"); });
+    EXPECT_EQ(output, "500 commands run one inside another: too deep\n");
 }
 
 // --- CHAIN ----------------------------------------------------------------------------------------------------------
@@ -308,11 +314,12 @@ TEST_F(Execute, AProgramThatCannotBeStartedIsNamedWithTheReason) {
     const ScratchDirectory bin;
     std::ofstream(bin / "broken") << "no program";
     std::filesystem::permissions(bin / "broken", std::filesystem::perms::owner_all);
-    VAR captured;
-    int code = 0;
-    const std::string output = printed_by([&] { velda::execute(bin / "broken"); }, &code);
-    EXPECT_EQ(code, 1);
-    EXPECT_EQ(output, "Cannot start '" + bin / "broken" + "': Exec format error\n");
+    in_command([&bin] {
+        VAR messages, captured;
+        EXPECT_EQ(velda::execute(bin / "broken", &messages, &captured), 126);
+        EXPECT_EQ(captured.str(), "Cannot start '" + bin / "broken" + "': Exec format error");
+        EXPECT_TRUE(returned(messages).starts_with("COMMAND_START]")) << returned(messages);
+    });
 }
 TEST_F(Execute, AKilledProgramGives128AndTheSignal) {
     in_command([] { EXPECT_EQ(velda::execute("\xFFkkill -9 $$"), 137); });

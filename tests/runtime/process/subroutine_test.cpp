@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "tests/runtime/process/command_fixture.h"
 
 using velda::test::CommandTest;
@@ -32,6 +34,11 @@ VBC_SUBROUTINE(TestDeepGosub, sum) {
 
 VBC_SUBROUTINE(TestEndlessGosub) {
     for (VELDAGosubStack *stack = velda_gosub_stack(dp);;) velda_gosub(dp, stack, 1);
+}
+
+VBC_SUBROUTINE(TestEndlessCall, depth) {
+    VAR below(depth.to_integer() + 1);
+    VBC_TestEndlessCall(dp, "V", &below);
 }
 
 namespace {
@@ -99,4 +106,22 @@ TEST_F(Subroutines, AReturnStackAtItsLimitEndsTheCommand) {
     const std::string output = printed_by([&] { VBC_TestEndlessGosub(dp, ""); }, &code);
     EXPECT_EQ(code, 1);
     EXPECT_EQ(output, "More than 65536 GOSUBs without RETURN\n");
+}
+
+TEST_F(Subroutines, CallsWithoutEndEndTheCommand) {
+    int code = 0;
+    VAR depth(0);
+    const std::string output = printed_by([&] { VBC_TestEndlessCall(dp, "V", &depth); }, &code);
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(output, "Subroutine 'TestEndlessCall' is called too deep: out of stack\n");
+    std::thread([] {
+        DP *own = velda_getdp();
+        std::string ignored;
+        const velda::CaptureOutput capture(own, ignored);
+        std::function<void()> body = [own] {
+            VAR start(0);
+            VBC_TestEndlessCall(own, "V", &start);
+        };
+        EXPECT_EQ(velda_run(own, "DEEP", velda::test::call_body, &body), 1);
+    }).join();
 }
