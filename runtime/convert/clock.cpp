@@ -2,13 +2,27 @@
 
 #include <atomic>
 #include <cassert>
+#include <cstdlib>
+#include <optional>
+#include <string>
 
 #include "runtime/convert/calendar.h"
 
 namespace velda {
 namespace {
 std::atomic<const std::timespec *> fixed_now{nullptr};
+
+// localtime_r alone need not notice that this process changed TZ, and tzset asks the file system each time.
+void follow_tz() {
+    thread_local std::optional<std::string> followed;
+    const char *const now = std::getenv("TZ");
+    const std::string zone = now ? std::string("=") + now : "";  // an empty TZ is UTC, none is the system's zone
+    if (followed == zone) return;
+    tzset();
+    followed = zone;
 }
+
+}  // namespace
 
 std::timespec utc_now() {
     if (const std::timespec *fixed = fixed_now.load()) return *fixed;
@@ -18,7 +32,7 @@ std::timespec utc_now() {
 }
 
 LocalMoment local_moment(std::int64_t utc_seconds) {
-    tzset();  // localtime_r alone need not notice that TZ was changed by this process
+    follow_tz();
     std::tm local{};
     std::time_t moment = utc_seconds;
     const bool known = localtime_r(&moment, &local) != nullptr;

@@ -61,14 +61,12 @@ class TimeZone {
         if (const char *before = std::getenv("TZ")) before_ = before;
         had_one_ = std::getenv("TZ") != nullptr;
         setenv("TZ", zone, 1);
-        tzset();
     }
     ~TimeZone() {
         if (had_one_)
             setenv("TZ", before_.c_str(), 1);
         else
             unsetenv("TZ");
-        tzset();
     }
     TimeZone(const TimeZone &) = delete;
     TimeZone &operator=(const TimeZone &) = delete;
