@@ -56,14 +56,6 @@ LineRead reply_from_stack(DP *dp, const LineRequest &request, std::string line) 
     return {LineOutcome::Line, std::move(line)};
 }
 
-LineRead ended(DP *dp, LineOutcome outcome, std::string text = "") {
-    if (outcome == LineOutcome::End)
-        note_end_of_input(dp);
-    else
-        note_input(dp);
-    return {outcome, std::move(text)};
-}
-
 // A wait for the next key of a reply of which `shown` stands on the screen.
 KeyWait wait_of(DP *dp, const LineRequest &request, const std::string &shown = "") {
     KeyWait wait{.milliseconds = request.idle_milliseconds};
@@ -78,13 +70,13 @@ LineRead read_plain_line(DP *dp, const LineRequest &request) {
     std::string text;
     while (true) {
         const KeyRead key = read_key(dp, {.milliseconds = request.idle_milliseconds});
-        if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout, text);
-        if (key.outcome == KeyOutcome::End && text.empty()) return ended(dp, LineOutcome::End);
+        if (key.outcome == KeyOutcome::Timeout) return {LineOutcome::Timeout, text};
+        if (key.outcome == KeyOutcome::End && text.empty()) return {LineOutcome::End, {}};
         if (key.outcome == KeyOutcome::End || key.byte == '\n') break;
         text += static_cast<char>(key.byte);
     }
     if (text.ends_with('\r')) text.pop_back();
-    return ended(dp, LineOutcome::Line, cut(std::move(text), request.length));
+    return {LineOutcome::Line, cut(std::move(text), request.length)};
 }
 
 // A function key or a character of several bytes is one key: what it sent after its first byte is no next reply.
@@ -95,14 +87,14 @@ void drop_rest_of_key(DP *dp, unsigned char first) {
 
 LineRead read_single_key(DP *dp, const LineRequest &request) {
     const KeyRead key = read_key(dp, wait_of(dp, request));
-    if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout);
-    if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
+    if (key.outcome == KeyOutcome::Timeout) return {LineOutcome::Timeout, {}};
+    if (key.outcome == KeyOutcome::End) return {LineOutcome::End, {}};
     drop_rest_of_key(dp, key.byte);
     const bool is_return = key.byte == '\r' || key.byte == '\n';
     const std::string text = is_return ? "" : std::string(1, static_cast<char>(key.byte));
     if (terminal_session(dp).echo && !is_return) show(dp, display_of(key.byte));
     if (request.newline_shown) show(dp, "\n");
-    return ended(dp, LineOutcome::Line, text);
+    return {LineOutcome::Line, text};
 }
 
 LineRead read_edited_line(DP *dp, const LineRequest &request) {
@@ -110,14 +102,14 @@ LineRead read_edited_line(DP *dp, const LineRequest &request) {
     LineEditor::State state = LineEditor::State::More;
     while (state == LineEditor::State::More) {
         const KeyRead key = read_key(dp, wait_of(dp, request, editor.display()));
-        if (key.outcome == KeyOutcome::Timeout) return ended(dp, LineOutcome::Timeout, editor.text());
-        if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
+        if (key.outcome == KeyOutcome::Timeout) return {LineOutcome::Timeout, editor.text()};
+        if (key.outcome == KeyOutcome::End) return {LineOutcome::End, {}};
         std::string shown;
         state = editor.feed(key.byte, shown);
         if (terminal_session(dp).echo) show(dp, shown);
     }
     if (request.newline_shown) show(dp, "\n");
-    return ended(dp, state == LineEditor::State::End ? LineOutcome::End : LineOutcome::Line, editor.text());
+    return {state == LineEditor::State::End ? LineOutcome::End : LineOutcome::Line, editor.text()};
 }
 
 LineRead read_from_terminal(DP *dp, const LineRequest &request) {
@@ -148,29 +140,44 @@ void clear_foot(DP *dp) {
     write_foot(dp, "");
 }
 
-}  // namespace
-
-LineRead read_line(DP *dp, const LineRequest &request) {
-    show_prompt(dp, request);
-    if (auto line = take_stacked_line(dp)) return reply_from_stack(dp, request, std::move(*line));
-    LineRead read = input_is_terminal() ? read_from_terminal(dp, request) : read_plain_line(dp, request);
-    clear_foot(dp);
-    return read;
-}
-
-LineRead read_quietly(DP *dp, int limit, std::string_view ends) {
-    if (!input_is_terminal()) return read_plain_line(dp, {.length = limit});
+LineRead read_unseen_line(DP *dp, const LineRequest &request, std::string_view ends) {
     enter_session_mode();
-    LineEditor editor(editing_keys(), limit);
+    LineEditor editor(editing_keys(), request.length);
     LineEditor::State state = LineEditor::State::More;
     while (state == LineEditor::State::More) {
         const KeyRead key = read_key(dp, {});
-        if (key.outcome == KeyOutcome::End) return ended(dp, LineOutcome::End);
+        if (key.outcome == KeyOutcome::End) return {LineOutcome::End, {}};
         if (ends.find(static_cast<char>(key.byte)) != ends.npos) break;
         std::string not_shown;
         state = editor.feed(key.byte, not_shown);
     }
-    return ended(dp, state == LineEditor::State::End ? LineOutcome::End : LineOutcome::Line, editor.text());
+    return {state == LineEditor::State::End ? LineOutcome::End : LineOutcome::Line, editor.text()};
+}
+
+// The one place that counts reads past the end. To go on without an answer, as a pause between pages does, is no asking
+// for ever: single keys do not count.
+LineRead counted(DP *dp, const LineRequest &request, LineRead read) {
+    if (read.outcome != LineOutcome::End)
+        note_input(dp);
+    else if (request.length != SingleKey)
+        note_end_of_input(dp);
+    return read;
+}
+
+}  // namespace
+
+LineRead read_line(DP *dp, const LineRequest &request) {
+    show_prompt(dp, request);
+    if (auto line = take_stacked_line(dp)) return counted(dp, request, reply_from_stack(dp, request, std::move(*line)));
+    LineRead read = input_is_terminal() ? read_from_terminal(dp, request) : read_plain_line(dp, request);
+    clear_foot(dp);
+    return counted(dp, request, std::move(read));
+}
+
+LineRead read_quietly(DP *dp, int limit, std::string_view ends) {
+    const LineRequest request{.length = limit, .prompt_shown = false, .newline_shown = false};
+    return counted(dp, request,
+                   input_is_terminal() ? read_unseen_line(dp, request, ends) : read_plain_line(dp, request));
 }
 
 bool stacked_data_waits(DP *dp) { return !dp->state<DataStack>().lines.empty(); }

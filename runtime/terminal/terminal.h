@@ -4,8 +4,8 @@
 // unchanged in both directions. Input comes from standard input: a terminal, which is read key by key with the editing
 // done here, or a pipe or file, which is read line by line without echo.
 //
-// The end of the input is no error and no hang: the read fails at once and leaves "". A command that asks more than 20
-// times in a row after the end is stopped with the message END_OF_INPUT.
+// The end of the input is no error and no hang: the read fails at once and leaves "". A command that asks for a line more
+// than 20 times in a row after the end is stopped with the message END_OF_INPUT.
 //
 // A terminal that is not one (no TERM, an unknown TERM) has no sequences: cursor movements are "", keys have no names,
 // and the size is COLUMNS by LINES or else 80 by 24.

@@ -239,6 +239,32 @@ TEST(InputFromAPipe, AProgramThatAsksForEverAfterTheEndIsStopped) {
     EXPECT_EQ(ending.exit_code, 1);
 }
 
+TEST(InputFromAPipe, PausesOfALongDisplayDoNotStopItAfterTheEnd) {
+    const Ending ending = run_on_pipes("", [](DP *) {
+        VAR reply;
+        for (int page = 0; page < 1000; ++page)
+            velda::input(reply, {.length = VELDA_INPUT_ONE_KEY, .flags = Bare.flags});
+        crt_line("all shown");
+    });
+    EXPECT_EQ(ending.output, "all shown\n");
+}
+
+TEST(InputFromAPipe, OnlyReadsInARowPastTheEndAreCounted) {
+    const Ending ending = run_on_pipes("", [](DP *dp) {
+        const VAR line("stacked");
+        for (int turn = 0; turn < 100; ++turn) {
+            VAR reply;
+            velda::input(reply, Bare);
+            if (turn % 15 != 0) continue;
+            VLibCDATA_VIB(dp, 1, &line);
+            velda::set_echo(false);
+            velda::input(reply, Bare);
+        }
+        crt_line("done");
+    });
+    EXPECT_EQ(ending.output, "done\n");
+}
+
 TEST(InputFromAPipe, GivesUpAfterTheTimeout) {
     int silent[2];
     ASSERT_EQ(pipe(silent), 0);
