@@ -92,13 +92,6 @@ void set_source_mode(CopyJob &job)
 
 }  // namespace
 
-VAR copy::without_quotes(const VAR &key)
-{
-    const std::string_view text = key.view();
-    const bool quoted = (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
-    return quoted ? key.substring(2, -2) : key;
-}
-
 VBC_SUBROUTINE(VELDACopyCommand, OutputFlag)
 {
     const frame::UtilityCommon utility(dp);

@@ -50,7 +50,5 @@ void display_records(CopyJob &job);
 // Prints the help of the FROM form: its usage and a line for each keyword.
 void show_from_help();
 
-// A key in quotes at both ends loses them.
-VAR without_quotes(const VAR &key);
 
 }  // namespace velda::copy

@@ -118,7 +118,7 @@ void copy::display_records(CopyJob &job)
     display.clear_screen();
     VAR key;
     while (!display.reader_quit() && job.SourceList.next(key)) {
-        key = without_quotes(key);
+        key = frame::without_quotes(key);
         std::optional<VAR> record = job.SourceFile.read(key);
         if (!record) {
             job.NotFound.append(key);

@@ -1,5 +1,6 @@
 // The form "COPY FROM source ... TO target ...": a walk over its words by a table of keywords.
 #include <algorithm>
+#include <span>
 #include <string_view>
 
 #include "fileutil/copy_command.h"
@@ -21,7 +22,7 @@ class FromSyntax {
   public:
     static void show_keywords()
     {
-        for (const Keyword &keyword : Keywords) crt_line(format(keyword.name, "L#12"), "- ", keyword.help);
+        for (const Keyword &keyword : keywords()) crt_line(format(keyword.name, "L#12"), "- ", keyword.help);
     }
 
     FromSyntax(const VAR &words, CopyJob &job) : words_(words), job_(job) {}
@@ -45,26 +46,7 @@ class FromSyntax {
         const char *help;
     };
 
-    // UPDATING does not test that the target exists, in spite of its help: it is OVERWRITING under another name, and the
-    // doubled word is in the help that users know.
-    static constexpr Keyword Keywords[] = {
-        {"ALL", &FromSyntax::all, 0, "Copies all records of SourceFilename"},
-        {"OVERWRITING", &FromSyntax::no_operand, 'O', "Overwrites a record that exists in TargetFilename"},
-        {"UPDATING", &FromSyntax::no_operand, 'O',
-         "Copies the record only if the the record already exists in TargetFilename"},
-        {"DELETING", &FromSyntax::no_operand, 'D', "Deletes each source record once it has been copied"},
-        {"CRT", &FromSyntax::drop_answer, 'T', "Sends the records to the terminal"},
-        {"LPTR", &FromSyntax::printer, 'P', "Sends the records to the printer; a number after it is the print unit"},
-        {"HEX", &FromSyntax::no_operand, 'X', "Hexadecimal display"},
-        {"NEW.PAGE", &FromSyntax::no_operand, 'F', "New page between records, with CRT or LPTR"},
-        {"NUM.SUPP", &FromSyntax::no_operand, 'S', "No line numbers"},
-        {"ID.SUP", &FromSyntax::no_operand, 'H', "Suppresses the record key line"},
-        {"TO", &FromSyntax::target, 0, "The next word is TargetFilename"},
-        {"SQUAWK", &FromSyntax::report, 0, "Not quiet: the number of records is reported"},
-        {"REPORTING", &FromSyntax::report, 0, "Not quiet: the number of records is reported"},
-        {"UNICODE", &FromSyntax::no_operand, 0, "Accepted and ignored"},
-        {"FIRST", &FromSyntax::first, 0, "Copies as many records of SourceFilename as the number after it says"},
-    };
+    static std::span<const Keyword> keywords();
 
     VAR word() const { return words_(position_); }
 
@@ -88,8 +70,9 @@ class FromSyntax {
     void read_word()
     {
         const VAR current = take_word();
-        const auto keyword = std::ranges::find(Keywords, current.view(), &Keyword::name);
-        if (keyword == std::end(Keywords)) return key(current);
+        const auto table = keywords();
+        const auto keyword = std::ranges::find(table, current.view(), &Keyword::name);
+        if (keyword == table.end()) return key(current);
         if (keyword->option) options_ += keyword->option;
         (this->*keyword->action)();
     }
@@ -169,6 +152,31 @@ class FromSyntax {
     VAR keys_;
     VAR answer_;
 };
+
+std::span<const FromSyntax::Keyword> FromSyntax::keywords()
+{
+    // UPDATING does not test that the target exists, in spite of its help: it is OVERWRITING under another name, and the
+    // doubled word is in the help that users know.
+    static constexpr Keyword Keywords[] = {
+        {"ALL", &FromSyntax::all, 0, "Copies all records of SourceFilename"},
+        {"OVERWRITING", &FromSyntax::no_operand, 'O', "Overwrites a record that exists in TargetFilename"},
+        {"UPDATING", &FromSyntax::no_operand, 'O',
+         "Copies the record only if the the record already exists in TargetFilename"},
+        {"DELETING", &FromSyntax::no_operand, 'D', "Deletes each source record once it has been copied"},
+        {"CRT", &FromSyntax::drop_answer, 'T', "Sends the records to the terminal"},
+        {"LPTR", &FromSyntax::printer, 'P', "Sends the records to the printer; a number after it is the print unit"},
+        {"HEX", &FromSyntax::no_operand, 'X', "Hexadecimal display"},
+        {"NEW.PAGE", &FromSyntax::no_operand, 'F', "New page between records, with CRT or LPTR"},
+        {"NUM.SUPP", &FromSyntax::no_operand, 'S', "No line numbers"},
+        {"ID.SUP", &FromSyntax::no_operand, 'H', "Suppresses the record key line"},
+        {"TO", &FromSyntax::target, 0, "The next word is TargetFilename"},
+        {"SQUAWK", &FromSyntax::report, 0, "Not quiet: the number of records is reported"},
+        {"REPORTING", &FromSyntax::report, 0, "Not quiet: the number of records is reported"},
+        {"UNICODE", &FromSyntax::no_operand, 0, "Accepted and ignored"},
+        {"FIRST", &FromSyntax::first, 0, "Copies as many records of SourceFilename as the number after it says"},
+    };
+    return Keywords;
+}
 
 }  // namespace
 

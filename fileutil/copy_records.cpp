@@ -14,7 +14,7 @@ class RecordCopier {
     void copy_list()
     {
         VAR key;
-        while (job_.SourceList.next(key)) copy_record(without_quotes(key));
+        while (job_.SourceList.next(key)) copy_record(frame::without_quotes(key));
         copier_.flush();
         if (!job_.has('Q')) print_message("COPY_DONE", count_);
     }

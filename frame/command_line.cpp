@@ -64,15 +64,15 @@ bool needs_list(const VAR &command)
 void select_records(const VAR &command, const VAR &words, const VAR &FileDSCB, VAR &PassList)
 {
     if (words == "*")
-        PassList = SelectList(FileDSCB).cell();
+        PassList = velda::SelectList(FileDSCB).cell();
     else if (!words.empty())
-        PassList = SelectList(words).cell();
+        PassList = velda::SelectList(words).cell();
     else if (system_number(SystemActiveListLength))
-        PassList = SelectList::take_default().cell();
+        PassList = velda::SelectList::take_default().cell();
     else if (needs_list(command))
         stop(NoRecordList);
     else
-        PassList = SelectList(FileDSCB).cell();
+        PassList = velda::SelectList(FileDSCB).cell();
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ class KeyTable {
   public:
     explicit KeyTable(const UtilityCommon &utility) : utility_(utility) {}
 
-    VAR &operator[](KeyTableElement element) const { return utility_[static_cast<UtilityCell>(CommandXref + element - 1)]; }
+    VAR &operator[](KeyTableElement element) const { return utility_[static_cast<UtilityCell>(static_cast<int>(CommandXref) + element - 1)]; }
 
     void clear() const;
     // Adds a sequence at the end. Where two entries share a sequence the first one wins.

@@ -9,16 +9,16 @@ namespace {
 constexpr int AllRecordsSetting = 34;  // a command with no list acts on all records
 
 // Values of Result.
-enum WalkResult {
-    NoMoreRecords = 0,
-    RecordRead = 1,
-    RecordReadUnlocked = 2,        // another port holds the lock
-    RecordMissing = -1,
-    RecordMissingUnlocked = -2,    // another port holds the lock
-    FileNotOpened = -3
-};
+constexpr int NoMoreRecords = 0;
+constexpr int RecordRead = 1;
+constexpr int RecordReadUnlocked = 2;      // another port holds the lock
+constexpr int RecordMissing = -1;
+constexpr int RecordMissingUnlocked = -2;  // another port holds the lock
+constexpr int FileNotOpened = -3;
 
-enum WalkLock { LockAndWait = 1, LockWithoutWaiting = 2 };
+// Values of LockFlag; any other takes no lock.
+constexpr int LockAndWait = 1;
+constexpr int LockWithoutWaiting = 2;
 
 constexpr char FileRequired = 'F';
 constexpr char AlwaysPrompt = 'P';
@@ -110,14 +110,6 @@ bool start_walk(const UtilityCommon &utility, VAR &FileName, const VAR &commandf
     return true;
 }
 
-// A key in quotes loses them; a lone quote stays.
-VAR without_quotes(const VAR &key)
-{
-    const std::string_view text = key.view();
-    const bool quoted = (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
-    return quoted ? key.substring(2, -2) : key;
-}
-
 // Without a file operand a key may carry the path of its file.
 void split_path(VAR &RecordKey, VAR &FileName)
 {
@@ -144,7 +136,7 @@ bool open_file_of_record(const UtilityCommon &utility, const VAR &FileName)
     return true;
 }
 
-WalkResult read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t LockFlag)
+int read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t LockFlag)
 {
     if (LockFlag != LockAndWait && LockFlag != LockWithoutWaiting)
         return file.read(Record, key) ? RecordRead : RecordMissing;
@@ -155,6 +147,13 @@ WalkResult read_record(const FileWords &file, const VAR &key, VAR &Record, int64
 }
 
 }  // namespace
+
+VAR frame::without_quotes(const VAR &key)
+{
+    const std::string_view text = key.view();
+    const bool quoted = (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
+    return quoted ? key.substring(2, -2) : key;
+}
 
 VBC_SUBROUTINE(VELDANextRecord, LockFlag, Result, Record, FileName, RecordKey, commandflags)
 {

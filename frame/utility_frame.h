@@ -96,4 +96,44 @@ inline constexpr const char *NoFileName = "200";
 inline constexpr const char *CannotOpenFile = "201";
 inline constexpr const char *NoRecordList = "203";
 
+// A key that begins with a quote and ends with the same one loses both; a lone quote stays.
+VAR without_quotes(const VAR &key);
+
 }  // namespace velda::frame
+
+extern "C" {
+
+// Takes a command's words apart: `Args`, one attribute each without the command's name, into options and operands in
+// VELDA_dUtil. `Help` is the help text, one line per attribute. Ends the command when help was asked for. Letters "VVV".
+VELDA_EXPORT void VBC_VELDAInit(DP *dp, const char *letters, VAR *Help, VAR *Args, VAR *Program);
+
+// Take SYSTEM(1000) apart. 1: the words that begin with "-", the last word in parentheses, the rest; no file. 2: also
+// opens the file and makes the select list; the words behind the file's name go to `Operand`, joined by blanks. 3: the file
+// alone. 2 and 3 stop with a message when there is no name or no such file. Letters "VVV", "VVVVVV", "VV".
+VELDA_EXPORT void VBC_VELDAParseCommandLine1(DP *dp, const char *letters, VAR *Options1, VAR *Options2, VAR *Operand);
+VELDA_EXPORT void VBC_VELDAParseCommandLine2(DP *dp, const char *letters, VAR *FileDSCB, VAR *FileName, VAR *Options1,
+                                             VAR *Options2, VAR *Operand, VAR *PassList);
+VELDA_EXPORT void VBC_VELDAParseCommandLine3(DP *dp, const char *letters, VAR *FileDSCB, VAR *FileName);
+
+// The next record of the command's list; the first call after VBC_VELDAInit finds file and list. LockFlag: 1 lock and
+// wait, 2 lock without waiting, else no lock. `commandflags`: "F" the first operand must be a file, "P" always prompt for
+// keys. Result: 0 no further records, 1 read, -1 no such record, 2 and -2 the same while another port holds the lock
+// (LockFlag 2), -3 the file `FileName` cannot be opened. Letters "VVVVVV".
+VELDA_EXPORT void VBC_VELDANextRecord(DP *dp, const char *letters, VAR *LockFlag, VAR *Result, VAR *Record, VAR *FileName,
+                                      VAR *RecordKey, VAR *commandflags);
+
+// The exit handler of the record walk: closes its file and clears the port report's answer. Letters "V".
+VELDA_EXPORT void VBC_VELDAUtilityExit(DP *dp, const char *letters, VAR *parm1);
+
+// A record of six attributes for tests, and a key for it. Letters "VV".
+VELDA_EXPORT void VBC_VELDARandomRecord(DP *dp, const char *letters, VAR *record, VAR *key);
+
+// Makes the key table: the terminal's keys, the control keys, the user's `.vedrc`. Once per interactive session. No
+// letters.
+VELDA_EXPORT void VBC_VELDACommandInit(DP *dp, const char *letters);
+
+// Reads one key command. `Command` is its code: 1 to 72 as the key table says, 100 not a command, 101 a printable
+// character, 102 nothing typed within UserTimeout (tenths of a second, 0 none), 103 interrupted. `String` is what was
+// read. Letters "VVV".
+VELDA_EXPORT void VBC_VELDACommandNext(DP *dp, const char *letters, VAR *Command, VAR *String, VAR *UserTimeout);
+}

@@ -103,7 +103,7 @@ void reset_record_walk(const UtilityCommon &utility)
     utility[RecordsProcessed] = -1;
     utility[PreviousFileName] = "";
     utility[PreviousFileDSCB] = "";
-    utility[SelectList] = "";
+    utility[UtilityCell::SelectList] = "";
 }
 
 void show_help(const UtilityCommon &utility)

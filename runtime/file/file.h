@@ -186,8 +186,37 @@ VELDA_EXPORT VAR *VLibReturnDefaultSelect(DP *dp);
 // file it is the number of its records less those read, so an estimate while others write.
 VELDA_EXPORT int VRunCountDefaultSel(DP *dp);
 
-// --- making and removing files
-// -------------------------------------------------------------------------------------------
+// --- copying in bulk -------------------------------------------------------------------------------------------------
+//
+// Records go from one file to another, or to other keys of the same, a thousand to a commit. What is seen is what READ,
+// WRITE and DELETE without locks would give: a record that waits in the batch exists, and a failure ends the command with
+// a message that names the file and the key, with all updates before it made. Another session sees the updates once their
+// batch is made, and a process that is killed loses those of its last batch: the target then holds whole records, and
+// a source record is deleted only after its copy stands in the target.
+
+typedef struct VELDABulkCopy VELDABulkCopy;
+
+// Begins a copy between two file cells, which may be overwritten meanwhile. To be given to velda_bulk_copy_end.
+VELDA_EXPORT VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target);
+
+// READ from the source: 1, or 0 and "" when there is no such record.
+VELDA_EXPORT int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key);
+
+// 1 when the target has a record of that key.
+VELDA_EXPORT int velda_bulk_copy_target_has(VELDABulkCopy *copy, const VAR *key);
+
+// WRITE into the target, DELETE from the source.
+VELDA_EXPORT void velda_bulk_copy_write(VELDABulkCopy *copy, const VAR *key, const VAR *record);
+VELDA_EXPORT void velda_bulk_copy_remove(VELDABulkCopy *copy, const VAR *key);
+
+// Makes the updates that wait. An interrupt that is pending ends the command after it.
+VELDA_EXPORT void velda_bulk_copy_flush(VELDABulkCopy *copy);
+
+// Ends the copy. Updates that still wait, because the command was broken off, are made; when that fails the message is
+// printed. Null is left alone.
+VELDA_EXPORT void velda_bulk_copy_end(VELDABulkCopy *copy);
+
+// --- making and removing files --------------------------------------------------------------------------------------
 
 // CREATE-FILE. `operands`, one an attribute, are those of the command:
 //   {DICT|DATA} NAME{,SECTION}   both parts of the file, or one of them; a section brings a missing dictionary with it

@@ -1,0 +1,233 @@
+// bulk_copy.cpp - records from one file to another in batches: one commit for a thousand updates.
+//
+// What a caller sees is what single statements would give: a record that waits in the batch exists for it, and when an
+// update fails those before it were made and the message names its key. A process that is killed leaves whole records,
+// and no record that was to move is gone from its source before it stands in its target.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "runtime/file/statement.h"
+#include "runtime/lock/record_lock.h"
+#include "runtime/process/interrupt.h"
+#include "runtime/process/stop.h"
+#include "runtime/value/value.h"
+
+namespace velda::file {
+namespace {
+
+constexpr std::size_t BatchUpdates = 1000;
+constexpr std::size_t BatchBytes = std::size_t{4} << 20;
+
+// A file of the copy, and the updates that wait for it.
+struct Side {
+    Side(DP *dp, const VAR &file_cell) : cell(file_cell), content(content_of_cell(dp, &cell)) {}
+
+    std::string_view path() const { return content ? content->file->path() : std::string_view(); }
+
+    const VAR cell;  // keeps the file open
+    store::ControlBlockContent *const content;
+    std::vector<store::Update> updates;
+    std::unordered_map<std::string_view, bool> will_exist;  // by key, once the updates are made
+};
+
+Action action_of(const store::Update &update) { return update.record ? Action::Write : Action::Delete; }
+
+}  // namespace
+}  // namespace velda::file
+
+using namespace velda;
+using namespace velda::file;
+
+struct VELDABulkCopy {
+  public:
+    VELDABulkCopy(DP *dp, const VAR &source, const VAR &target)
+        : dp_(dp), source_(dp, source), target_(dp, target), bytes_(std::make_unique_for_overwrite<char[]>(BatchBytes))
+    {
+        if (!source_.content) stop_with(source_, Action::Read, "", not_open_error());
+        if (!target_.content) stop_with(target_, Action::Write, "", not_open_error());
+        one_file_ = source_.content->file->identity() == target_.content->file->identity();
+    }
+
+    int read(VAR &record, const VAR &key)
+    {
+        if (removing_side().will_exist.contains(key.view())) flush();
+        return VLibFNEWREAD_IIBBBIB(dp_, 0, &source_.cell, &record, &key, 0, nullptr);
+    }
+
+    bool target_has(std::string_view key)
+    {
+        if (const auto waits = target_.will_exist.find(key); waits != target_.will_exist.end()) return waits->second;
+        if (!check_key(key)) return false;
+        const auto found = target_.content->file->exists(key);
+        if (!found) stop_with(target_, Action::Read, key, found.error());
+        return *found;
+    }
+
+    void write(std::string_view key, std::string_view record) { add(target_, {key, record}); }
+    void remove(std::string_view key) { add(removing_side(), {key, std::nullopt}); }
+
+    void flush()
+    {
+        make_updates();
+        poll_interrupt(dp_);
+    }
+
+    // At the end of a copy that was broken off: what the caller reported as copied is copied.
+    void finish()
+    {
+        try {
+            make_updates();
+        } catch (const CommandStop &) {
+            // The message is printed, and the command is ending already.
+        }
+    }
+
+  private:
+    // Deletes of source records wait behind the writes when both are one file, in the order of the statements.
+    Side &removing_side() { return one_file_ ? target_ : source_; }
+
+    void stop_with(const Side &side, Action action, std::string_view key, const Error &error) const
+    {
+        fail({dp_, 0, nullptr}, action, side.path(), key, error);
+    }
+
+    void add(Side &side, const store::Update &update)
+    {
+        auto possible = check_key(update.key);
+        if (possible && update.record) possible = check_record(*update.record);
+        if (!possible) {
+            make_updates();
+            stop_with(side, action_of(update), update.key, possible.error());
+        }
+        const std::size_t size = update.key.size() + update.record.value_or("").size();
+        if (used_ + size > BatchBytes) make_updates();
+        if (size > BatchBytes)
+            make_or_stop(side, update);
+        else
+            keep(side, update);
+        if (side.updates.size() >= BatchUpdates) flush();
+    }
+
+    std::string_view keep_bytes(std::string_view bytes)
+    {
+        char *const kept = bytes_.get() + used_;
+        std::memcpy(kept, bytes.data(), bytes.size());
+        used_ += bytes.size();
+        return {kept, bytes.size()};
+    }
+
+    void keep(Side &side, store::Update update)
+    {
+        update.key = keep_bytes(update.key);
+        if (update.record) update.record = keep_bytes(*update.record);
+        side.updates.push_back(update);
+        side.will_exist[update.key] = update.record.has_value();
+        if (&side == &source_) writes_before_removal_.push_back(target_.updates.size());
+    }
+
+    // Target first: a record that moves is at no instant in neither file.
+    void make_updates()
+    {
+        Updates writes = take_updates(target_);
+        Updates removals = take_updates(source_);
+        const auto writes_before_removal = std::exchange(writes_before_removal_, {});
+        used_ = 0;
+        const std::size_t written = make_all(target_, writes);
+        if (written == writes.size()) {
+            const std::size_t removed = make_all(source_, removals);
+            if (removed < removals.size()) make_or_stop(source_, removals[removed]);
+            return;
+        }
+        // Of the removals only those whose write came before the one at fault.
+        removals.resize(std::ranges::count_if(writes_before_removal, [=](std::size_t before) { return before <= written; }));
+        make_all(source_, removals);
+        make_or_stop(target_, writes[written]);
+    }
+
+    using Updates = std::vector<store::Update>;
+
+    static Updates take_updates(Side &side)
+    {
+        side.will_exist.clear();
+        return std::exchange(side.updates, {});
+    }
+
+    // Makes the updates in order, in one commit if that succeeds. How many were made: all, or those before the one at
+    // fault.
+    std::size_t make_all(const Side &side, const Updates &updates) const
+    {
+        if (updates.empty()) return 0;
+        if (side.content->file->apply(updates, side.content->write_mode)) {
+            for (const store::Update &update : updates) release_lock(side, update.key);
+            return updates.size();
+        }
+        std::size_t made = 0;
+        while (made < updates.size() && !make_one(side, updates[made])) ++made;
+        return made;
+    }
+
+    // Makes one update; the error when that fails.
+    std::optional<Error> make_one(const Side &side, const store::Update &update) const
+    {
+        store::OpenFile &file = *side.content->file;
+        if (update.record) {
+            if (const auto written = file.write(update.key, *update.record, side.content->write_mode); !written)
+                return written.error();
+        } else if (const auto removed = file.remove(update.key); !removed) {
+            return removed.error();
+        }
+        release_lock(side, update.key);
+        return std::nullopt;
+    }
+
+    void make_or_stop(const Side &side, const store::Update &update) const
+    {
+        if (const auto failure = make_one(side, update)) stop_with(side, action_of(update), update.key, *failure);
+    }
+
+    // As a write or delete statement does.
+    void release_lock(const Side &side, std::string_view key) const
+    {
+        unlock_record(dp_, side.content->file->identity(), key);
+    }
+
+    DP *const dp_;
+    Side source_;
+    Side target_;
+    bool one_file_ = false;
+    std::unique_ptr<char[]> bytes_;  // of the keys and records that wait
+    std::size_t used_ = 0;
+    std::vector<std::size_t> writes_before_removal_;  // for each removal from the source, when it is another file
+};
+
+VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target)
+{
+    return new VELDABulkCopy(dp, *source, *target);
+}
+
+int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key) { return copy->read(*record, *key); }
+
+int velda_bulk_copy_target_has(VELDABulkCopy *copy, const VAR *key) { return copy->target_has(key->view()); }
+
+void velda_bulk_copy_write(VELDABulkCopy *copy, const VAR *key, const VAR *record)
+{
+    copy->write(key->view(), record->view());
+}
+
+void velda_bulk_copy_remove(VELDABulkCopy *copy, const VAR *key) { copy->remove(key->view()); }
+
+void velda_bulk_copy_flush(VELDABulkCopy *copy) { copy->flush(); }
+
+void velda_bulk_copy_end(VELDABulkCopy *copy)
+{
+    if (!copy) return;
+    copy->finish();
+    delete copy;
+}
