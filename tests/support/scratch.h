@@ -1,6 +1,8 @@
 // scratch.h - scratch directories and scratch systems for tests; removed when the object dies.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -16,8 +18,10 @@ class ScratchDirectory {
         if (!mkdtemp(name.data())) throw std::runtime_error("cannot make a scratch directory in " + name);
         path_ = name;
     }
+    // A forked child that ends does not take the directory with it.
     ~ScratchDirectory()
     {
+        if (getpid() != owner_) return;
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
@@ -29,6 +33,7 @@ class ScratchDirectory {
 
   private:
     std::string path_;
+    pid_t owner_ = getpid();
 };
 
 // A system of its own: global directory in a scratch directory, release directory in the source tree. Make it before
