@@ -34,8 +34,7 @@ constexpr CopyOption Options[] = {
     {'X', "Hexadecimal display"},
 };
 
-void show_help()
-{
+void show_help() {
     crt_line("COPY {DICT} filename{,section} {recordlist | *} {(Options}");
     crt_line("COPY -? | -h");
     for (const CopyOption &option : Options) crt_line(option.letter, " - ", option.help);
@@ -43,8 +42,7 @@ void show_help()
     show_from_help();
 }
 
-bool help_asked(const VAR &command_line)
-{
+bool help_asked(const VAR &command_line) {
     VAR words = upcase(command_line);
     words.remove(1);
     return words.empty() || words == "-H" || words == "-?";
@@ -52,8 +50,7 @@ bool help_asked(const VAR &command_line)
 
 bool holds(const VAR &text, char byte) { return text.view().find(byte) != std::string_view::npos; }
 
-void read_classic_syntax(DP *dp, CopyJob &job)
-{
+void read_classic_syntax(DP *dp, CopyJob &job) {
     VAR FileName;
     VAR Options1;
     VAR Operand;
@@ -63,8 +60,7 @@ void read_classic_syntax(DP *dp, CopyJob &job)
     job.compressed = holds(Options1, 'E');
 }
 
-void set_options(CopyJob &job, const VAR &OutputFlag)
-{
+void set_options(CopyJob &job, const VAR &OutputFlag) {
     for (const CopyOption &option : Options) job.utility.option(option.letter) = holds(job.Options2, option.letter);
     if (OutputFlag.to_integer() == ToPrinter) job.utility.option('P') = 1;
     if (OutputFlag.to_integer() == ToTerminal) job.utility.option('T') = 1;
@@ -72,8 +68,7 @@ void set_options(CopyJob &job, const VAR &OutputFlag)
     printer_off();
 }
 
-void set_source_mode(CopyJob &job)
-{
+void set_source_mode(CopyJob &job) {
     if (job.compressed) job.SourceFile.set_mode("RB");
     if (job.has('B'))
         job.SourceFile.set_mode(BinaryMode);
@@ -81,10 +76,10 @@ void set_source_mode(CopyJob &job)
         job.SourceFile.set_mode("RT,WT");
 }
 
-[[noreturn]] void close(const CopyJob &job)
-{
+[[noreturn]] void close(const CopyJob &job) {
     const int missing = dcount(job.NotFound, AM);
-    for (int key = 1; key <= missing; ++key) print_line_on(job.print_unit, "'", job.NotFound(key), "' record not found");
+    for (int key = 1; key <= missing; ++key)
+        print_line_on(job.print_unit, "'", job.NotFound(key), "' record not found");
     if (job.has('P')) printer_close();
     if (missing > 0) exit_command(RecordsNotFound);
     stop();
@@ -92,8 +87,7 @@ void set_source_mode(CopyJob &job)
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDACopyCommand, OutputFlag)
-{
+VBC_SUBROUTINE(VELDACopyCommand, OutputFlag) {
     const frame::UtilityCommon utility(dp);
     const VAR command_line = system_number(frame::SystemCommandLine);
     if (OutputFlag.to_integer() == ToFile && help_asked(command_line)) {

@@ -20,11 +20,11 @@ struct CopyJob {
     VAR Options2;                         // letters of options, folded
     File SourceFile;
     SelectList SourceList;
-    File TargetFile;                      // the source's when the answer names no other file
+    File TargetFile;  // the source's when the answer names no other file
     SelectList TargetList;
-    VAR NotFound;                         // keys without a record, one attribute each
+    VAR NotFound;  // keys without a record, one attribute each
     int print_unit = 0;
-    bool compressed = false;              // records are stored in the editor's form
+    bool compressed = false;  // records are stored in the editor's form
 };
 
 // Files of this mode keep every byte of a record as it is.
@@ -33,12 +33,12 @@ inline constexpr const char *BinaryMode = "RB,WB";
 // Turns each quoted stretch and each comma of a command line into a word of its own.
 VAR normalise_words(const VAR &words);
 
-// Reads "COPY FROM source ... TO target ...": opens the source, builds its list, and stacks the answer to the prompt for
-// the target.
+// Reads "COPY FROM source ... TO target ...": opens the source, builds its list, and stacks the answer to the prompt
+// for the target.
 void read_from_syntax(const VAR &words, CopyJob &job);
 
-// Asks for the target, or takes it from stacked data; an empty answer sets option T. False after a message when there is
-// no such file.
+// Asks for the target, or takes it from stacked data; an empty answer sets option T. False after a message when there
+// is no such file.
 bool get_target(CopyJob &job);
 
 // Copies every record of the list to the target.
@@ -49,6 +49,5 @@ void display_records(CopyJob &job);
 
 // Prints the help of the FROM form: its usage and a line for each keyword.
 void show_from_help();
-
 
 }  // namespace velda::copy

@@ -12,8 +12,8 @@ using namespace velda::copy;
 namespace {
 
 constexpr int LeastNumberWidth = 3;
-constexpr int SmallestPiece = 2;   // a pair of hexadecimal digits
-constexpr int ReaderQuit = -1;     // the line count once the reader had enough
+constexpr int SmallestPiece = 2;  // a pair of hexadecimal digits
+constexpr int ReaderQuit = -1;    // the line count once the reader had enough
 
 // Replies to the pause at the end of a page that end the display.
 constexpr std::string_view QuitReplies[] = {"Q", "q", "\x05", "\x18"};
@@ -28,35 +28,30 @@ class RecordDisplay {
 
     bool reader_quit() const { return line_count_ == ReaderQuit; }
 
-    void show(const VAR &key, const VAR &record)
-    {
+    void show(const VAR &key, const VAR &record) {
         if (shown_++ > 0 && job_.has('F')) new_page();
         print_line(key_line(key));
         show_attributes(record);
         if (!reader_quit()) print_line("");
     }
 
-    void clear_screen() const
-    {
+    void clear_screen() const {
         if (!job_.has('P')) velda::clear_screen();
     }
 
   private:
-    void new_page()
-    {
+    void new_page() {
         clear_screen();
         velda::new_page(job_.print_unit);
         line_count_ = 0;
     }
 
-    VAR key_line(const VAR &key) const
-    {
+    VAR key_line(const VAR &key) const {
         if (job_.has('H')) return " ";
         return job_.has('S') ? key : cat("    ", key);
     }
 
-    void show_attributes(const VAR &record)
-    {
+    void show_attributes(const VAR &record) {
         const int attributes = dcount(record, AM);
         const int number_width = std::max(LeastNumberWidth, static_cast<int>(std::to_string(attributes).size()));
         const VAR number_mask = cat("R%", number_width);
@@ -69,8 +64,7 @@ class RecordDisplay {
     }
 
     // An attribute in pieces of an even length, so that no pair of hexadecimal digits is torn.
-    void show_attribute(const VAR &start, const VAR &continuation, const VAR &text)
-    {
+    void show_attribute(const VAR &start, const VAR &continuation, const VAR &text) {
         int piece_length = static_cast<int>(screen_width() - 1 - continuation.size());
         piece_length = std::max(SmallestPiece, piece_length - piece_length % 2);
         const int length = static_cast<int>(text.size());
@@ -80,8 +74,7 @@ class RecordDisplay {
     }
 
     // Prints a line, with a pause when the page is full.
-    void print_line(const VAR &line)
-    {
+    void print_line(const VAR &line) {
         const bool page_full = ++line_count_ == screen_depth();
         if (page_full) line_count_ = 0;
         if (!page_full || job_.has('N') || job_.has('P')) {
@@ -96,8 +89,7 @@ class RecordDisplay {
         clear_screen();
     }
 
-    static bool reader_wants_more()
-    {
+    static bool reader_wants_more() {
         const EchoOff echo_off;
         VAR reply;
         input(reply, {.length = VELDA_INPUT_ONE_KEY, .flags = VELDA_INPUT_NO_PROMPT | VELDA_INPUT_NO_NEWLINE});
@@ -111,8 +103,7 @@ class RecordDisplay {
 
 }  // namespace
 
-void copy::display_records(CopyJob &job)
-{
+void copy::display_records(CopyJob &job) {
     RecordDisplay display(job);
     if (job.has('P')) printer_on(job.print_unit);
     display.clear_screen();

@@ -12,23 +12,20 @@ namespace {
 
 constexpr int SourceNamePosition = 3;
 
-bool is_section_word(const VAR &word)
-{
+bool is_section_word(const VAR &word) {
     const VAR folded = upcase(word);
     return folded == "DICT" || folded == "DATA";
 }
 
 class FromSyntax {
   public:
-    static void show_keywords()
-    {
+    static void show_keywords() {
         for (const Keyword &keyword : keywords()) crt_line(format(keyword.name, "L#12"), "- ", keyword.help);
     }
 
     FromSyntax(const VAR &words, CopyJob &job) : words_(words), job_(job) {}
 
-    void read()
-    {
+    void read() {
         open_source();
         while (!word().empty()) read_word();
         store_options();
@@ -53,22 +50,19 @@ class FromSyntax {
     VAR take_word() { return words_(position_++); }
 
     // A file's name, with the section word in front of it.
-    VAR take_file_name()
-    {
+    VAR take_file_name() {
         VAR name = take_word();
         if (is_section_word(name)) name = cat(name, " ", take_word());
         return name;
     }
 
-    void open_source()
-    {
+    void open_source() {
         position_ = SourceNamePosition;
         const VAR name = take_file_name();
         if (!job_.SourceFile.open(name)) stop(frame::CannotOpenFile, name);
     }
 
-    void read_word()
-    {
+    void read_word() {
         const VAR current = take_word();
         const auto table = keywords();
         const auto keyword = std::ranges::find(table, current.view(), &Keyword::name);
@@ -83,8 +77,7 @@ class FromSyntax {
 
     void drop_answer() { answer_ = ""; }
 
-    void printer()
-    {
+    void printer() {
         drop_answer();
         if (matches(word(), "1N0N")) job_.print_unit = static_cast<int>(take_word().to_integer());
     }
@@ -94,8 +87,7 @@ class FromSyntax {
 
     void report() { quiet_ = false; }
 
-    void first()
-    {
+    void first() {
         if (!matches(word(), "1N0N")) return;
         const int64_t count = take_word().to_integer();
         SelectList selected = job_.SourceFile.select();
@@ -108,8 +100,7 @@ class FromSyntax {
     }
 
     // A key of the source; behind a comma its key in the target.
-    void key(const VAR &source_key)
-    {
+    void key(const VAR &source_key) {
         keys_.append(source_key);
         keys_given_ = true;
         VAR target_key = source_key;
@@ -120,14 +111,12 @@ class FromSyntax {
         answer_ = cat(answer_, target_key, " ");
     }
 
-    void store_options()
-    {
+    void store_options() {
         if (quiet_) options_ += 'Q';
         job_.Options2 = options_;
     }
 
-    void store_list()
-    {
+    void store_list() {
         if (whole_file_)
             job_.SourceList = job_.SourceFile.select();
         else if (keys_given_)
@@ -137,8 +126,7 @@ class FromSyntax {
     }
 
     // With T or P nobody asks for the target: a line left on the stack would answer the pause at the end of a page.
-    void stack_answer() const
-    {
+    void stack_answer() const {
         if (options_.find_first_of("TP") == std::string::npos) stack_data(answer_);
     }
 
@@ -153,10 +141,9 @@ class FromSyntax {
     VAR answer_;
 };
 
-std::span<const FromSyntax::Keyword> FromSyntax::keywords()
-{
-    // UPDATING does not test that the target exists, in spite of its help: it is OVERWRITING under another name, and the
-    // doubled word is in the help that users know.
+std::span<const FromSyntax::Keyword> FromSyntax::keywords() {
+    // UPDATING does not test that the target exists, in spite of its help: it is OVERWRITING under another name, and
+    // the doubled word is in the help that users know.
     static constexpr Keyword Keywords[] = {
         {"ALL", &FromSyntax::all, 0, "Copies all records of SourceFilename"},
         {"OVERWRITING", &FromSyntax::no_operand, 'O', "Overwrites a record that exists in TargetFilename"},
@@ -180,8 +167,7 @@ std::span<const FromSyntax::Keyword> FromSyntax::keywords()
 
 }  // namespace
 
-void copy::show_from_help()
-{
+void copy::show_from_help() {
     crt_line("COPY FROM {DICT} SourceFilename TO {DICT} TargetFilename {OrigID,{NewID}} {...} {Options}");
     FromSyntax::show_keywords();
 }

@@ -9,45 +9,42 @@ namespace {
 
 class RecordCopier {
   public:
-    explicit RecordCopier(CopyJob &job) : job_(job), copier_(job.SourceFile, job.TargetFile) {}
+    explicit RecordCopier(CopyJob &job) : job_(job), copy_(job.SourceFile, job.TargetFile) {}
 
-    void copy_list()
-    {
+    void copy_list() {
         VAR key;
         while (job_.SourceList.next(key)) copy_record(frame::without_quotes(key));
-        copier_.flush();
+        copy_.flush();
         if (!job_.has('Q')) print_message("COPY_DONE", count_);
     }
 
   private:
-    void copy_record(const VAR &key)
-    {
-        if (!copier_.read(record_, key)) {
+    void copy_record(const VAR &key) {
+        if (!copy_.read(record_, key)) {
             job_.NotFound.append(key);
             return;
         }
         VAR target_key;
         if (!job_.TargetList.next(target_key)) target_key = key;
-        if (!job_.has('O') && copier_.target_has(target_key)) {
+        if (!job_.has('O') && copy_.target_has(target_key)) {
             print_line_on(job_.print_unit, "'", target_key, "' already exists");
             return;
         }
         ++count_;
         if (job_.compressed) edit_expand(record_);
         if (job_.has('I') && !job_.has('Q')) show_key(key, target_key);
-        copier_.write(target_key, record_);
-        if (job_.has('D')) copier_.remove(key);
+        copy_.write(target_key, record_);
+        if (job_.has('D')) copy_.remove_source(key);
     }
 
-    void show_key(const VAR &key, const VAR &target_key) const
-    {
+    void show_key(const VAR &key, const VAR &target_key) const {
         print_on(job_.print_unit, format(count_, "R#6"), " ", key);
         if (target_key.view() != key.view()) print_on(job_.print_unit, " --> ", target_key);
         print_line_on(job_.print_unit);
     }
 
     CopyJob &job_;
-    BulkCopier copier_;
+    BulkCopy copy_;
     VAR record_;
     int count_ = 0;
 };

@@ -8,16 +8,14 @@ namespace {
 
 constexpr const char *TargetPrompt = "COPY_TO";
 
-VAR read_stacked_answer()
-{
+VAR read_stacked_answer() {
     const EchoOff echo_off;
     VAR answer;
     input(answer, {.flags = VELDA_INPUT_NO_PROMPT});
     return answer;
 }
 
-VAR ask_for_target()
-{
+VAR ask_for_target() {
     if (stacked_data()) return read_stacked_answer();
     print_message(TargetPrompt);
     set_prompt("");
@@ -29,8 +27,7 @@ VAR ask_for_target()
 bool begins_with_quote(std::string_view word) { return word.starts_with('"') || word.starts_with('\''); }
 
 // Takes one target key off the words. One that begins with a quote runs on to the word that ends with it.
-VAR take_target_key(const VAR &words, int &position)
-{
+VAR take_target_key(const VAR &words, int &position) {
     const VAR word = words(position++);
     if (!begins_with_quote(word.view())) return word;
     const char quote = word.view().front();
@@ -45,8 +42,7 @@ VAR take_target_key(const VAR &words, int &position)
     return key;
 }
 
-VAR target_keys(const VAR &words)
-{
+VAR target_keys(const VAR &words) {
     VAR keys;
     const int last = dcount(words, AM);
     int count = 0;
@@ -57,8 +53,7 @@ VAR target_keys(const VAR &words)
 VAR without_closing_bracket(const VAR &name) { return name.view().ends_with(')') ? name.substring(1, -2) : name; }
 
 // Takes "(NAME", "(NAME)" or "(DICT NAME)" off the words. "DATA" is no section word here.
-VAR take_file_name(VAR &words)
-{
+VAR take_file_name(VAR &words) {
     VAR name = without_closing_bracket(VAR(words(1)).substring(2, -1));
     words.remove(1);
     if (upcase(name) != "DICT") return name;
@@ -70,8 +65,7 @@ VAR take_file_name(VAR &words)
 VAR file_type(const File &file) { return file.status()(VELDA_STATUS_TYPE); }
 
 // Files of one type are copied unconverted, unless text mode was asked for.
-void set_target_mode(CopyJob &job)
-{
+void set_target_mode(CopyJob &job) {
     if (job.has('B')) {
         job.TargetFile.set_mode(BinaryMode);
         return;
@@ -81,8 +75,7 @@ void set_target_mode(CopyJob &job)
     job.TargetFile.set_mode(BinaryMode);
 }
 
-bool open_target(CopyJob &job, const VAR &name)
-{
+bool open_target(CopyJob &job, const VAR &name) {
     if (name.empty()) {
         print_message(frame::NoFileName);
         return false;
@@ -97,8 +90,7 @@ bool open_target(CopyJob &job, const VAR &name)
 
 }  // namespace
 
-bool copy::get_target(CopyJob &job)
-{
+bool copy::get_target(CopyJob &job) {
     const VAR answer = trim(ask_for_target());
     if (answer.empty()) {
         job.utility.option('T') = 1;

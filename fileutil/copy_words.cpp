@@ -12,8 +12,7 @@ class WordNormaliser {
   public:
     explicit WordNormaliser(const VAR &words) : words_(words), last_(dcount(words, AM)) {}
 
-    VAR normalise()
-    {
+    VAR normalise() {
         while (take_word()) {
             if (current_.front() == '"' || current_.front() == '\'')
                 add_quoted(current_.front());
@@ -25,8 +24,7 @@ class WordNormaliser {
 
   private:
     // The current word is what an earlier one left, or the next that is not empty.
-    bool take_word()
-    {
+    bool take_word() {
         while (current_.empty() && position_ < last_) current_ = VAR(words_(++position_)).str();
         return !current_.empty();
     }
@@ -34,14 +32,12 @@ class WordNormaliser {
     void add(std::string_view word) { normalised_(++count_) = word; }
 
     // Adds the current word up to `end`; the rest stays.
-    void add_front(const std::string &before, std::size_t end)
-    {
+    void add_front(const std::string &before, std::size_t end) {
         add(before + current_.substr(0, end));
         current_.erase(0, end);
     }
 
-    void add_quoted(char quote)
-    {
+    void add_quoted(char quote) {
         std::string gathered;
         std::size_t closing = current_.find(quote, 1);
         while (closing == std::string::npos) {
@@ -61,8 +57,7 @@ class WordNormaliser {
     }
 
     // What stands behind the comma is one word, also when it is empty or holds another comma.
-    void add_plain()
-    {
+    void add_plain() {
         const std::size_t comma = current_.find(',');
         if (comma == std::string::npos) {
             add(current_);

@@ -7,22 +7,20 @@
 namespace {
 
 constexpr char RunMarker = '\x10';
-constexpr std::size_t RunBytes = 3;           // marker, byte, count
-constexpr std::size_t LongestPlainRun = 2;    // a longer run is worth its three bytes
+constexpr std::size_t RunBytes = 3;         // marker, byte, count
+constexpr std::size_t LongestPlainRun = 2;  // a longer run is worth its three bytes
 
 bool compressible(char byte) { return byte == ' ' || byte == '*'; }
 
 // The count is one byte: a run of 256 is written as 0, and a longer one loses what does not fit.
-void append_run(std::string &compressed, char byte, std::size_t count)
-{
+void append_run(std::string &compressed, char byte, std::size_t count) {
     if (count > LongestPlainRun)
         compressed.append({RunMarker, byte, static_cast<char>(count)});
     else
         compressed.append(count, byte);
 }
 
-std::string compressed_form(std::string_view plain)
-{
+std::string compressed_form(std::string_view plain) {
     std::string compressed;
     compressed.reserve(plain.size() + 1);
     for (std::size_t at = 0; at < plain.size(); ++at) {
@@ -40,10 +38,11 @@ std::string compressed_form(std::string_view plain)
     return compressed;
 }
 
-bool run_starts(std::string_view rest) { return rest.size() >= RunBytes && rest[0] == RunMarker && compressible(rest[1]); }
+bool run_starts(std::string_view rest) {
+    return rest.size() >= RunBytes && rest[0] == RunMarker && compressible(rest[1]);
+}
 
-std::string expanded_form(std::string_view compressed)
-{
+std::string expanded_form(std::string_view compressed) {
     std::string plain;
     plain.reserve(2 * compressed.size());
     for (std::size_t at = 0; at < compressed.size();) {
@@ -59,14 +58,12 @@ std::string expanded_form(std::string_view compressed)
 
 }  // namespace
 
-VAR *VELDAEditCompress(DP *, VAR *cell)
-{
+VAR *VELDAEditCompress(DP *, VAR *cell) {
     *cell = compressed_form(cell->view());
     return cell;
 }
 
-VAR *VELDAEditExpand(DP *, VAR *cell)
-{
+VAR *VELDAEditExpand(DP *, VAR *cell) {
     *cell = expanded_form(cell->view());
     return cell;
 }

@@ -6,7 +6,8 @@
 extern "C" {
 
 // COPY. OutputFlag: 0 plain COPY, 1 always to the terminal, 2 always to the printer. Takes its words from SYSTEM(1000);
-// letters "V". Ends the command: by STOP, by EXIT(2) when a record was not found, or by returning when there is no target.
+// letters "V". Ends the command: by STOP, by EXIT(2) when a record was not found, or by returning when there is no
+// target.
 VELDA_EXPORT void VBC_VELDACopyCommand(DP *dp, const char *letters, VAR *OutputFlag);
 
 // The options of the user's record `.velda_options` in the home directory; letters "V". `options` becomes a flag word:
@@ -17,8 +18,8 @@ VELDA_EXPORT void VBC_VELDAInitialisePersonalOptions(DP *dp, const char *letters
 VELDA_EXPORT VAR *VELDAEditCompress(DP *dp, VAR *cell);
 VELDA_EXPORT VAR *VELDAEditExpand(DP *dp, VAR *cell);
 
-// The distinct elements of a list, in first-seen order, one attribute each. AM, VM and the byte 0xFF end an element; empty
-// ones are dropped. `target` may be `source`; it is returned.
+// The distinct elements of a list, in first-seen order, one attribute each. AM, VM and the byte 0xFF end an element;
+// empty ones are dropped. `target` may be `source`; it is returned.
 VELDA_EXPORT VAR *VELDAUniqueKeys(VAR *target, DP *dp, const VAR *source);
 
 // Makes a directory. A mode below 1 stands for what the process mask allows; 9 bits of it count. The two texts are not

@@ -14,8 +14,7 @@ struct PersonalOption {
 
 constexpr PersonalOption PersonalOptions[] = {{"CASE", 1}, {"COMMENT", 2}};
 
-VAR options_record()
-{
+VAR options_record() {
     VAR record;
     const VAR home = environment("HOME");
     File directory;
@@ -24,8 +23,7 @@ VAR options_record()
 }
 
 // 0 for comments, empty lines and words that are no option.
-int flag_of(std::string_view line)
-{
+int flag_of(std::string_view line) {
     for (const PersonalOption &option : PersonalOptions) {
         if (line == option.line) return option.flag;
     }
@@ -34,8 +32,7 @@ int flag_of(std::string_view line)
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDAInitialisePersonalOptions, options)
-{
+VBC_SUBROUTINE(VELDAInitialisePersonalOptions, options) {
     int flags = 0;
     const VAR record = options_record();
     const int lines = dcount(record, AM);

@@ -18,27 +18,25 @@ constexpr std::string_view KeyPunctuation = "%+-._";
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 bool is_letter(char byte) { return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z'); }
-bool stands_in_key(char byte)
-{
+bool stands_in_key(char byte) {
     return is_letter(byte) || is_digit(byte) || KeyPunctuation.find(byte) != std::string_view::npos;
 }
 
 }  // namespace
 
-VAR *VELDAGetTTYKeepKey(VAR *target, DP *dp, const char *text)
-{
+VAR *VELDAGetTTYKeepKey(VAR *target, DP *dp, const char *text) {
     VAR terminal;
     VELDAGetTTYName(dp, &terminal);
     std::string key = "vutil_" + std::string(text) + "_" + terminal.str();
     // A name without a number may be that of many terminals; the port tells them apart.
     if (std::ranges::none_of(key, is_digit)) key += "-" + std::to_string(VELDAGetPortNumber(dp));
-    std::ranges::replace_if(key, [](char byte) { return !stands_in_key(byte); }, '_');
+    std::ranges::replace_if(
+        key, [](char byte) { return !stands_in_key(byte); }, '_');
     *target = key;
     return target;
 }
 
-VAR *VELDAPERROR(VAR *target, DP *, int error_number)
-{
+VAR *VELDAPERROR(VAR *target, DP *, int error_number) {
     const std::string text = std::generic_category().message(error_number);
     *target = ": " + (text.starts_with("Unknown error") ? "Unknown error" : text);
     return target;

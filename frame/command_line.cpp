@@ -14,55 +14,48 @@ constexpr int ListRequiredSetting = 131;  // the compiler's commands do not take
 constexpr std::string_view ListRequiredCommands[] = {"BASIC", "CATALOG", "DECATALOG"};
 
 // Takes the first word of a list.
-VAR take_first(VAR &words)
-{
+VAR take_first(VAR &words) {
     const VAR word = words(1);
     words.remove(1);
     return word;
 }
 
-void take_dash_words(VAR &words, VAR &Options1)
-{
+void take_dash_words(VAR &words, VAR &Options1) {
     while (words(1).view().starts_with('-')) Options1.append(take_first(words));
 }
 
-void take_option_word(VAR &words, VAR &Options2)
-{
+void take_option_word(VAR &words, VAR &Options2) {
     const int last = dcount(words, AM);
     if (!words(last).view().starts_with('(')) return;
     Options2 = emulation(FoldOptionsSetting) ? upcase(words(last)) : VAR(words(last));
     words.remove(last);
 }
 
-// Takes the file's name off the front of the words. "DICT FILE" counts as one name, and the whole may stand in parentheses.
-VAR take_file_name(VAR &words)
-{
+// Takes the file's name off the front of the words. "DICT FILE" counts as one name, and the whole may stand in
+// parentheses.
+VAR take_file_name(VAR &words) {
     VAR name = take_first(words);
     if (name == "(") name = take_first(words);
     const VAR folded = upcase(name);
     if (folded == "(DICT" || folded == "(DATA") name = name.substring(2, -1);
     const VAR section = upcase(name);
-    if (section == "DICT" || section == "DATA")
-        name = words.empty() ? VAR("") : cat(section, " ", take_first(words));
+    if (section == "DICT" || section == "DATA") name = words.empty() ? VAR("") : cat(section, " ", take_first(words));
     if (name.view().starts_with('(')) name = name.substring(2, -1);
     if (name.view().ends_with(')')) name = name.substring(1, -2);
     return name;
 }
 
-void open_or_stop(VAR &FileDSCB, const VAR &FileName)
-{
+void open_or_stop(VAR &FileDSCB, const VAR &FileName) {
     if (FileName.empty()) stop(NoFileName);
     if (!FileWords(FileDSCB).open(FileName)) stop(CannotOpenFile, FileName);
 }
 
-bool needs_list(const VAR &command)
-{
+bool needs_list(const VAR &command) {
     if (!emulation(ListRequiredSetting)) return false;
     return std::ranges::find(ListRequiredCommands, command.view()) != std::end(ListRequiredCommands);
 }
 
-void select_records(const VAR &command, const VAR &words, const VAR &FileDSCB, VAR &PassList)
-{
+void select_records(const VAR &command, const VAR &words, const VAR &FileDSCB, VAR &PassList) {
     if (words == "*")
         PassList = velda::SelectList(FileDSCB).cell();
     else if (!words.empty())
@@ -77,8 +70,7 @@ void select_records(const VAR &command, const VAR &words, const VAR &FileDSCB, V
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDAParseCommandLine1, Options1, Options2, Operand)
-{
+VBC_SUBROUTINE(VELDAParseCommandLine1, Options1, Options2, Operand) {
     Operand = system_number(SystemCommandLine);
     Operand.remove(1);
     Options1 = "";
@@ -87,8 +79,7 @@ VBC_SUBROUTINE(VELDAParseCommandLine1, Options1, Options2, Operand)
     take_option_word(Operand, Options2);
 }
 
-VBC_SUBROUTINE(VELDAParseCommandLine2, FileDSCB, FileName, Options1, Options2, Operand, PassList)
-{
+VBC_SUBROUTINE(VELDAParseCommandLine2, FileDSCB, FileName, Options1, Options2, Operand, PassList) {
     VAR CommandLine = system_number(SystemCommandLine);
     const VAR command = upcase(take_first(CommandLine));
     Options1 = "";
@@ -103,8 +94,7 @@ VBC_SUBROUTINE(VELDAParseCommandLine2, FileDSCB, FileName, Options1, Options2, O
     Operand = change(CommandLine, AM, " ");
 }
 
-VBC_SUBROUTINE(VELDAParseCommandLine3, FileDSCB, FileName)
-{
+VBC_SUBROUTINE(VELDAParseCommandLine3, FileDSCB, FileName) {
     VAR CommandLine = system_number(SystemCommandLine);
     CommandLine.remove(1);
     FileName = take_file_name(CommandLine);

@@ -23,18 +23,19 @@ enum class KeyRead { Key, Timeout, Interrupt };
 class KeyReader {
   public:
     KeyReader(DP *dp, const KeyTable &table, VAR &Command, VAR &String)
-        : dp_(dp), table_(table), Command_(Command), String_(String)
-    {
-    }
+        : dp_(dp), table_(table), Command_(Command), String_(String) {}
 
-    void read_command(const VAR &UserTimeout)
-    {
+    void read_command(const VAR &UserTimeout) {
         Command_ = NotACommand;
         String_ = "";
         switch (read_key(to_int(UserTimeout))) {
-            case KeyRead::Timeout: Command_ = TimedOut; return;
-            case KeyRead::Interrupt: return;
-            case KeyRead::Key: break;
+            case KeyRead::Timeout:
+                Command_ = TimedOut;
+                return;
+            case KeyRead::Interrupt:
+                return;
+            case KeyRead::Key:
+                break;
         }
         if (key_ == Escape && numeric_code())
             read_escape_sequence();
@@ -43,9 +44,9 @@ class KeyReader {
     }
 
   private:
-    // Reads one byte behind String. With type-ahead the key is the first byte of all that was read, not the byte just taken.
-    KeyRead read_key(int timeout)
-    {
+    // Reads one byte behind String. With type-ahead the key is the first byte of all that was read, not the byte just
+    // taken.
+    KeyRead read_key(int timeout) {
         VAR &type_ahead = table_[KeyTypeAhead];
         if (!type_ahead.empty()) {
             String_ = cat(String_, type_ahead.substring(1, 1));
@@ -64,21 +65,18 @@ class KeyReader {
         return KeyRead::Interrupt;
     }
 
-    std::optional<VAR> numeric_code() const
-    {
+    std::optional<VAR> numeric_code() const {
         auto code = table_.code_of(String_.view());
         return code && code->is_numeric() ? code : std::nullopt;
     }
 
-    bool is_prefix() const
-    {
+    bool is_prefix() const {
         const auto code = table_.code_of(String_.view());
         return code && code->view() == PrefixCode;
     }
 
     // The key may be ESC alone, or the start of a sequence whose other bytes follow at once.
-    void read_escape_sequence()
-    {
+    void read_escape_sequence() {
         do {
             const KeyRead event = read_key(EscapeWait);
             if (event == KeyRead::Interrupt) return;
@@ -92,16 +90,14 @@ class KeyReader {
     }
 
     // The bytes behind ESC are keys of their own: they go behind the type-ahead that is left.
-    void take_escape_alone()
-    {
+    void take_escape_alone() {
         Command_ = EscapeCommand;
         table_[KeyTypeAhead] = cat(table_[KeyTypeAhead], String_.substring(2, -1));
         String_ = Escape;
     }
 
     // An incomplete sequence waits for ever.
-    void read_sequence()
-    {
+    void read_sequence() {
         for (;;) {
             const auto code = table_.code_of(String_.view());
             if (!code) {
@@ -128,8 +124,7 @@ class KeyReader {
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDACommandNext, Command, String, UserTimeout)
-{
+VBC_SUBROUTINE(VELDACommandNext, Command, String, UserTimeout) {
     const UtilityCommon utility(dp);
     KeyReader(dp, KeyTable(utility), Command, String).read_command(UserTimeout);
 }

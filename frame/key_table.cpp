@@ -8,34 +8,29 @@ using namespace velda::frame;
 
 namespace velda::frame {
 
-void KeyTable::clear() const
-{
+void KeyTable::clear() const {
     for (int element = 1; element <= KeyTableElements; ++element) (*this)[static_cast<KeyTableElement>(element)] = "";
 }
 
-void KeyTable::add(std::string_view sequence, const VAR &code) const
-{
+void KeyTable::add(std::string_view sequence, const VAR &code) const {
     // By number and not by appending: an empty first element would make the two lists differ in length.
     const int position = entries() + 1;
     (*this)[KeySequences](position) = sequence;
     (*this)[KeyCodes](position) = code;
 }
 
-void KeyTable::remove_at(int position) const
-{
+void KeyTable::remove_at(int position) const {
     (*this)[KeySequences].remove(position);
     (*this)[KeyCodes].remove(position);
 }
 
-void KeyTable::remove_code(const VAR &code) const
-{
+void KeyTable::remove_code(const VAR &code) const {
     while (const auto position = locate(code, (*this)[KeyCodes])) remove_at(*position);
 }
 
 bool KeyTable::holds(std::string_view sequence) const { return locate(sequence, (*this)[KeySequences]).found; }
 
-std::optional<VAR> KeyTable::code_of(std::string_view sequence) const
-{
+std::optional<VAR> KeyTable::code_of(std::string_view sequence) const {
     const auto position = locate(sequence, (*this)[KeySequences]);
     if (!position) return std::nullopt;
     return VAR((*this)[KeyCodes](*position));
@@ -43,15 +38,13 @@ std::optional<VAR> KeyTable::code_of(std::string_view sequence) const
 
 int KeyTable::entries() const { return dcount((*this)[KeyCodes], AM); }
 
-TerminalKeys::TerminalKeys()
-{
+TerminalKeys::TerminalKeys() {
     const VAR capabilities = system_number(SystemKeyCapabilities);
     names_ = change(capabilities(1), VM, AM);
     sequences_ = change(capabilities(2), VM, AM);
 }
 
-VAR TerminalKeys::sequence_of(std::string_view name) const
-{
+VAR TerminalKeys::sequence_of(std::string_view name) const {
     const auto position = locate(name, names_);
     return position ? VAR(sequences_(*position)) : VAR("");
 }
@@ -69,9 +62,9 @@ struct TableRow {
 constexpr TableRow FixedKeys[] = {{"\x1B[A", 22}, {"\x1B[B", 23}, {"\x1B[C", 24}, {"\x1B[D", 25}};
 
 constexpr TableRow CapabilityKeys[] = {
-    {"key_ic", 12},    {"key_eol", 7},    {"key_end", 4},        {"key_home", 2}, {"back_tab", 18},
-    {"key_up", 22},    {"key_down", 23},  {"key_right", 24},     {"key_left", 25}, {"key_backspace", 36},
-    {"key_sf", 29},    {"key_sr", 28},    {"key_ppage", 30},     {"key_npage", 31},
+    {"key_ic", 12}, {"key_eol", 7},   {"key_end", 4},    {"key_home", 2},   {"back_tab", 18},
+    {"key_up", 22}, {"key_down", 23}, {"key_right", 24}, {"key_left", 25},  {"key_backspace", 36},
+    {"key_sf", 29}, {"key_sr", 28},   {"key_ppage", 30}, {"key_npage", 31},
 };
 constexpr int FunctionKeys = 32;
 constexpr int FirstFunctionKeyCode = 41;
@@ -85,9 +78,9 @@ enum class AddWhen {
 
 // Where a control key's bytes come from.
 enum class KeySource {
-    Byte,             // the byte itself
-    ControlOf,        // the control character of a byte
-    AtVariable,       // an @-variable
+    Byte,        // the byte itself
+    ControlOf,   // the control character of a byte
+    AtVariable,  // an @-variable
     AtVariableTwice
 };
 
@@ -126,14 +119,12 @@ constexpr ControlKeyRow ControlKeys[] = {
     {KeySource::Byte, 127, 37, AddWhen::NewFirstByte},
 };
 
-void add_capability(const KeyTable &table, const TerminalKeys &terminal, std::string_view name, int code)
-{
+void add_capability(const KeyTable &table, const TerminalKeys &terminal, std::string_view name, int code) {
     const VAR sequence = terminal.sequence_of(name);
     if (!sequence.empty()) table.add(sequence.view(), code);
 }
 
-void add_terminal_keys(const KeyTable &table, const TerminalKeys &terminal)
-{
+void add_terminal_keys(const KeyTable &table, const TerminalKeys &terminal) {
     for (const TableRow &row : FixedKeys) table.add(row.key, row.code);
     for (const TableRow &row : CapabilityKeys) add_capability(table, terminal, row.key, row.code);
     for (int key = 0; key < FunctionKeys; ++key)
@@ -141,37 +132,40 @@ void add_terminal_keys(const KeyTable &table, const TerminalKeys &terminal)
     for (const TableRow &row : CapabilityKeysAfterFunctionKeys) add_capability(table, terminal, row.key, row.code);
 }
 
-VAR control_key_sequence(const ControlKeyRow &row)
-{
+VAR control_key_sequence(const ControlKeyRow &row) {
     const VAR byte = chr(row.value);
     switch (row.source) {
-        case KeySource::Byte: return byte;
-        case KeySource::ControlOf: return control(byte);
-        case KeySource::AtVariable: return at_variable(row.value);
-        case KeySource::AtVariableTwice: return cat(at_variable(row.value), at_variable(row.value));
+        case KeySource::Byte:
+            return byte;
+        case KeySource::ControlOf:
+            return control(byte);
+        case KeySource::AtVariable:
+            return at_variable(row.value);
+        case KeySource::AtVariableTwice:
+            return cat(at_variable(row.value), at_variable(row.value));
     }
     return "";
 }
 
-std::string first_bytes(const KeyTable &table)
-{
+std::string first_bytes(const KeyTable &table) {
     std::string bytes;
     for (int entry = 1; entry <= table.entries(); ++entry) bytes += table[KeySequences](entry).view().substr(0, 1);
     return bytes;
 }
 
-bool may_add(const KeyTable &table, const std::string &taken_bytes, const VAR &sequence, AddWhen when)
-{
+bool may_add(const KeyTable &table, const std::string &taken_bytes, const VAR &sequence, AddWhen when) {
     switch (when) {
-        case AddWhen::Always: return true;
-        case AddWhen::NewFirstByte: return taken_bytes.find(sequence.view().front()) == std::string::npos;
-        case AddWhen::NewSequence: return !table.holds(sequence.view());
+        case AddWhen::Always:
+            return true;
+        case AddWhen::NewFirstByte:
+            return taken_bytes.find(sequence.view().front()) == std::string::npos;
+        case AddWhen::NewSequence:
+            return !table.holds(sequence.view());
     }
     return false;
 }
 
-void add_control_keys(const KeyTable &table)
-{
+void add_control_keys(const KeyTable &table) {
     const std::string taken_bytes = first_bytes(table);
     for (const ControlKeyRow &row : ControlKeys) {
         const VAR sequence = control_key_sequence(row);
@@ -179,16 +173,13 @@ void add_control_keys(const KeyTable &table)
     }
 }
 
-bool types_text(std::string_view sequence)
-{
+bool types_text(std::string_view sequence) {
     const VAR byte = sequence.substr(0, 1);
-    return is_type(byte, VELDA_IS_PRINTABLE) && !is_type(byte, VELDA_IS_CONTROL) &&
-           !is_type(byte, VELDA_IS_SPACE);
+    return is_type(byte, VELDA_IS_PRINTABLE) && !is_type(byte, VELDA_IS_CONTROL) && !is_type(byte, VELDA_IS_SPACE);
 }
 
 // A sequence that begins with a printable byte would make that character impossible to type.
-void purge_printable(const KeyTable &table)
-{
+void purge_printable(const KeyTable &table) {
     for (int entry = 1; entry <= table.entries();) {
         if (types_text(table[KeySequences](entry).view()))
             table.remove_at(entry);
@@ -197,8 +188,7 @@ void purge_printable(const KeyTable &table)
     }
 }
 
-void add_prefixes(const KeyTable &table)
-{
+void add_prefixes(const KeyTable &table) {
     const int full_sequences = table.entries();
     for (int entry = 1; entry <= full_sequences; ++entry) {
         const std::string sequence = VAR(table[KeySequences](entry)).str();
@@ -210,8 +200,7 @@ void add_prefixes(const KeyTable &table)
 }
 
 // Stacked data stands before the terminal: it is taken now, so that keys can be read one by one from it.
-void take_stacked_data(const KeyTable &table)
-{
+void take_stacked_data(const KeyTable &table) {
     table[KeyStackedData] = stacked_data();
     if (!table[KeyStackedData]) return;
     const PromptScope no_prompt("");
@@ -225,8 +214,7 @@ void take_stacked_data(const KeyTable &table)
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDACommandInit)
-{
+VBC_SUBROUTINE(VELDACommandInit) {
     const UtilityCommon utility(dp);
     const KeyTable table(utility);
     const TerminalKeys terminal;

@@ -13,11 +13,11 @@ namespace velda::frame {
 
 // Elements of CommandXref, from 1.
 enum KeyTableElement : int {
-    KeySequences = 1,     // one attribute each
-    KeyCodes = 2,         // the code of the sequence at the same position, or PrefixCode
-    KeySettings = 3,      // name SVM value, one attribute each
-    KeyTypeAhead = 4,     // bytes to be delivered first
-    KeyStackedData = 5,   // true when stacked data was present at initialisation
+    KeySequences = 1,    // one attribute each
+    KeyCodes = 2,        // the code of the sequence at the same position, or PrefixCode
+    KeySettings = 3,     // name SVM value, one attribute each
+    KeyTypeAhead = 4,    // bytes to be delivered first
+    KeyStackedData = 5,  // true when stacked data was present at initialisation
     KeyTableElements = 10
 };
 
@@ -29,7 +29,9 @@ class KeyTable {
   public:
     explicit KeyTable(const UtilityCommon &utility) : utility_(utility) {}
 
-    VAR &operator[](KeyTableElement element) const { return utility_[static_cast<UtilityCell>(static_cast<int>(CommandXref) + element - 1)]; }
+    VAR &operator[](KeyTableElement element) const {
+        return utility_[static_cast<UtilityCell>(static_cast<int>(CommandXref) + element - 1)];
+    }
 
     void clear() const;
     // Adds a sequence at the end. Where two entries share a sequence the first one wins.

@@ -11,7 +11,7 @@ constexpr int AllRecordsSetting = 34;  // a command with no list acts on all rec
 // Values of Result.
 constexpr int NoMoreRecords = 0;
 constexpr int RecordRead = 1;
-constexpr int RecordReadUnlocked = 2;      // another port holds the lock
+constexpr int RecordReadUnlocked = 2;  // another port holds the lock
 constexpr int RecordMissing = -1;
 constexpr int RecordMissingUnlocked = -2;  // another port holds the lock
 constexpr int FileNotOpened = -3;
@@ -28,15 +28,13 @@ bool has_flag(const VAR &commandflags, char flag) { return commandflags.view().f
 bool names_dictionary(const VAR &word) { return upcase(word) == "DICT"; }
 
 // Looks whether the first operand, or "DICT" and the one after it, is a file. The operands stay where they are.
-VAR first_operand_as_file(const VAR &operands)
-{
+VAR first_operand_as_file(const VAR &operands) {
     if (!names_dictionary(operands(1))) return operands(1);
     return cat("DICT ", operands(2));
 }
 
 // Takes the file's name off the operands.
-VAR take_file_operand(VAR &operands)
-{
+VAR take_file_operand(VAR &operands) {
     VAR name = operands(1);
     operands.remove(1);
     if (name.empty()) stop(NoFileName);
@@ -48,16 +46,14 @@ VAR take_file_operand(VAR &operands)
 }
 
 // A line of stacked data, read so that nothing of it shows.
-VAR read_stacked_line()
-{
+VAR read_stacked_line() {
     const EchoOff echo_off;
     VAR line;
     input(line, {.flags = VELDA_INPUT_NO_NEWLINE});
     return line;
 }
 
-VAR ask_for_keys(const VAR &commandflags)
-{
+VAR ask_for_keys(const VAR &commandflags) {
     if (stacked_data()) return read_stacked_line();
     if (!has_flag(commandflags, AlwaysPrompt) && emulation(AllRecordsSetting)) return "*";
     VAR line;
@@ -67,8 +63,7 @@ VAR ask_for_keys(const VAR &commandflags)
 }
 
 // With no operands left the list is the saved one, or what the operator answers.
-void find_list(const UtilityCommon &utility, const VAR &commandflags)
-{
+void find_list(const UtilityCommon &utility, const VAR &commandflags) {
     velda::SelectList saved;
     if (saved.get_saved("")) {
         utility[UtilityCell::SelectList] = saved.cell();
@@ -80,8 +75,7 @@ void find_list(const UtilityCommon &utility, const VAR &commandflags)
     operands = convert(trim(operands), " ", AM);
 }
 
-void select_operands(const UtilityCommon &utility)
-{
+void select_operands(const UtilityCommon &utility) {
     const VAR &operands = utility[CommandArgs];
     if (operands.empty()) return;
     const bool whole_file = utility[FileModeVelda] && operands == "*";
@@ -90,8 +84,7 @@ void select_operands(const UtilityCommon &utility)
 }
 
 // Sets the walk up. False, with the file's name, when the command requires a file that cannot be opened.
-bool start_walk(const UtilityCommon &utility, VAR &FileName, const VAR &commandflags)
-{
+bool start_walk(const UtilityCommon &utility, VAR &FileName, const VAR &commandflags) {
     call_on_exit("VELDAUtilityExit");
     const VAR AutoName = first_operand_as_file(utility[CommandArgs]);
     utility[FileModeVelda] = 0;
@@ -111,8 +104,7 @@ bool start_walk(const UtilityCommon &utility, VAR &FileName, const VAR &commandf
 }
 
 // Without a file operand a key may carry the path of its file.
-void split_path(VAR &RecordKey, VAR &FileName)
-{
+void split_path(VAR &RecordKey, VAR &FileName) {
     const std::string path = RecordKey.str();
     const std::size_t separator = path.rfind('\\');
     if (separator == std::string::npos) {
@@ -125,8 +117,7 @@ void split_path(VAR &RecordKey, VAR &FileName)
 }
 
 // Opens the file of the record unless it is the one of the record before.
-bool open_file_of_record(const UtilityCommon &utility, const VAR &FileName)
-{
+bool open_file_of_record(const UtilityCommon &utility, const VAR &FileName) {
     if (FileName.view() == utility[PreviousFileName].view()) return true;
     if (!FileWords(utility[PreviousFileDSCB]).open(FileName)) {
         utility[PreviousFileName] = "";
@@ -136,8 +127,7 @@ bool open_file_of_record(const UtilityCommon &utility, const VAR &FileName)
     return true;
 }
 
-int read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t LockFlag)
-{
+int read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t LockFlag) {
     if (LockFlag != LockAndWait && LockFlag != LockWithoutWaiting)
         return file.read(Record, key) ? RecordRead : RecordMissing;
     LockedRecord locked = LockFlag == LockAndWait ? file.read_locked(key) : file.try_read_locked(key);
@@ -148,15 +138,13 @@ int read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t Lock
 
 }  // namespace
 
-VAR frame::without_quotes(const VAR &key)
-{
+VAR frame::without_quotes(const VAR &key) {
     const std::string_view text = key.view();
     const bool quoted = (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
     return quoted ? key.substring(2, -2) : key;
 }
 
-VBC_SUBROUTINE(VELDANextRecord, LockFlag, Result, Record, FileName, RecordKey, commandflags)
-{
+VBC_SUBROUTINE(VELDANextRecord, LockFlag, Result, Record, FileName, RecordKey, commandflags) {
     const UtilityCommon utility(dp);
     Result = 0;
     Record = "";

@@ -17,8 +17,7 @@ int random_number(int limit) { return to_int(random_below(limit)); }
 
 char random_letter() { return Alphabet[random_number(static_cast<int>(Alphabet.size()))]; }
 
-VAR random_letters(int count)
-{
+VAR random_letters(int count) {
     VAR letters;
     for (int drawn = 0; drawn < count; ++drawn) append_text(letters, random_letter());
     return letters;
@@ -26,8 +25,7 @@ VAR random_letters(int count)
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDARandomRecord, record, key)
-{
+VBC_SUBROUTINE(VELDARandomRecord, record, key) {
     record = "";
     record(1) = random_number(LargeNumberBound);
     record(2) = format(random_number(LargeNumberBound), "R%12");

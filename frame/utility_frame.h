@@ -42,11 +42,11 @@ enum UtilityCell : int {
     ReservedVutil2 = 88,
     ExecuteArgs = 89,
     CurrentCommandMode = 90,
-    EchoFlag = 91,           // keeps SYSTEM(3024) while a command changes the echo
-    OptionsPrompt = 92,      // 92 to 99 are the shell's options, 95 to 99 free
+    EchoFlag = 91,       // keeps SYSTEM(3024) while a command changes the echo
+    OptionsPrompt = 92,  // 92 to 99 are the shell's options, 95 to 99 free
     OptionsShellType = 93,
     OptionsPromptSec = 94,
-    UtilityCells = 100       // size of the block
+    UtilityCells = 100  // size of the block
 };
 
 // Cells of VELDAFileLock, the port report's block, in the order of its request and result.
@@ -64,9 +64,9 @@ enum FileLockCell : int {
 
 // Numbers of SYSTEM() that the frame and the commands on it read.
 enum SystemNumber : int {
-    SystemActiveListLength = 11,   // keys left in the active select list, 0 when there is none
-    SystemCommandLine = 1000,      // attribute 1 the command's name, then its arguments
-    SystemKeyCapabilities = 1005   // the terminal's keys: names in attribute 1, sequences in attribute 2
+    SystemActiveListLength = 11,  // keys left in the active select list, 0 when there is none
+    SystemCommandLine = 1000,     // attribute 1 the command's name, then its arguments
+    SystemKeyCapabilities = 1005  // the terminal's keys: names in attribute 1, sequences in attribute 2
 };
 
 // The block VELDA_dUtil, attached for the length of a subroutine.
@@ -82,8 +82,7 @@ class UtilityCommon {
     VAR &option_values(char letter) const { return block_[OptionNum + place_of(letter)]; }
 
   private:
-    static int place_of(char letter)
-    {
+    static int place_of(char letter) {
         assert(letter >= 'A' && letter <= 'Z');
         return letter - 'A';
     }
@@ -104,23 +103,24 @@ VAR without_quotes(const VAR &key);
 extern "C" {
 
 // Takes a command's words apart: `Args`, one attribute each without the command's name, into options and operands in
-// VELDA_dUtil. `Help` is the help text, one line per attribute. Ends the command when help was asked for. Letters "VVV".
+// VELDA_dUtil. `Help` is the help text, one line per attribute. Ends the command when help was asked for. Letters
+// "VVV".
 VELDA_EXPORT void VBC_VELDAInit(DP *dp, const char *letters, VAR *Help, VAR *Args, VAR *Program);
 
 // Take SYSTEM(1000) apart. 1: the words that begin with "-", the last word in parentheses, the rest; no file. 2: also
-// opens the file and makes the select list; the words behind the file's name go to `Operand`, joined by blanks. 3: the file
-// alone. 2 and 3 stop with a message when there is no name or no such file. Letters "VVV", "VVVVVV", "VV".
+// opens the file and makes the select list; the words behind the file's name go to `Operand`, joined by blanks. 3: the
+// file alone. 2 and 3 stop with a message when there is no name or no such file. Letters "VVV", "VVVVVV", "VV".
 VELDA_EXPORT void VBC_VELDAParseCommandLine1(DP *dp, const char *letters, VAR *Options1, VAR *Options2, VAR *Operand);
 VELDA_EXPORT void VBC_VELDAParseCommandLine2(DP *dp, const char *letters, VAR *FileDSCB, VAR *FileName, VAR *Options1,
                                              VAR *Options2, VAR *Operand, VAR *PassList);
 VELDA_EXPORT void VBC_VELDAParseCommandLine3(DP *dp, const char *letters, VAR *FileDSCB, VAR *FileName);
 
 // The next record of the command's list; the first call after VBC_VELDAInit finds file and list. LockFlag: 1 lock and
-// wait, 2 lock without waiting, else no lock. `commandflags`: "F" the first operand must be a file, "P" always prompt for
-// keys. Result: 0 no further records, 1 read, -1 no such record, 2 and -2 the same while another port holds the lock
-// (LockFlag 2), -3 the file `FileName` cannot be opened. Letters "VVVVVV".
-VELDA_EXPORT void VBC_VELDANextRecord(DP *dp, const char *letters, VAR *LockFlag, VAR *Result, VAR *Record, VAR *FileName,
-                                      VAR *RecordKey, VAR *commandflags);
+// wait, 2 lock without waiting, else no lock. `commandflags`: "F" the first operand must be a file, "P" always prompt
+// for keys. Result: 0 no further records, 1 read, -1 no such record, 2 and -2 the same while another port holds the
+// lock (LockFlag 2), -3 the file `FileName` cannot be opened. Letters "VVVVVV".
+VELDA_EXPORT void VBC_VELDANextRecord(DP *dp, const char *letters, VAR *LockFlag, VAR *Result, VAR *Record,
+                                      VAR *FileName, VAR *RecordKey, VAR *commandflags);
 
 // The exit handler of the record walk: closes its file and clears the port report's answer. Letters "V".
 VELDA_EXPORT void VBC_VELDAUtilityExit(DP *dp, const char *letters, VAR *parm1);

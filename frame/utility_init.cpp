@@ -9,11 +9,11 @@ namespace {
 // What one walk over an option string has found so far; the string shrinks from the front.
 class OptionParser {
   public:
-    OptionParser(const UtilityCommon &utility, std::string_view word) : utility_(utility), rest_(without_brackets(word)) {}
+    OptionParser(const UtilityCommon &utility, std::string_view word)
+        : utility_(utility), rest_(without_brackets(word)) {}
 
     // Sets the flags and values in the block. True when the string asked for help.
-    bool parse()
-    {
+    bool parse() {
         bool help_asked = false;
         while (!rest_.empty()) {
             const char byte = take();
@@ -24,24 +24,21 @@ class OptionParser {
     }
 
   private:
-    static std::string_view without_brackets(std::string_view word)
-    {
+    static std::string_view without_brackets(std::string_view word) {
         word.remove_prefix(1);
         if (word.ends_with(')')) word.remove_suffix(1);
         return word;
     }
 
-    char take()
-    {
+    char take() {
         const char byte = rest_.front();
         rest_.remove_prefix(1);
         return byte;
     }
 
-    // The values that follow a letter: every letter and digit behind it belongs to them, so "AB" is A with the value "B".
-    // Several options are several words, or have another byte between them.
-    void store_option(char letter)
-    {
+    // The values that follow a letter: every letter and digit behind it belongs to them, so "AB" is A with the value
+    // "B". Several options are several words, or have another byte between them.
+    void store_option(char letter) {
         utility_.option(letter) = 1;
         int position = 1;
         std::string value;
@@ -61,32 +58,28 @@ class OptionParser {
     std::string_view rest_;
 };
 
-void clear_options(const UtilityCommon &utility)
-{
+void clear_options(const UtilityCommon &utility) {
     for (const char letter : Alphabet) {
         utility.option(letter) = 0;
         utility.option_values(letter) = "";
     }
 }
 
-bool parse_option_word(const UtilityCommon &utility, int position)
-{
+bool parse_option_word(const UtilityCommon &utility, int position) {
     const VAR word = utility[CommandArgs](position);
     utility[CommandArgs].remove(position);
     return OptionParser(utility, word.view()).parse();
 }
 
 // Dash options count only before the first operand.
-bool take_dash_options(const UtilityCommon &utility)
-{
+bool take_dash_options(const UtilityCommon &utility) {
     bool help_asked = false;
     while (utility[CommandArgs](1).view().starts_with('-')) help_asked |= parse_option_word(utility, 1);
     return help_asked;
 }
 
 // Options in parentheses may stand anywhere among the operands.
-bool take_parenthesised_options(const UtilityCommon &utility)
-{
+bool take_parenthesised_options(const UtilityCommon &utility) {
     bool help_asked = false;
     int position = 1;
     for (int left = dcount(utility[CommandArgs], AM); left > 0; --left) {
@@ -98,16 +91,14 @@ bool take_parenthesised_options(const UtilityCommon &utility)
     return help_asked;
 }
 
-void reset_record_walk(const UtilityCommon &utility)
-{
+void reset_record_walk(const UtilityCommon &utility) {
     utility[RecordsProcessed] = -1;
     utility[PreviousFileName] = "";
     utility[PreviousFileDSCB] = "";
     utility[UtilityCell::SelectList] = "";
 }
 
-void show_help(const UtilityCommon &utility)
-{
+void show_help(const UtilityCommon &utility) {
     crt_line("Help for program ", utility[ProgramName]);
     crt_line();
     if (utility[HelpScreen].empty()) crt_line("No help available.");
@@ -117,8 +108,7 @@ void show_help(const UtilityCommon &utility)
 
 }  // namespace
 
-VBC_SUBROUTINE(VELDAInit, Help, Args, Program)
-{
+VBC_SUBROUTINE(VELDAInit, Help, Args, Program) {
     const UtilityCommon utility(dp);
     utility[CommandArgs] = Args;
     utility[ProgramName] = Program;

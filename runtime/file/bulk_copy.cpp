@@ -48,21 +48,21 @@ using namespace velda::file;
 struct VELDABulkCopy {
   public:
     VELDABulkCopy(DP *dp, const VAR &source, const VAR &target)
-        : dp_(dp), source_(dp, source), target_(dp, target), bytes_(std::make_unique_for_overwrite<char[]>(BatchBytes))
-    {
+        : dp_(dp),
+          source_(dp, source),
+          target_(dp, target),
+          bytes_(std::make_unique_for_overwrite<char[]>(BatchBytes)) {
         if (!source_.content) stop_with(source_, Action::Read, "", not_open_error());
         if (!target_.content) stop_with(target_, Action::Write, "", not_open_error());
         one_file_ = source_.content->file->identity() == target_.content->file->identity();
     }
 
-    int read(VAR &record, const VAR &key)
-    {
+    int read(VAR &record, const VAR &key) {
         if (removing_side().will_exist.contains(key.view())) flush();
         return VLibFNEWREAD_IIBBBIB(dp_, 0, &source_.cell, &record, &key, 0, nullptr);
     }
 
-    bool target_has(std::string_view key)
-    {
+    bool target_has(std::string_view key) {
         if (const auto waits = target_.will_exist.find(key); waits != target_.will_exist.end()) return waits->second;
         if (!check_key(key)) return false;
         const auto found = target_.content->file->exists(key);
@@ -73,15 +73,13 @@ struct VELDABulkCopy {
     void write(std::string_view key, std::string_view record) { add(target_, {key, record}); }
     void remove(std::string_view key) { add(removing_side(), {key, std::nullopt}); }
 
-    void flush()
-    {
+    void flush() {
         make_updates();
         poll_interrupt(dp_);
     }
 
     // At the end of a copy that was broken off: what the caller reported as copied is copied.
-    void finish()
-    {
+    void finish() {
         try {
             make_updates();
         } catch (const CommandStop &) {
@@ -93,13 +91,11 @@ struct VELDABulkCopy {
     // Deletes of source records wait behind the writes when both are one file, in the order of the statements.
     Side &removing_side() { return one_file_ ? target_ : source_; }
 
-    void stop_with(const Side &side, Action action, std::string_view key, const Error &error) const
-    {
+    void stop_with(const Side &side, Action action, std::string_view key, const Error &error) const {
         fail({dp_, 0, nullptr}, action, side.path(), key, error);
     }
 
-    void add(Side &side, const store::Update &update)
-    {
+    void add(Side &side, const store::Update &update) {
         auto possible = check_key(update.key);
         if (possible && update.record) possible = check_record(*update.record);
         if (!possible) {
@@ -115,16 +111,14 @@ struct VELDABulkCopy {
         if (side.updates.size() >= BatchUpdates) flush();
     }
 
-    std::string_view keep_bytes(std::string_view bytes)
-    {
+    std::string_view keep_bytes(std::string_view bytes) {
         char *const kept = bytes_.get() + used_;
         std::memcpy(kept, bytes.data(), bytes.size());
         used_ += bytes.size();
         return {kept, bytes.size()};
     }
 
-    void keep(Side &side, store::Update update)
-    {
+    void keep(Side &side, store::Update update) {
         update.key = keep_bytes(update.key);
         if (update.record) update.record = keep_bytes(*update.record);
         side.updates.push_back(update);
@@ -133,8 +127,7 @@ struct VELDABulkCopy {
     }
 
     // Target first: a record that moves is at no instant in neither file.
-    void make_updates()
-    {
+    void make_updates() {
         Updates writes = take_updates(target_);
         Updates removals = take_updates(source_);
         const auto writes_before_removal = std::exchange(writes_before_removal_, {});
@@ -146,23 +139,22 @@ struct VELDABulkCopy {
             return;
         }
         // Of the removals only those whose write came before the one at fault.
-        removals.resize(std::ranges::count_if(writes_before_removal, [=](std::size_t before) { return before <= written; }));
+        removals.resize(
+            std::ranges::count_if(writes_before_removal, [=](std::size_t before) { return before <= written; }));
         make_all(source_, removals);
         make_or_stop(target_, writes[written]);
     }
 
     using Updates = std::vector<store::Update>;
 
-    static Updates take_updates(Side &side)
-    {
+    static Updates take_updates(Side &side) {
         side.will_exist.clear();
         return std::exchange(side.updates, {});
     }
 
     // Makes the updates in order, in one commit if that succeeds. How many were made: all, or those before the one at
     // fault.
-    std::size_t make_all(const Side &side, const Updates &updates) const
-    {
+    std::size_t make_all(const Side &side, const Updates &updates) const {
         if (updates.empty()) return 0;
         if (side.content->file->apply(updates, side.content->write_mode)) {
             for (const store::Update &update : updates) release_lock(side, update.key);
@@ -174,8 +166,7 @@ struct VELDABulkCopy {
     }
 
     // Makes one update; the error when that fails.
-    std::optional<Error> make_one(const Side &side, const store::Update &update) const
-    {
+    std::optional<Error> make_one(const Side &side, const store::Update &update) const {
         store::OpenFile &file = *side.content->file;
         if (update.record) {
             if (const auto written = file.write(update.key, *update.record, side.content->write_mode); !written)
@@ -187,14 +178,12 @@ struct VELDABulkCopy {
         return std::nullopt;
     }
 
-    void make_or_stop(const Side &side, const store::Update &update) const
-    {
+    void make_or_stop(const Side &side, const store::Update &update) const {
         if (const auto failure = make_one(side, update)) stop_with(side, action_of(update), update.key, *failure);
     }
 
     // As a write or delete statement does.
-    void release_lock(const Side &side, std::string_view key) const
-    {
+    void release_lock(const Side &side, std::string_view key) const {
         unlock_record(dp_, side.content->file->identity(), key);
     }
 
@@ -207,8 +196,7 @@ struct VELDABulkCopy {
     std::vector<std::size_t> writes_before_removal_;  // for each removal from the source, when it is another file
 };
 
-VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target)
-{
+VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target) {
     return new VELDABulkCopy(dp, *source, *target);
 }
 
@@ -216,8 +204,7 @@ int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key) { ret
 
 int velda_bulk_copy_target_has(VELDABulkCopy *copy, const VAR *key) { return copy->target_has(key->view()); }
 
-void velda_bulk_copy_write(VELDABulkCopy *copy, const VAR *key, const VAR *record)
-{
+void velda_bulk_copy_write(VELDABulkCopy *copy, const VAR *key, const VAR *record) {
     copy->write(key->view(), record->view());
 }
 
@@ -225,8 +212,7 @@ void velda_bulk_copy_remove(VELDABulkCopy *copy, const VAR *key) { copy->remove(
 
 void velda_bulk_copy_flush(VELDABulkCopy *copy) { copy->flush(); }
 
-void velda_bulk_copy_end(VELDABulkCopy *copy)
-{
+void velda_bulk_copy_end(VELDABulkCopy *copy) {
     if (!copy) return;
     copy->finish();
     delete copy;

@@ -203,6 +203,29 @@ class File : public FileWords {
     VAR own_;
 };
 
+// A copy of many records between two files, or to other keys of one: reads and updates as those of FileWords, made in
+// batches. flush() makes those that wait; one that is not called is made up for at the end, also of a command that breaks
+// off.
+class BulkCopy {
+  public:
+    BulkCopy(const FileWords &source, const FileWords &target)
+        : copy_(velda_bulk_copy_begin(velda_getdp(), &source.cell(), &target.cell()))
+    {
+    }
+    ~BulkCopy() { velda_bulk_copy_end(copy_); }
+    BulkCopy(const BulkCopy &) = delete;
+    BulkCopy &operator=(const BulkCopy &) = delete;
+
+    bool read(VAR &record, const Argument &key) { return velda_bulk_copy_read(copy_, &record, key) == 1; }
+    bool target_has(const Argument &key) { return velda_bulk_copy_target_has(copy_, key) != 0; }
+    void write(const Argument &key, const Argument &record) { velda_bulk_copy_write(copy_, key, record); }
+    void remove_source(const Argument &key) { velda_bulk_copy_remove(copy_, key); }
+    void flush() { velda_bulk_copy_flush(copy_); }
+
+  private:
+    VELDABulkCopy *copy_;
+};
+
 // CREATE-FILE and DELETE-FILE with their operands, one an attribute; nullopt when done, else the message.
 inline std::optional<VAR> create_file(const Argument &operands) {
     VAR message;

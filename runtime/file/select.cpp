@@ -4,6 +4,7 @@
 
 #include "runtime/file/select_list.h"
 #include "runtime/file/statement.h"
+#include "runtime/process/system_numbers.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -66,6 +67,8 @@ void store_key(VAR &target, const VAR &list, std::string_view key) {
     else
         target = key;
 }
+
+const SystemNumberProvider ActiveListLength(11, [](DP *dp, VAR &target) { target = VRunCountDefaultSel(dp); });
 
 }  // namespace
 }  // namespace velda::file

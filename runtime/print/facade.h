@@ -12,8 +12,8 @@ inline void print_item(DP *dp, int unit, const VAR &item) { VLibFPRINT_VIB(dp, u
 
 // PRINT ON unit a, b, c: with no new line behind.
 template <class... Items>
-void print_on(int unit, const Items &...items) {
-    DP *const dp = velda_getdp();
+void print_on([[maybe_unused]] int unit, const Items &...items) {
+    [[maybe_unused]] DP *const dp = velda_getdp();
     (detail::print_item(dp, unit, items), ...);
 }
 

@@ -11,22 +11,20 @@ using namespace velda::test;
 namespace {
 
 // One call's answer as "RESULT FILE KEY RECORD", with visible marks.
-std::string next(DP *dp, int lock = 0, const char *flags = "")
-{
+std::string next(DP *dp, int lock = 0, const char *flags = "") {
     VAR LockFlag = lock, Result = "old", Record = "old", FileName = "old", RecordKey = "old", commandflags = flags;
     VBC_VELDANextRecord(dp, "VVVVVV", &LockFlag, &Result, &Record, &FileName, &RecordKey, &commandflags);
     return Result.str() + " " + FileName.str() + " " + RecordKey.str() + " " + shown(Record.view());
 }
 
-void init(DP *dp, std::string_view visible_words)
-{
-    VAR Help, Args = marks(visible_words), Program = "WALK";
+// Words divided by ^; backslashes stand for themselves.
+void init(DP *dp, const std::string &words) {
+    VAR Help, Args = convert(words, "^", AM), Program = "WALK";
     VBC_VELDAInit(dp, "VVV", &Help, &Args, &Program);
 }
 
 // A command that shows every answer of its walk, one a line.
-Program walk(std::string words, int lock = 0, std::string flags = "", std::vector<std::string> stacked = {})
-{
+Program walk(std::string words, int lock = 0, std::string flags = "", std::vector<std::string> stacked = {}) {
     return command(
         "WALK",
         [=](DP *dp) {
@@ -44,8 +42,7 @@ std::string output_of(const Program &program) { return run_on_pipes("", program)
 
 class NextRecord : public InScratchDirectory {
   protected:
-    NextRecord()
-    {
+    NextRecord() {
         make_file("MYFILE");
         put("MYFILE", "K1", "one^1");
         put("MYFILE", "K2", "two");
@@ -58,64 +55,54 @@ class NextRecord : public InScratchDirectory {
     }
 };
 
-TEST_F(NextRecord, ReadsTheKeysOfTheFirstOperandsFile)
-{
+TEST_F(NextRecord, ReadsTheKeysOfTheFirstOperandsFile) {
     EXPECT_EQ(output_of(walk("MYFILE^K2^K1")), "1 MYFILE K2 two\n1 MYFILE K1 one^1\n0   \n");
 }
 
-TEST_F(NextRecord, TellsThatARecordDoesNotExist)
-{
+TEST_F(NextRecord, TellsThatARecordDoesNotExist) {
     EXPECT_EQ(output_of(walk("MYFILE^NONE^K1")), "-1 MYFILE NONE \n1 MYFILE K1 one^1\n0   \n");
 }
 
-TEST_F(NextRecord, SelectsTheWholeFileForAStar)
-{
+TEST_F(NextRecord, SelectsTheWholeFileForAStar) {
     const std::string output = output_of(walk("MYFILE^*"));
     for (const char *line : {"1 MYFILE K1 one^1\n", "1 MYFILE K2 two\n", "1 MYFILE a b blank\n"})
         EXPECT_NE(output.find(line), std::string::npos) << output;
     EXPECT_TRUE(output.ends_with("\n0   \n"));
 }
 
-TEST_F(NextRecord, TakesTheWordBehindDictWithItsFile)
-{
+TEST_F(NextRecord, TakesTheWordBehindDictWithItsFile) {
     EXPECT_EQ(output_of(walk("DICT^MYFILE^D1")), "1 DICT MYFILE D1 A\n0   \n");
     EXPECT_EQ(output_of(walk("dict^MYFILE^D1")), "1 DICT MYFILE D1 A\n0   \n");
 }
 
-TEST_F(NextRecord, DropsTheQuotesOfAKeyAndKeepsALoneOne)
-{
+TEST_F(NextRecord, DropsTheQuotesOfAKeyAndKeepsALoneOne) {
     put("MYFILE", "'ab", "lone");
     EXPECT_EQ(output_of(walk("MYFILE^'a b'^\"K1\"^'ab^'K2\"")),
               "1 MYFILE a b blank\n1 MYFILE K1 one^1\n1 MYFILE 'ab lone\n-1 MYFILE 'K2\" \n0   \n");
 }
 
-TEST_F(NextRecord, WithoutFileOperandReadsFromTheCurrentDirectory)
-{
+TEST_F(NextRecord, WithoutFileOperandReadsFromTheCurrentDirectory) {
     EXPECT_EQ(output_of(walk("here^gone")), "1 . here text\n-1 . gone \n0   \n");
 }
 
-TEST_F(NextRecord, WithoutFileOperandDividesAKeyAtItsLastBackslash)
-{
+TEST_F(NextRecord, WithoutFileOperandDividesAKeyAtItsLastBackslash) {
     EXPECT_EQ(output_of(walk("dir\\sub\\rec")), "1 dir\\sub rec line1^line2\n0   \n");
 }
 
-TEST_F(NextRecord, TakesAKeyUnderTheRootFromTheFileOfTwoBackslashes)
-{
+TEST_F(NextRecord, TakesAKeyUnderTheRootFromTheFileOfTwoBackslashes) {
     EXPECT_EQ(output_of(walk("\\no-such-record")), "-1 \\\\ no-such-record \n0   \n");
 }
 
-TEST_F(NextRecord, TellsWhichFileOfAKeyCannotBeOpenedAndGoesOn)
-{
+TEST_F(NextRecord, TellsWhichFileOfAKeyCannotBeOpenedAndGoesOn) {
     std::string answers;
     run_command("WALK", [&](DP *dp) {
         init(dp, "none\\rec^here");
-        answers = next(dp) + "|" + next(dp) + "|" + next(dp);
+        for (int call = 0; call < 3; ++call) answers += next(dp) + "|";
     });
-    EXPECT_EQ(answers, "-3 none rec |1 . here text|0   ");
+    EXPECT_EQ(answers, "-3 none rec |1 . here text|0   |");
 }
 
-TEST_F(NextRecord, OpensTheFileOfKeysInOneDirectoryOnce)
-{
+TEST_F(NextRecord, OpensTheFileOfKeysInOneDirectoryOnce) {
     std::string answers;
     run_command("WALK", [&](DP *dp) {
         init(dp, "dir\\sub\\rec^dir\\sub\\two^here");
@@ -132,16 +119,14 @@ TEST_F(NextRecord, OpensTheFileOfKeysInOneDirectoryOnce)
     EXPECT_EQ(answers, "1 dir\\sub rec line1^line2|1 dir\\sub two 2|1 . here text");
 }
 
-TEST_F(NextRecord, RequiresTheFirstOperandToBeAFileUnderFlagF)
-{
+TEST_F(NextRecord, RequiresTheFirstOperandToBeAFileUnderFlagF) {
     EXPECT_EQ(output_of(walk("NOFILE^K1", 0, "F")), "-3 NOFILE  \n");
     EXPECT_EQ(output_of(walk("DICT^NOFILE^K1", 0, "F")), "-3 DICT NOFILE  \n");
     EXPECT_EQ(output_of(walk("MYFILE^K2", 0, "F")), "1 MYFILE K2 two\n0   \n");
     EXPECT_EQ(output_of(walk("NOFILE", 0, "")), "-1 . NOFILE \n0   \n");
 }
 
-TEST_F(NextRecord, StartsAgainAfterAFileThatCouldNotBeOpened)
-{
+TEST_F(NextRecord, StartsAgainAfterAFileThatCouldNotBeOpened) {
     std::string answers;
     run_command("WALK", [&](DP *dp) {
         init(dp, "LATER^K1");
@@ -153,10 +138,9 @@ TEST_F(NextRecord, StartsAgainAfterAFileThatCouldNotBeOpened)
     EXPECT_EQ(answers, "-3 LATER  |1 LATER K1 now");
 }
 
-TEST_F(NextRecord, TakesTheSavedListBeforeStackedData)
-{
+TEST_F(NextRecord, TakesTheSavedListBeforeStackedData) {
     const auto body = [](DP *dp) {
-        SelectList(marks("K2^K1")).make_default();
+        velda::SelectList(marks("K2^K1")).make_default();
         init(dp, "MYFILE");
         crt_line(next(dp));
         crt_line(next(dp));
@@ -168,15 +152,13 @@ TEST_F(NextRecord, TakesTheSavedListBeforeStackedData)
     EXPECT_EQ(ending.output.substr(0, ending.output.find("0 ")), "1 MYFILE K2 two\n1 MYFILE K1 one^1\n");
 }
 
-TEST_F(NextRecord, ReadsItsKeysFromStackedDataWithoutShowingThem)
-{
+TEST_F(NextRecord, ReadsItsKeysFromStackedDataWithoutShowingThem) {
     EXPECT_EQ(output_of(walk("MYFILE", 0, "", {"  K2   K1 "})), "1 MYFILE K2 two\n1 MYFILE K1 one^1\n0   \n");
     EXPECT_EQ(output_of(walk("MYFILE", 0, "P", {"K2"})), "1 MYFILE K2 two\n0   \n");
     EXPECT_EQ(output_of(walk("", 0, "", {"here"})), "1 . here text\n0   \n");
 }
 
-TEST_F(NextRecord, RestoresTheEchoAfterStackedData)
-{
+TEST_F(NextRecord, RestoresTheEchoAfterStackedData) {
     for (const bool on : {true, false}) {
         const auto body = [=](DP *dp) {
             init(dp, "MYFILE");
@@ -188,36 +170,34 @@ TEST_F(NextRecord, RestoresTheEchoAfterStackedData)
     }
 }
 
-TEST_F(NextRecord, AsksForKeys)
-{
+TEST_F(NextRecord, AsksForKeys) {
     const Ending ending = run_on_pipes("K1 K2\n", walk("MYFILE"));
     EXPECT_TRUE(ending.output.starts_with("Record Keys : ")) << ending.output;
     EXPECT_TRUE(ending.output.ends_with("1 MYFILE K1 one^1\n1 MYFILE K2 two\n0   \n")) << ending.output;
 }
 
-TEST_F(NextRecord, StopsWhenNoKeysAreGiven)
-{
+TEST_F(NextRecord, StopsWhenNoKeysAreGiven) {
     const Ending ending = run_on_pipes("\n", walk("MYFILE"));
     EXPECT_TRUE(ending.output.ends_with("No record list given\n")) << ending.output;
     EXPECT_EQ(ending.exit_code, 1);
     EXPECT_EQ(run_on_pipes("", walk("MYFILE", 0, "", {""})).exit_code, 1);
 }
 
-TEST_F(NextRecord, TakesAllRecordsWithoutListUnderItsEmulationSettingUnlessItMustAsk)
-{
+TEST_F(NextRecord, TakesAllRecordsWithoutListUnderItsEmulationSettingUnlessItMustAsk) {
     const ScratchDirectory release;
     const auto under_setting = [&](const char *flags, const char *typed) {
-        return run_on_pipes(typed, [&](DP *dp) {
-            use_emulation(release, "no_list_means_all = 1");
-            walk("DICT^MYFILE", 0, flags)(dp);
-        }).output;
+        return run_on_pipes(typed,
+                            [&](DP *dp) {
+                                use_emulation(release, "no_list_means_all = 1");
+                                walk("DICT^MYFILE", 0, flags)(dp);
+                            })
+            .output;
     };
     EXPECT_EQ(under_setting("", ""), "1 DICT MYFILE D1 A\n0   \n");
     EXPECT_TRUE(under_setting("P", "D1\n").starts_with("Record Keys : "));
 }
 
-TEST_F(NextRecord, TakesTheLockThatItIsAskedFor)
-{
+TEST_F(NextRecord, TakesTheLockThatItIsAskedFor) {
     for (const int lock : {1, 2}) {
         run_command("WALK", [&](DP *dp) {
             init(dp, "MYFILE^K1^NEW");
@@ -239,8 +219,7 @@ TEST_F(NextRecord, TakesTheLockThatItIsAskedFor)
     }
 }
 
-TEST_F(NextRecord, TakesNoLockForOtherLockFlags)
-{
+TEST_F(NextRecord, TakesNoLockForOtherLockFlags) {
     run_command("WALK", [&](DP *dp) {
         init(dp, "MYFILE^K1");
         next(dp, 3);
@@ -259,8 +238,7 @@ TEST_F(NextRecord, TakesNoLockForOtherLockFlags)
 // Another process that holds locks on records of MYFILE for as long as this object lives.
 class LockHolder {
   public:
-    explicit LockHolder(std::vector<std::string> keys)
-    {
+    explicit LockHolder(std::vector<std::string> keys) {
         int ready[2];
         if (pipe(ready) != 0 || pipe(hold_) != 0) throw std::runtime_error("no pipe");
         process_ = fork();
@@ -271,7 +249,7 @@ class LockHolder {
             for (const std::string &key : keys) file.read_locked(key);
             if (write(ready[1], "x", 1) != 1) _exit(1);
             char byte;
-            _exit(read(hold_[0], &byte, 1) == 0 ? 0 : 1);
+            _exit(read(hold_[0], &byte, 1) == 1 ? 0 : 1);
         }
         close(hold_[0]);
         close(ready[1]);
@@ -280,9 +258,9 @@ class LockHolder {
         close(ready[0]);
     }
     ~LockHolder() { let_go(); }
-    void let_go()
-    {
+    void let_go() {
         if (process_ < 0) return;
+        EXPECT_EQ(write(hold_[1], "x", 1), 1);
         close(hold_[1]);
         waitpid(process_, nullptr, 0);
         process_ = -1;
@@ -293,16 +271,13 @@ class LockHolder {
     pid_t process_;
 };
 
-TEST_F(NextRecord, TellsOfARecordThatAnotherPortHasLocked)
-{
+TEST_F(NextRecord, TellsOfARecordThatAnotherPortHasLocked) {
     const LockHolder holder({"K1", "NONE"});
-    EXPECT_EQ(output_of(walk("MYFILE^K1^NONE^K2", 2)),
-              "2 MYFILE K1 one^1\n-2 MYFILE NONE \n1 MYFILE K2 two\n0   \n");
+    EXPECT_EQ(output_of(walk("MYFILE^K1^NONE^K2", 2)), "2 MYFILE K1 one^1\n-2 MYFILE NONE \n1 MYFILE K2 two\n0   \n");
     EXPECT_EQ(output_of(walk("MYFILE^K1^NONE", 0)), "1 MYFILE K1 one^1\n-1 MYFILE NONE \n0   \n");
 }
 
-TEST_F(NextRecord, WaitsForALockThatAnotherPortHolds)
-{
+TEST_F(NextRecord, WaitsForALockThatAnotherPortHolds) {
     LockHolder holder({"K1"});
     std::thread release([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -314,8 +289,7 @@ TEST_F(NextRecord, WaitsForALockThatAnotherPortHolds)
     release.join();
 }
 
-TEST_F(NextRecord, LeavesTheFirstCallMarkerAtZero)
-{
+TEST_F(NextRecord, LeavesTheFirstCallMarkerAtZero) {
     run_command("WALK", [&](DP *dp) {
         init(dp, "MYFILE^K1^K2");
         const UtilityCommon utility(dp);
@@ -326,8 +300,7 @@ TEST_F(NextRecord, LeavesTheFirstCallMarkerAtZero)
     });
 }
 
-TEST_F(NextRecord, ClosesItsFileWhenTheCommandEnds)
-{
+TEST_F(NextRecord, ClosesItsFileWhenTheCommandEnds) {
     VAR held;
     run_command("WALK", [&](DP *dp) {
         init(dp, "MYFILE^K1");

@@ -13,8 +13,7 @@ struct Sample {
     VAR record, key;
 };
 
-std::vector<Sample> samples(int count)
-{
+std::vector<Sample> samples(int count) {
     std::vector<Sample> drawn(count);
     run_command("RANDOM", [&](DP *dp) {
         for (Sample &sample : drawn) VBC_VELDARandomRecord(dp, "VV", &sample.record, &sample.key);
@@ -22,8 +21,7 @@ std::vector<Sample> samples(int count)
     return drawn;
 }
 
-TEST(RandomRecord, HasSixAttributesWithinTheirBounds)
-{
+TEST(RandomRecord, HasSixAttributesWithinTheirBounds) {
     const int day = VLibGInternalLocalDate(velda_getdp());
     const int second = VLibGInternalLocalTime(velda_getdp());
     for (const Sample &sample : samples(300)) {
@@ -44,8 +42,7 @@ TEST(RandomRecord, HasSixAttributesWithinTheirBounds)
     }
 }
 
-TEST(RandomRecord, GetsAKeyOfItsLastAttributeAndANumberBelowTenThousand)
-{
+TEST(RandomRecord, GetsAKeyOfItsLastAttributeAndANumberBelowTenThousand) {
     for (const Sample &sample : samples(100)) {
         EXPECT_EQ(field(sample.key, "*", 1).str(), VAR(sample.record(6)).str());
         EXPECT_TRUE(matches(field(sample.key, "*", 2), "1N0N")) << sample.key.str();
@@ -53,8 +50,7 @@ TEST(RandomRecord, GetsAKeyOfItsLastAttributeAndANumberBelowTenThousand)
     }
 }
 
-TEST(RandomRecord, DiffersFromTheOneBefore)
-{
+TEST(RandomRecord, DiffersFromTheOneBefore) {
     std::set<std::string> distinct;
     for (const Sample &sample : samples(50)) distinct.insert(sample.record.str());
     EXPECT_GT(distinct.size(), 45u);

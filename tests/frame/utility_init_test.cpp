@@ -15,8 +15,7 @@ struct Context {
     int exit_code = 0;
 };
 
-std::string given_options(const UtilityCommon &utility)
-{
+std::string given_options(const UtilityCommon &utility) {
     std::string given;
     for (const char letter : Alphabet) {
         if (!utility.option(letter)) continue;
@@ -26,16 +25,14 @@ std::string given_options(const UtilityCommon &utility)
     return given;
 }
 
-void init(DP *dp, std::string_view visible_words, const char *help = "", const char *program = "PROG")
-{
+void init(DP *dp, std::string_view visible_words, const char *help = "", const char *program = "PROG") {
     VAR Help = marks(help);
     VAR Args = marks(visible_words);
     VAR Program = program;
     VBC_VELDAInit(dp, "VVV", &Help, &Args, &Program);
 }
 
-Context parse(std::string_view visible_words)
-{
+Context parse(std::string_view visible_words) {
     Context context;
     context.exit_code = run_command("PROG", [&](DP *dp) {
         init(dp, visible_words);
@@ -54,8 +51,7 @@ struct WordsCase {
 
 class OptionWords : public ::testing::TestWithParam<WordsCase> {};
 
-TEST_P(OptionWords, AreTakenApart)
-{
+TEST_P(OptionWords, AreTakenApart) {
     const Context context = parse(GetParam().words);
     EXPECT_EQ(context.options, GetParam().options) << GetParam().words;
     EXPECT_EQ(context.operands, GetParam().operands) << GetParam().words;
@@ -94,8 +90,7 @@ constexpr WordsCase WordsCases[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Words, OptionWords, ::testing::ValuesIn(WordsCases));
 
-TEST(UtilityInit, FillsTheOtherCellsOfTheBlock)
-{
+TEST(UtilityInit, FillsTheOtherCellsOfTheBlock) {
     run_command("PROG", [](DP *dp) {
         {
             const UtilityCommon utility(dp);
@@ -120,8 +115,7 @@ TEST(UtilityInit, FillsTheOtherCellsOfTheBlock)
     });
 }
 
-TEST(UtilityInit, KeepsTheCellsWhereOtherProgramsFindThem)
-{
+TEST(UtilityInit, KeepsTheCellsWhereOtherProgramsFindThem) {
     run_command("PROG", [](DP *dp) {
         init(dp, "-A1^-Z2^X^Y", "H", "P");
         CommonBlock block("VELDA_dUtil", 100);
@@ -136,27 +130,22 @@ TEST(UtilityInit, KeepsTheCellsWhereOtherProgramsFindThem)
 
 class Help : public ::testing::TestWithParam<const char *> {};
 
-TEST_P(Help, EndsTheCommandWithTheHelpText)
-{
+TEST_P(Help, EndsTheCommandWithTheHelpText) {
     const std::string words = GetParam();
     const Ending ending = run_on_pipes("", command("PROG", [=](DP *dp) {
-        init(dp, words, "usage: PROG file^  more", "PROG");
-        crt_line("not reached");
-    }));
+                                           init(dp, words, "usage: PROG file^  more", "PROG");
+                                           crt_line("not reached");
+                                       }));
     EXPECT_EQ(ending.output, "Help for program PROG\n\nusage: PROG file\n  more\n");
     EXPECT_EQ(ending.exit_code, 0);
 }
 INSTANTIATE_TEST_SUITE_P(Forms, Help, ::testing::Values("?", "-?", "(?)", "-A?", "X^(?^Y"));
 
-TEST(UtilityInit, SaysWhenThereIsNoHelp)
-{
+TEST(UtilityInit, SaysWhenThereIsNoHelp) {
     const Ending ending = run_on_pipes("", command("PROG", [](DP *dp) { init(dp, "?"); }));
     EXPECT_EQ(ending.output, "Help for program PROG\n\nNo help available.\n");
 }
 
-TEST(UtilityInit, TakesAQuestionMarkAmongOperandsAsAnOperand)
-{
-    EXPECT_EQ(parse("FILE^?").operands, "FILE^?");
-}
+TEST(UtilityInit, TakesAQuestionMarkAmongOperandsAsAnOperand) { EXPECT_EQ(parse("FILE^?").operands, "FILE^?"); }
 
 }  // namespace
