@@ -125,6 +125,10 @@ struct Chain {
     std::uint32_t length = 0;
 };
 
+std::size_t blocks_for(const VRunFile &file, std::uint32_t length) {
+    return (std::size_t{length} + room_of_block(file) - 1) / room_of_block(file);
+}
+
 Result<Chain> read_chain(const VRunFile &file, std::int64_t first) {
     Chain chain;
     std::int64_t offset = first;
@@ -139,8 +143,8 @@ Result<Chain> read_chain(const VRunFile &file, std::int64_t first) {
         chain.blocks.push_back(offset);
         offset = vgetlong64(head->next);
     } while (offset != 0);
-    const std::size_t wanted = std::max<std::size_t>(1, (chain.length + room_of_block(file) - 1) / room_of_block(file));
-    if (chain.blocks.size() != wanted) return damaged(file, first, "the link record has the wrong length");
+    if (chain.blocks.size() != blocks_for(file, chain.length))
+        return damaged(file, first, "the link record has the wrong length");
     return chain;
 }
 
@@ -188,7 +192,7 @@ Result<void> give_back_blocks(const VRunFile &file, const std::vector<std::int64
 
 // Makes the chain long enough or short enough; what it no longer needs is in the result.
 Result<std::vector<std::int64_t>> fit_chain(const VRunFile &file, Chain &chain, std::uint32_t length) {
-    const std::size_t wanted = length == 0 ? 0 : (length + room_of_block(file) - 1) / room_of_block(file);
+    const std::size_t wanted = blocks_for(file, length);
     while (chain.blocks.size() < wanted) {
         const auto block = take_block(file);
         if (!block) return block.error();
@@ -239,9 +243,7 @@ int fail(int error) { return result_of(Error{error, {}}); }
 Result<std::int64_t> make_record(VRunFile &file, std::uint32_t length) {
     if (const auto head = ensure_head(file); !head) return head.error();
     Chain chain;
-    // An empty record has a block all the same: its offset is its name.
-    if (const auto spare = fit_chain(file, chain, std::max(length, 1u)); !spare) return spare.error();
-    chain.length = length;
+    if (const auto spare = fit_chain(file, chain, length); !spare) return spare.error();
     if (const auto written = write_content(file, chain, std::string(length, '\0')); !written) return written.error();
     return chain.blocks.front();
 }
@@ -275,7 +277,7 @@ int VRunFileIOFrameRead(DP *, VRunFile *file, int64_t offset, VRunFrame **frame)
 }
 
 int VRunFileIONewLink(DP *, VRunFile *file, uint32_t length, VRunFrame **frame) {
-    if (file->block_size == 0) return fail(EINVAL);
+    if (file->block_size == 0 || length == 0) return fail(EINVAL);
     const auto offset = make_record(*file, length);
     if (!offset) return result_of(offset.error());
     *frame = hold(*file, *offset, std::string(length, '\0'), true);

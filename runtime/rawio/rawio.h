@@ -95,7 +95,7 @@ VELDA_EXPORT int VRunFileIOEnableLink(DP *dp, VRunFile *file, uint32_t block_siz
 // file.
 VELDA_EXPORT int VRunFileIOFrameRead(DP *dp, VRunFile *file, int64_t offset, VRunFrame **frame);
 
-// A new link record of `length` zero bytes. `*frame` is held and must be released.
+// A new link record of `length` zero bytes, at least 1. `*frame` is held and must be released.
 VELDA_EXPORT int VRunFileIONewLink(DP *dp, VRunFile *file, uint32_t length, VRunFrame **frame);
 
 // The link record at an offset. EBADMSG (74) when there is none, or a damaged one.

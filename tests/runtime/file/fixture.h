@@ -15,13 +15,15 @@
 #include "runtime/value/value.h"
 #include "tests/support/marks.h"
 #include "tests/support/scratch.h"
+#include "tests/support/session.h"
 
 namespace velda::test {
 
 class FileTest : public testing::Test {
   protected:
     ScratchSystem directory;
-    DP *dp = velda_getdp();
+    const ScratchSession session;
+    DP *const dp = session;
     VAR file;
 
     std::string path(const std::string &name) const { return directory / name; }
