@@ -392,6 +392,8 @@ int Environment::make_reader(Reader &reader) {
 void Environment::let_go(Reader &reader) {
     if (reader.holds_snapshot) mdb_txn_reset(reader.transaction);
     reader.holds_snapshot = false;
+    reader.trail.clear();
+    reader.trail_at = 0;
 }
 
 // A writer would keep every page that its own process's idle readers might still show.

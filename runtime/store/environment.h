@@ -42,13 +42,32 @@ class Gate {
 // A read transaction with its cursor on the records, kept from one read to the next. Between reads its snapshot may
 // stay for some milliseconds: while no writer has committed, the next read goes on in it and the cursor is already
 // near.
+//
+// A SELECT that fetches keys leaves their records' places behind, the trail: READNEXT and READ in turn then find each
+// record without a search. The places are good as long as the snapshot.
 struct Reader {
+    struct Place {
+        MDB_val key;
+        MDB_val record;
+    };
+
+    // The record of the key that follows the one found last on the trail; null when this is not that key.
+    const MDB_val *next_on_trail(std::string_view key) {
+        if (trail_at >= trail.size()) return nullptr;
+        const Place &place = trail[trail_at];
+        if (key != std::string_view(static_cast<const char *>(place.key.mv_data), place.key.mv_size)) return nullptr;
+        ++trail_at;
+        return &place.record;
+    }
+
     MDB_txn *transaction = nullptr;
     MDB_cursor *records = nullptr;
     bool holds_snapshot = false;
     std::uint32_t uses = 0;
     std::uint32_t uses_at_last_sweep = 0;
     std::uint64_t snapshot = 0;  // number of the transaction that it shows
+    std::vector<Place> trail;
+    std::size_t trail_at = 0;
 };
 
 class Environment {
