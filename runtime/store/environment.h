@@ -169,7 +169,7 @@ class Environment {
     int reopen();
     Result<void> open_marked(const FileHead &head);
     Result<void> check_lock_file(bool sole_user);
-    Result<void> open_lmdb(std::uint64_t size_bytes);
+    Result<void> open_lmdb();
     int try_open_lmdb(unsigned flags);
     Result<void> open_trees_amid_writers();
     Result<void> open_trees();
