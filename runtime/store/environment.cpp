@@ -198,6 +198,7 @@ int Environment::try_open_lmdb(unsigned flags) {
     mdb_env_set_maxdbs(lmdb_, MaxNamedTrees);
     mdb_env_set_maxreaders(lmdb_, MaxReaders);
     mdb_env_set_mapsize(lmdb_, map_bytes_);
+    mdb_env_set_assert(lmdb_, report_damage);
     struct stat status;
     fstat(descriptor_, &status);
     const mode_t mode = status.st_mode & 0777;
@@ -311,10 +312,19 @@ Environment::UpdateTurn::UpdateTurn(Environment &its)
 void Environment::UpdateTurn::finish(int body_result) {
     result = body_result;
     if (result) return;
-    result = environment.cause_of(mdb_txn_commit(transaction));
+    result = environment.commit(transaction);
     transaction = nullptr;
     if (result || environment.durability_ == Durability::Sync) return;
     if (!environment.has_unsynced_.exchange(true)) watch_updates();
+}
+
+int Environment::commit(MDB_txn *transaction) {
+    try {
+        return cause_of(mdb_txn_commit(transaction));
+    } catch (const DamageFound &) {
+        mdb_txn_abort(transaction);
+        return MDB_CORRUPTED;
+    }
 }
 
 // LMDB tells of a write that was cut short as an I/O error; this tells what cut it short.

@@ -98,7 +98,7 @@ class Environment {
     int read(Body &&body) {
         for (;;) {
             ReadTurn turn(*this);
-            if (turn.result == 0) return body(*turn.reader);
+            if (turn.result == 0) return guarded(body, *turn.reader);
             int rc = turn.end();
             if (!repair(rc, turn.seen_map_bytes, 0)) return rc;
         }
@@ -110,7 +110,7 @@ class Environment {
     int update(std::size_t room_bytes, Body &&body) {
         for (;;) {
             UpdateTurn turn(*this);
-            if (turn.result == 0) turn.finish(body(turn.transaction));
+            if (turn.result == 0) turn.finish(guarded(body, turn.transaction));
             int rc = turn.end();
             if (rc == 0 || !repair(rc, turn.seen_map_bytes, room_bytes)) return rc;
         }
@@ -139,6 +139,20 @@ class Environment {
     void leave_clean();
 
   private:
+    // Thrown when LMDB finds a page that cannot be: it would end the process otherwise. It passes LMDB's frames, whose
+    // transaction is then dropped.
+    struct DamageFound {};
+    [[noreturn]] static void report_damage(MDB_env *, const char *) { throw DamageFound{}; }
+
+    template <class Body, class Argument>
+    static int guarded(Body &&body, Argument &&argument) {
+        try {
+            return body(argument);
+        } catch (const DamageFound &) {
+            return MDB_CORRUPTED;
+        }
+    }
+
     struct ReadTurn {
         explicit ReadTurn(Environment &environment);
         ~ReadTurn() { end(); }
@@ -177,6 +191,7 @@ class Environment {
     void close();
 
     int cause_of(int rc) const;
+    int commit(MDB_txn *transaction);
     int mark_unclean();
     void clear_mark_if_quiet(std::uint64_t synced_transaction);
     std::uint64_t last_transaction() const;
