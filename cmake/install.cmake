@@ -4,7 +4,17 @@ include(CMakePackageConfigHelpers)
 set(VELDA_INCLUDE_DIRECTORY ${CMAKE_INSTALL_INCLUDEDIR}/velda)
 set(VELDA_PACKAGE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/velda)
 
+set_target_properties(veldautil PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS velda5 veldautil EXPORT velda-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS velda)
+# A link to the program for each command word.
+install(CODE "
+    set(bin \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR})
+    execute_process(COMMAND \${bin}/velda --names OUTPUT_VARIABLE names COMMAND_ERROR_IS_FATAL ANY)
+    string(REPLACE \"\\n\" \";\" names \"\${names}\")
+    foreach(name \${names})
+        file(CREATE_LINK velda \${bin}/\${name} SYMBOLIC)
+    endforeach()")
 
 # The public headers: the umbrella, one contract header and one facade for each family, and what they stand on.
 file(GLOB VELDA_PUBLIC_HEADERS CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} runtime/*.h runtime/*/facade.h)

@@ -1,0 +1,57 @@
+#include "commands/actions.h"
+
+namespace velda::commands {
+
+namespace {
+
+constexpr CommandEntry Entries[] = {
+    {"CREATE-FILE", "[-B] [-L] [-T] [DICT|DATA] NAME[,SECTION] [SIZE ...] [WORD=VALUE ...]",
+     "makes a file: its dictionary and its data section",
+     "TYPE=HL|UD            hashed (the default) or a directory\n"
+     "DURABILITY=SYNC|LAZY  what a returned update survives: power loss, or the death of any process\n"
+     "PERMS=0666            mode bits, in octal\n"
+     "LOG=NO|YES            whether changes are journalled\n"
+     "-B -L -T              driver options; -L also means LOG=NO\n"
+     "SIZE                  sizes of older systems such as 1 11 or 1,1 23,1: accepted, without effect",
+     create_file},
+    {"DELETE-FILE", "[DICT|DATA] NAME[,SECTION]", "removes a file: its data section and its dictionary", "",
+     delete_file},
+    {"CLEAR-FILE", "[DICT|DATA] NAME[,SECTION]", "removes all records of a file", "", clear_file},
+    {"FILE-STATUS", "[--json] [DICT] NAME[,SECTION]", "shows size, records, durability and flags of a file", "",
+     file_status},
+    {"CHECK-FILE", "[DICT] NAME[,SECTION]", "walks a whole file and reports every damage",
+     "Exit code 0 when the file is sound, 1 when damage was found. A sound file that was not closed cleanly before a\n"
+     "power loss may be opened again afterwards.",
+     check_file},
+    {"COPY", "[DICT] FILE [KEYS|*] [(OPTIONS]", "copies records to a file, the terminal or the printer", "", copy,
+     true},
+    {"CT", "[DICT] FILE [KEYS|*] [(OPTIONS]", "shows records on the terminal", "Options as those of COPY.",
+     copy_to_terminal},
+    {"CP", "[DICT] FILE [KEYS|*] [(OPTIONS]", "prints records", "Options as those of COPY.", copy_to_printer},
+    {"COUNT", "[DICT] FILE [KEYS|*]", "counts the records of a file or of a list", "", count},
+    {"LIST", "[DICT] FILE [KEYS|*] [(N]", "lists the keys of a file or of a list", "(N  no pause at the end of a page",
+     list},
+    {"SELECT", "[DICT] FILE [KEYS|*]", "makes the default select list: the keys of a file, in its own order", "",
+     select},
+    {"SSELECT", "[DICT] FILE [KEYS|*]", "makes the default select list: the keys of a file, sorted", "", sorted_select},
+    {"SAVE-LIST", "[NAME]", "saves the default select list under a name", "", save_list},
+    {"GET-LIST", "[NAME]", "makes a saved list the default select list", "", get_list},
+    {"DELETE-LIST", "NAME", "removes a saved list", "", delete_list},
+    {"WHO", "", "shows this session's port, user and account", "", who},
+    {"LISTU", "[--json]", "lists the ports in use", "", list_users},
+    {"LIST-LOCKS", "[--json]", "lists record and execution locks, with those who wait for them", "", list_locks},
+    {"vrm", "[-r] [-f] PATH ...", "removes files; with -r directories and what is in them",
+     "-f  no message for what does not exist", remove_paths},
+    {"vmv", "FROM TO", "moves a file or a directory", "", move_path},
+    {"vkill", "[-t|-v] [-SIGNAL] [--] PID", "ends a process",
+     "-t       only tests: exit code 0 when the process exists\n"
+     "-v       says what was done\n"
+     "-SIGNAL  number of another signal than 15",
+     kill_process},
+};
+
+}  // namespace
+
+std::span<const CommandEntry> command_entries() { return Entries; }
+
+}  // namespace velda::commands
