@@ -10,7 +10,7 @@ namespace velda::lock {
 
 namespace {
 
-constexpr std::uint32_t FirstBucketsLog2 = 10;  // one page
+constexpr std::uint32_t FirstBucketsLog2 = 9;  // one page
 
 std::uint32_t pages_of(std::size_t size_bytes) {
     return static_cast<std::uint32_t>((size_bytes + PageBytes - 1) / PageBytes);
@@ -69,31 +69,21 @@ Result<void> LockTable::add_extent(Stripe &stripe, std::size_t size_class) {
     return {};
 }
 
-std::uint32_t &LockTable::bucket_of(Buckets buckets, std::uint64_t hash) const {
-    const std::uint64_t mask = (std::uint64_t{1} << buckets.count_log2) - 1;
-    return segment_->bucket_array(buckets.page)[hash & mask];
-}
-
 // Keeps at least two buckets for a lock. The old array's pages are not used again: together they are no larger than the
-// new one. Without storage for a larger array the chains grow longer instead.
+// new one. Without storage for a larger array the old one is filled further.
 Result<void> LockTable::make_room_in_buckets(Stripe &stripe) {
     const Buckets old = stripe.buckets.load(std::memory_order_relaxed);
-    if (old.page != 0 && stripe.entries * 2 < std::uint64_t{1} << old.count_log2) return {};
+    const std::uint64_t count = old.page == 0 ? 0 : std::uint64_t{1} << old.count_log2;
+    if (stripe.entries < count / 2) return {};
     const std::uint32_t count_log2 = old.page == 0 ? FirstBucketsLog2 : old.count_log2 + 1;
-    const auto page = segment_->reserve_pages(pages_of(sizeof(Unit) << count_log2));
-    if (!page) return old.page == 0 ? Result<void>(page.error()) : Result<void>();
+    const auto page = segment_->reserve_pages(pages_of(sizeof(Bucket) << count_log2));
+    if (!page) return stripe.entries < count / 8 * 7 ? Result<void>() : Result<void>(page.error());
     const Buckets larger{*page, count_log2};
-    for (std::uint64_t i = 0; old.page != 0 && i < std::uint64_t{1} << old.count_log2; ++i) {
-        for (Unit unit = segment_->bucket_array(old.page)[i]; unit != 0;) {
-            Entry &entry = segment_->entry(unit);
-            const Unit next = entry.next;
-            std::uint32_t &bucket = bucket_of(larger, entry.hash);
-            entry.next = bucket;
-            bucket = unit;
-            unit = next;
-            death_point();
-        }
+    if (old.page != 0) {
+        BucketArray filled = segment_->buckets(larger);
+        segment_->buckets(old).for_each([&](const Bucket &bucket) { filled.insert(bucket.unit, bucket.tag); });
     }
+    death_point();
     stripe.buckets.store(larger, std::memory_order_release);
     death_point();
     return {};

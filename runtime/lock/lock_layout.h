@@ -6,7 +6,7 @@
 //
 // One rule makes the table survive a process that dies at any instruction: the word `Entry::owner` alone says whether a
 // block is a lock, and `OwnerSlot::waiting_for` alone says whether an owner waits. Each is one store, made after
-// everything that it vouches for. Chains, free lists, queues and counts follow from those words and are rebuilt from
+// everything that it vouches for. Buckets, free lists, queues and counts follow from those words and are rebuilt from
 // them (LockTable::rebuild) when a stripe's mutex is found to have died with its holder.
 #pragma once
 
@@ -93,7 +93,7 @@ struct Entry {
     std::uint64_t device;
     std::uint64_t inode;
     std::uint64_t hash;
-    Unit next;  // in the bucket's chain, or in the free list
+    Unit next;  // in the free list
     std::uint32_t key_bytes : 24;
     std::uint32_t kind : 8;
     std::uint16_t first_waiter;  // slot + 1, 0 none
@@ -115,7 +115,14 @@ struct alignas(8) Extent {
 };
 static_assert(sizeof(Extent) == 8 && std::atomic<Extent>::is_always_lock_free);
 
-// Where a stripe's bucket array lies: 2 to the power `count_log2` units of 4 bytes.
+// One place of a stripe's bucket array (see bucket_array.h); unit 0 is an empty one.
+struct Bucket {
+    Unit unit;
+    std::uint32_t tag;
+};
+static_assert(sizeof(Bucket) == 8);
+
+// Where a stripe's bucket array lies; it has 2 to the power `count_log2` places.
 struct alignas(8) Buckets {
     std::uint32_t page;
     std::uint32_t count_log2;

@@ -12,23 +12,22 @@ namespace velda::lock {
 
 // Runs with the stripe's mutex held. Dying here is no harm: the next one begins again.
 void LockTable::rebuild(std::size_t stripe_number) noexcept {
-    rebuild_chains(segment_->stripe(stripe_number));
+    rebuild_buckets(segment_->stripe(stripe_number));
     death_point();
     rebuild_queues(stripe_number);
     death_point();
 }
 
-void LockTable::rebuild_chains(Stripe &stripe) {
+void LockTable::rebuild_buckets(Stripe &stripe) {
     std::memset(stripe.free_blocks, 0, sizeof stripe.free_blocks);
     std::memset(stripe.fresh, 0, sizeof stripe.fresh);
     stripe.entries = 0;
-    const Buckets buckets = stripe.buckets.load(std::memory_order_relaxed);
-    if (buckets.page != 0) std::memset(segment_->bucket_array(buckets.page), 0, sizeof(Unit) << buckets.count_log2);
+    if (stripe.buckets.load(std::memory_order_relaxed).page != 0) buckets_of(stripe).clear();
     for_each_block(stripe, [&](Unit unit, std::size_t size_class) {
         Entry &entry = segment_->entry(unit);
         if (entry.owner.load(std::memory_order_acquire) != 0) {
             entry.first_waiter = entry.last_waiter = 0;
-            link(stripe, unit);
+            enter(stripe, unit);
         } else {
             entry.next = stripe.free_blocks[size_class];
             stripe.free_blocks[size_class] = unit;

@@ -51,34 +51,35 @@ std::vector<LockOwnerInfo> LockTable::all_owners() {
 std::string LockTable::find_fault() {
     for (std::size_t number = 0; number < StripeCount; ++number) {
         const StripeGuard guard(*this, number);
-        std::string fault = fault_in_chains(guard.stripe, number);
+        std::string fault = fault_in_buckets(guard.stripe, number);
         if (fault.empty()) fault = fault_in_blocks(guard.stripe);
         if (!fault.empty()) return "stripe " + std::to_string(number) + ": " + fault;
     }
     return "";
 }
 
-// Every chain holds locks of its own stripe and bucket, no name twice, and all together are as many as counted.
-std::string LockTable::fault_in_chains(const Stripe &stripe, std::size_t stripe_number) const {
-    const Buckets buckets = stripe.buckets.load();
-    if (buckets.page == 0) return stripe.entries == 0 ? "" : "locks without buckets";
-    std::uint64_t linked = 0;
-    for (std::uint64_t i = 0; i < std::uint64_t{1} << buckets.count_log2; ++i) {
-        for (Unit unit = segment_->bucket_array(buckets.page)[i]; unit != 0; unit = segment_->entry(unit).next) {
-            const Entry &entry = segment_->entry(unit);
-            const LockName name{
-                static_cast<LockKind>(entry.kind), {entry.device, entry.inode}, {entry.key, entry.key_bytes}};
-            if (!segment_->has_unit(unit)) return "a chain leaves the segment";
-            if (entry.owner.load() == 0) return "a chain holds a free block";
-            if (is_orphan(entry)) return "the owner of a lock is gone";
-            if (hash_of(name) != entry.hash || stripe_of(entry.hash) != stripe_number)
-                return "a lock in the wrong stripe";
-            if (find(stripe, name, entry.hash) != unit) return "a lock that is not found by its name";
-            if (std::string fault = fault_in_queue(entry, unit); !fault.empty()) return fault;
-            if (++linked > stripe.entries) return "more locks than counted";
-        }
-    }
-    return linked == stripe.entries ? "" : "fewer locks than counted";
+// Every bucket names a lock of the stripe, none is named twice, and all together are as many as counted.
+std::string LockTable::fault_in_buckets(const Stripe &stripe, std::size_t stripe_number) const {
+    if (stripe.buckets.load().page == 0) return stripe.entries == 0 ? "" : "locks without buckets";
+    std::uint64_t entered = 0;
+    std::string fault;
+    buckets_of(stripe).for_each([&](const Bucket &bucket) {
+        if (fault.empty()) fault = fault_in_entry(stripe, stripe_number, bucket.unit);
+        ++entered;
+    });
+    if (fault.empty() && entered != stripe.entries) fault = "locks in the buckets are not as many as counted";
+    return fault;
+}
+
+std::string LockTable::fault_in_entry(const Stripe &stripe, std::size_t stripe_number, Unit unit) const {
+    if (!segment_->has_unit(unit)) return "a bucket names a place outside the segment";
+    const Entry &entry = segment_->entry(unit);
+    if (entry.owner.load() == 0) return "a bucket names a free block";
+    if (is_orphan(entry)) return "the owner of a lock is gone";
+    const LockName name{static_cast<LockKind>(entry.kind), {entry.device, entry.inode}, {entry.key, entry.key_bytes}};
+    if (hash_of(name) != entry.hash || stripe_of(entry.hash) != stripe_number) return "a lock in the wrong stripe";
+    if (find(stripe, name, entry.hash) != unit) return "a lock that is not found by its name";
+    return fault_in_queue(entry, unit);
 }
 
 // Every block is a lock, on its free list, or fresh.
@@ -88,7 +89,7 @@ std::string LockTable::fault_in_blocks(const Stripe &stripe) const {
     for_each_block(stripe, [&](Unit unit, std::size_t size_class) {
         ++(segment_->entry(unit).owner.load() != 0 ? locks : unused[size_class]);
     });
-    if (locks != stripe.entries) return "locks outside the chains";
+    if (locks != stripe.entries) return "locks that no bucket names";
     for (std::size_t size_class = 0; size_class < SizeClassCount; ++size_class) {
         const Stripe::Fresh fresh = stripe.fresh[size_class];
         std::uint64_t listed = (fresh.end - fresh.next) / block_units(size_class);

@@ -62,6 +62,13 @@ Result<std::unique_ptr<LockTable>> LockTable::attach(const std::string &path) {
     return std::unique_ptr<LockTable>(new LockTable(std::move(*segment)));
 }
 
+// The bucket is on its way from memory while the mutex is taken. Without the mutex the array may just have been
+// replaced: then the hint is wrong, and that is all.
+void LockTable::expect(std::uint64_t hash) const {
+    const Stripe &stripe = segment_->stripe(stripe_of(hash));
+    buckets_of(stripe).prefetch(tag_of(hash));
+}
+
 LockTable::StripeGuard::StripeGuard(LockTable &table, std::size_t number) : stripe(table.segment_->stripe(number)) {
     const int result = pthread_mutex_lock(&stripe.mutex);
     if (result == EOWNERDEAD) {
@@ -90,14 +97,11 @@ void LockTable::WakeList::add(OwnerSlot &slot) {
 // ---------------------------------------------------------------------------------------------------------
 
 Unit LockTable::find(const Stripe &stripe, const LockName &name, std::uint64_t hash) const {
-    const Buckets buckets = stripe.buckets.load(std::memory_order_relaxed);
-    if (buckets.page == 0) return 0;
-    for (Unit unit = bucket_of(buckets, hash); unit != 0;) {
+    if (stripe.buckets.load(std::memory_order_relaxed).page == 0) return 0;
+    return buckets_of(stripe).find(tag_of(hash), [&](Unit unit) {
         const Entry &entry = segment_->entry(unit);
-        if (entry.hash == hash && has_name(entry, name)) return unit;
-        unit = entry.next;
-    }
-    return 0;
+        return entry.hash == hash && has_name(entry, name);
+    });
 }
 
 void LockTable::fill(Entry &entry, const LockName &name, std::uint64_t hash) {
@@ -129,26 +133,19 @@ Attempt LockTable::insert(Stripe &stripe, const LockName &name, std::uint64_t ha
     death_point();
     entry.owner.store(owner.id, std::memory_order_release);
     death_point();
-    link(stripe, *unit);
+    enter(stripe, *unit);
     note_held(owner, entry, *unit);
     return result;
 }
 
-void LockTable::link(Stripe &stripe, Unit unit) {
-    Entry &entry = segment_->entry(unit);
-    std::uint32_t &bucket = bucket_of(stripe.buckets.load(std::memory_order_relaxed), entry.hash);
-    entry.next = bucket;
-    death_point();
-    bucket = unit;
+void LockTable::enter(Stripe &stripe, Unit unit) {
+    buckets_of(stripe).insert(unit, tag_of(segment_->entry(unit).hash));
     death_point();
     ++stripe.entries;
 }
 
-void LockTable::unlink(Stripe &stripe, Unit unit) {
-    const Entry &entry = segment_->entry(unit);
-    Unit *place = &bucket_of(stripe.buckets.load(std::memory_order_relaxed), entry.hash);
-    while (*place != unit) place = &segment_->entry(*place).next;
-    *place = entry.next;
+void LockTable::leave(Stripe &stripe, Unit unit) {
+    buckets_of(stripe).erase(unit, tag_of(segment_->entry(unit).hash));
     death_point();
     --stripe.entries;
 }
@@ -160,7 +157,7 @@ void LockTable::pass_on(Stripe &stripe, Unit unit, WakeList &wakes) {
     if (pass_to_first(entry, wakes)) return;
     entry.owner.store(0, std::memory_order_release);
     death_point();
-    unlink(stripe, unit);
+    leave(stripe, unit);
     death_point();
     free_block(stripe, unit);
     death_point();
@@ -312,6 +309,7 @@ Attempt LockTable::found_busy(Owner &owner, Unit unit, WhenBusy when_busy) {
 
 Attempt LockTable::take(Owner &owner, const LockName &name) {
     const std::uint64_t hash = hash_of(name);
+    expect(hash);
     for (;;) {
         Attempt result = attempt(owner, name, hash, WhenBusy::GiveUp);
         if (result.result != LockResult::Busy || !reap_if_dead(result.holder)) return result;

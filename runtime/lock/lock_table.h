@@ -128,12 +128,14 @@ class LockTable {
 
     explicit LockTable(std::unique_ptr<Segment> segment) : segment_(std::move(segment)) {}
 
+    void expect(std::uint64_t hash) const;
+
     // --- one stripe, its mutex held (lock_table.cpp) ---
     Unit find(const Stripe &stripe, const LockName &name, std::uint64_t hash) const;
     Attempt insert(Stripe &stripe, const LockName &name, std::uint64_t hash, Owner &owner);
     void fill(Entry &entry, const LockName &name, std::uint64_t hash);
-    void link(Stripe &stripe, Unit unit);
-    void unlink(Stripe &stripe, Unit unit);
+    void enter(Stripe &stripe, Unit unit);
+    void leave(Stripe &stripe, Unit unit);
     void pass_on(Stripe &stripe, Unit unit, WakeList &wakes);
     bool pass_to_first(Entry &entry, WakeList &wakes);
     void enqueue(Entry &entry, Unit unit, Owner &owner);
@@ -155,17 +157,20 @@ class LockTable {
     void free_block(Stripe &stripe, Unit unit);
     Result<void> add_extent(Stripe &stripe, std::size_t size_class);
     Result<void> make_room_in_buckets(Stripe &stripe);
-    std::uint32_t &bucket_of(Buckets buckets, std::uint64_t hash) const;
+    BucketArray buckets_of(const Stripe &stripe) const {
+        return segment_->buckets(stripe.buckets.load(std::memory_order_relaxed));
+    }
 
     // --- reports (lock_report.cpp) ---
     LockInfo describe(const Entry &entry) const;
-    std::string fault_in_chains(const Stripe &stripe, std::size_t stripe_number) const;
+    std::string fault_in_buckets(const Stripe &stripe, std::size_t stripe_number) const;
+    std::string fault_in_entry(const Stripe &stripe, std::size_t stripe_number, Unit unit) const;
     std::string fault_in_blocks(const Stripe &stripe) const;
     std::string fault_in_queue(const Entry &entry, Unit unit) const;
 
     // --- the dead (lock_repair.cpp) ---
     void rebuild(std::size_t stripe_number) noexcept;
-    void rebuild_chains(Stripe &stripe);
+    void rebuild_buckets(Stripe &stripe);
     void rebuild_queues(std::size_t stripe_number);
     void requeue(OwnerSlot &slot);
     bool reap_if_dead(OwnerId id);

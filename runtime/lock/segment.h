@@ -6,6 +6,7 @@
 #include <string>
 
 #include "runtime/base/result.h"
+#include "runtime/lock/bucket_array.h"
 #include "runtime/lock/lock_layout.h"
 
 namespace velda::lock {
@@ -26,7 +27,9 @@ class Segment {
     Stripe &stripe(std::size_t number) const { return at<Stripe>(StripesOffset)[number]; }
     OwnerSlot &owner(std::size_t slot) const { return at<OwnerSlot>(OwnersOffset)[slot]; }
     Entry &entry(Unit unit) const { return *at<Entry>(std::size_t{unit} * UnitBytes); }
-    std::uint32_t *bucket_array(std::uint32_t page) const { return at<std::uint32_t>(std::size_t{page} * PageBytes); }
+    BucketArray buckets(Buckets place) const {
+        return {at<Bucket>(std::size_t{place.page} * PageBytes), place.count_log2};
+    }
     bool has_unit(Unit unit) const;
 
     // Slots [0, count) can be used; the caller asks before it looks at one.
