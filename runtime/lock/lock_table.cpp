@@ -360,6 +360,7 @@ void LockTable::sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> wor
 
 bool LockTable::release(Owner &owner, const LockName &name) {
     const std::uint64_t hash = hash_of(name);
+    expect(hash);
     WakeList wakes;
     const StripeGuard guard(*this, stripe_of(hash));
     const Unit unit = find(guard.stripe, name, hash);
