@@ -48,4 +48,11 @@ Result<std::string> global_subdirectory(const std::string &name) {
     return path;
 }
 
+void share_like_directory(int file, const std::string &directory) {
+    struct stat status;
+    if (stat(directory.c_str(), &status) != 0) return;
+    [[maybe_unused]] const int group_kept = fchown(file, static_cast<uid_t>(-1), status.st_gid);
+    [[maybe_unused]] const int mode_set = fchmod(file, status.st_mode & 0666);
+}
+
 }  // namespace velda

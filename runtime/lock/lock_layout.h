@@ -1,8 +1,8 @@
 // lock_layout.h - the lock table as it lies in the shared segment. Private to the folder.
 //
-// The segment is one mapped file, and everything in it is addressed by its place in the file: a page is 4,096 bytes, a
-// unit 64. It holds a header, 256 stripes, the owner slots, and then extents, which belong to one stripe each and are
-// cut into blocks. A lock is one block: an Entry and its key.
+// The segment is one mapped file in memory, and everything in it is addressed by its place in the file: a page is 4,096
+// bytes, a unit 64. It holds a header, 256 stripes, the owner slots, and then extents, which belong to one stripe each
+// and are cut into blocks. A lock is one block: an Entry and its key.
 //
 // One rule makes the table survive a process that dies at any instruction: the word `Entry::owner` alone says whether a
 // block is a lock, and `OwnerSlot::waiting_for` alone says whether an owner waits. Each is one store, made after
@@ -51,14 +51,14 @@ struct SegmentHeader {
     std::atomic<std::uint64_t> magic;  // written last
     std::uint32_t version;
     std::uint32_t reserved;
-    std::uint64_t inode;  // of the segment's file: a copy of it is no segment
-    char boot_id[40];     // of the machine's run that made it: what it says of owners ends with that run
+    char boot_id[40];                              // of the machine's run that made it: its owners end with that run
     std::atomic<std::uint64_t> end_page;           // first page not given to anything
     std::atomic<std::uint64_t> next_generation;    // for OwnerId
     std::atomic<std::uint64_t> next_ticket;        // for OwnerSlot::ticket
     std::atomic<std::uint32_t> owner_slots_ready;  // slots that have storage and a mutex
     std::uint32_t reserved2;
     pthread_mutex_t owner_groups;  // held while slots are made ready
+    char registered_in[2048];      // path of the file that names this segment, cut to that length
 };
 static_assert(sizeof(SegmentHeader) <= PageBytes);
 

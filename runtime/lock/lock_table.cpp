@@ -57,9 +57,9 @@ void note_held(Owner &owner, Entry &entry, Unit unit) {
 }  // namespace
 
 Result<std::unique_ptr<LockTable>> LockTable::attach(const std::string &path) {
-    auto segment = Segment::attach(path);
-    if (!segment) return segment.error();
-    return std::unique_ptr<LockTable>(new LockTable(std::move(*segment)));
+    auto registration = Registration::attach(path);
+    if (!registration) return registration.error();
+    return std::unique_ptr<LockTable>(new LockTable(std::move(*registration)));
 }
 
 // The bucket is on its way from memory while the mutex is taken. Without the mutex the array may just have been

@@ -15,7 +15,7 @@
 
 #include "runtime/base/futex.h"
 #include "runtime/lock/record_lock.h"
-#include "runtime/lock/segment.h"
+#include "runtime/lock/registration.h"
 
 namespace velda::lock {
 
@@ -57,7 +57,10 @@ struct WaitControl {
 
 class LockTable {
   public:
+    // The table of the system whose registration is the file `path`, in an existing directory.
     static Result<std::unique_ptr<LockTable>> attach(const std::string &path);
+    // Removes the table if nobody uses it any more; at the end of a process, when no owner of it is left.
+    void leave() { registration_->leave(); }
 
     // Makes the calling thread an owner. `context` tells owners of one process apart in reports.
     Result<Owner> register_owner(pid_t pid, std::uint32_t context);
@@ -86,6 +89,7 @@ class LockTable {
     // Checks what must hold in every stripe: "" or the first fault found, in words.
     std::string find_fault();
 
+    // Of the segment in memory.
     const std::string &path() const { return segment_->path(); }
 
   private:
@@ -126,7 +130,8 @@ class LockTable {
         }
     }
 
-    explicit LockTable(std::unique_ptr<Segment> segment) : segment_(std::move(segment)) {}
+    explicit LockTable(std::unique_ptr<Registration> registration)
+        : registration_(std::move(registration)), segment_(&registration_->segment()) {}
 
     void expect(std::uint64_t hash) const;
 
@@ -177,7 +182,8 @@ class LockTable {
     void reap_slot(OwnerSlot &slot);
     void reap_stripe(std::size_t stripe_number, OwnerId id);
 
-    std::unique_ptr<Segment> segment_;
+    std::unique_ptr<Registration> registration_;
+    Segment *segment_;
 };
 
 }  // namespace velda::lock

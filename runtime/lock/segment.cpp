@@ -11,14 +11,13 @@
 #include <filesystem>
 #include <fstream>
 
+#include "runtime/base/global_directory.h"
 #include "runtime/lock/death_point.h"
 #include "runtime/lock/owner_life.h"
 
 namespace velda::lock {
 
 namespace {
-
-constexpr int AttachTries = 100;
 
 // Names this run of the machine.
 std::string boot_id() {
@@ -27,39 +26,20 @@ std::string boot_id() {
     return id.substr(0, sizeof SegmentHeader::boot_id - 1);
 }
 
-int lock_file(int file, int operation) {
-    int result;
-    do result = flock(file, operation);
-    while (result != 0 && errno == EINTR);
-    return result;
-}
-
-// The file's permissions are those of its directory, less the right to search: who may use the system may lock.
-int open_segment_file(const std::string &path) {
-    const int existing = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (existing >= 0 || errno != ENOENT) return existing;
-    const int made = open(path.c_str(), O_RDWR | O_CLOEXEC | O_CREAT, 0600);
-    if (made < 0) return made;
-    struct stat directory;
-    const std::string parent = std::filesystem::path(path).parent_path().string();
-    if (stat(parent.c_str(), &directory) == 0) {
-        [[maybe_unused]] const int group_kept = fchown(made, static_cast<uid_t>(-1), directory.st_gid);
-        [[maybe_unused]] const int mode_set = fchmod(made, directory.st_mode & 0666);
-    }
-    return made;
-}
-
-std::uint64_t inode_of(int file) {
-    struct stat status;
-    return fstat(file, &status) == 0 ? status.st_ino : 0;
-}
-
 std::size_t size_of(int file) {
     struct stat status;
     return fstat(file, &status) == 0 ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
 }  // namespace
+
+bool lock_file(int file, int operation) {
+    int result;
+    do {
+        result = flock(file, operation);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
 
 void make_robust(pthread_mutex_t &mutex) {
     pthread_mutexattr_t attributes;
@@ -70,9 +50,7 @@ void make_robust(pthread_mutex_t &mutex) {
     pthread_mutexattr_destroy(&attributes);
 }
 
-Result<std::unique_ptr<Segment>> Segment::attach(const std::string &path) {
-    const int file = open_segment_file(path);
-    if (file < 0) return system_error(errno, "cannot open lock table", path);
+Result<std::unique_ptr<Segment>> Segment::map(const std::string &path, int file) {
     void *base = mmap(nullptr, MappedBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, file, 0);
     if (base == MAP_FAILED) {
         const int reason = errno;
@@ -81,47 +59,62 @@ Result<std::unique_ptr<Segment>> Segment::attach(const std::string &path) {
     }
     madvise(base, MappedBytes, MADV_DONTDUMP);
     std::unique_ptr<Segment> segment(new Segment(path, file, static_cast<char *>(base)));
-    for (int tries = 0; tries < AttachTries; ++tries) {
-        const auto joined = segment->join();
-        if (!joined) return joined.error();
-        if (*joined) return segment;
+    if (auto locked = segment->announce_use(); !locked) return locked.error();
+    return segment;
+}
+
+Result<std::unique_ptr<Segment>> Segment::open(const std::string &path) {
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0) return system_error(errno, "cannot open lock table", path);
+    return map(path, file);
+}
+
+Result<std::unique_ptr<Segment>> Segment::create(const std::string &path, const std::string &registration) {
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_EXCL, 0600);
+    if (file < 0) return system_error(errno, "cannot make lock table", path);
+    auto segment = map(path, file);
+    if (!segment) return segment;
+    share_like_directory(file, std::filesystem::path(registration).parent_path().string());
+    if (auto formatted = (*segment)->format(registration); !formatted) {
+        unlink(path.c_str());
+        return formatted.error();
     }
-    return system_error(EAGAIN, "cannot attach lock table", path);
+    return segment;
 }
 
 Segment::~Segment() {
     munmap(base_, MappedBytes);
     close(file_);
+    if (use_ >= 0) close(use_);
 }
 
-// Who uses the segment holds its file's lock shared; who can have it alone is the only one. False: try again, another
-// process began to make it anew and did not finish.
-Result<bool> Segment::join() {
-    if (lock_file(file_, LOCK_EX | LOCK_NB) == 0) {
-        if (!is_current() || !anyone_lives()) {
-            if (auto formatted = format(); !formatted) return formatted.error();
-        }
-    }
-    if (lock_file(file_, LOCK_SH) != 0) return system_error(errno, "cannot attach lock table", path_);
-    if (is_current()) return true;
-    const bool other_version = size_of(file_) >= PageBytes &&
-                               header().magic.load(std::memory_order_acquire) == SegmentMagic &&
-                               header().version != SegmentVersion;
-    if (other_version)
-        return Error{EBUSY, "lock table '" + path_ + "' is in use by another version: end its sessions first"};
-    lock_file(file_, LOCK_UN);
-    return false;
+// Not with the descriptor of the mapping, which keeps its locks as long as it is mapped.
+Result<void> Segment::announce_use() {
+    use_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (use_ < 0 || !lock_file(use_, LOCK_SH)) return system_error(errno, "cannot lock lock table", path_);
+    return {};
+}
+
+bool Segment::give_up_use() {
+    if (use_ >= 0) close(use_);
+    use_ = -1;
+    const int again = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (again < 0) return false;
+    const bool alone = lock_file(again, LOCK_EX | LOCK_NB);
+    close(again);
+    return alone;
+}
+
+bool Segment::is_table() const {
+    return size_of(file_) >= OwnersOffset && header().magic.load(std::memory_order_acquire) == SegmentMagic;
 }
 
 bool Segment::is_current() const {
-    if (size_of(file_) < OwnersOffset) return false;
     const SegmentHeader &found = header();
-    return found.magic.load(std::memory_order_acquire) == SegmentMagic && found.version == SegmentVersion &&
-           found.inode == inode_of(file_) &&
+    return is_table() && found.version == SegmentVersion &&
            boot_id() == std::string(found.boot_id, strnlen(found.boot_id, sizeof found.boot_id));
 }
 
-// A process that closed all its descriptors has given up the file's lock, but not its life as an owner.
 bool Segment::anyone_lives() const {
     for (std::size_t slot = 0; slot < owner_slots_ready(); ++slot) {
         if (life_of(owner(slot)) == Life::Lives) return true;
@@ -129,13 +122,12 @@ bool Segment::anyone_lives() const {
     return false;
 }
 
-Result<void> Segment::format() {
-    if (ftruncate(file_, 0) != 0) return system_error(errno, "cannot empty lock table", path_);
+Result<void> Segment::format(const std::string &registration) {
     if (auto stored = give_storage(0, OwnersOffset); !stored) return stored;
     SegmentHeader &fresh = header();
     fresh.version = SegmentVersion;
-    fresh.inode = inode_of(file_);
     boot_id().copy(fresh.boot_id, sizeof fresh.boot_id - 1);
+    registration.copy(fresh.registered_in, sizeof fresh.registered_in - 1);
     fresh.end_page = ExtentsOffset / PageBytes;
     fresh.next_generation = 1;
     fresh.next_ticket = 1;

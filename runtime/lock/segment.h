@@ -1,4 +1,4 @@
-// segment.h - the mapped file that holds the lock table: attaching to it and giving out its pages. Private to the
+// segment.h - the mapped file that holds the lock table: its header, its owner slots and its pages. Private to the
 // folder.
 #pragma once
 
@@ -13,15 +13,27 @@ namespace velda::lock {
 
 // The file is mapped whole and once: the mapping reaches far beyond the end of the file, so that pages which any
 // process adds can be used by all at once. A page is given storage before it is used, so a full disk is an error and
-// not a signal.
+// not a signal. While it is mapped the file is locked shared (flock).
 class Segment {
   public:
-    // Maps the segment at `path`, making it when it is missing. A segment that no living process uses is made anew: it
-    // may be left over from before a reboot, from another version, or be damaged, and it has nothing worth keeping.
-    static Result<std::unique_ptr<Segment>> attach(const std::string &path);
+    // Makes a new file with an empty table, for the system of that registration (see registration.h).
+    static Result<std::unique_ptr<Segment>> create(const std::string &path, const std::string &registration);
+    // Maps an existing file; it may be anything.
+    static Result<std::unique_ptr<Segment>> open(const std::string &path);
     ~Segment();
     Segment(const Segment &) = delete;
     Segment &operator=(const Segment &) = delete;
+
+    // It is a lock table, of whatever version.
+    bool is_table() const;
+    // It is a table of this version, made in this run of the machine.
+    bool is_current() const;
+    // Some owner's thread lives. Ask only of a current one.
+    bool anyone_lives() const;
+
+    // Says that this process uses the segment no more; the mapping stays. True when no other process uses it: a forked
+    // child does, whether or not it has looked at it.
+    bool give_up_use();
 
     SegmentHeader &header() const { return *at<SegmentHeader>(0); }
     Stripe &stripe(std::size_t number) const { return at<Stripe>(StripesOffset)[number]; }
@@ -49,16 +61,19 @@ class Segment {
     T *at(std::size_t offset) const {
         return reinterpret_cast<T *>(base_ + offset);
     }
+    static Result<std::unique_ptr<Segment>> map(const std::string &path, int file);
+    Result<void> announce_use();
     Result<void> give_storage(std::size_t offset, std::size_t size_bytes);
-    bool is_current() const;
-    bool anyone_lives() const;
-    Result<void> format();
-    Result<bool> join();
+    Result<void> format(const std::string &registration);
 
     std::string path_;
     int file_;
     char *base_;
+    int use_ = -1;  // holds the file's lock
 };
+
+// flock that goes on after a signal.
+bool lock_file(int file, int operation);
 
 // Prepares a mutex that processes share and that survives its holder.
 void make_robust(pthread_mutex_t &mutex);

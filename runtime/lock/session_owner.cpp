@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -15,15 +16,28 @@ namespace {
 
 std::atomic<unsigned> forks{0};
 
-// Tables stay attached until the process ends: a context may be destroyed later than any object of this file.
+// Tables stay mapped until the process is gone: a context may be destroyed later than any object of this file.
 struct AttachedTables {
     std::mutex mutex;
     std::map<std::string, std::unique_ptr<LockTable>> by_path;
 };
 
+void leave_tables();
+
 AttachedTables &attached_tables() {
     static AttachedTables &tables = *new AttachedTables;
+    static const int at_exit = atexit(leave_tables);
+    (void)at_exit;
     return tables;
+}
+
+// The last user of a system takes its table along.
+void leave_tables() {
+    AttachedTables &tables = attached_tables();
+    const std::lock_guard guard(tables.mutex);
+    for (const auto &[path, table] : tables.by_path) {
+        if (table) table->leave();
+    }
 }
 
 }  // namespace

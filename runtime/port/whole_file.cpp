@@ -1,7 +1,6 @@
 #include "runtime/port/whole_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -33,13 +32,6 @@ int write_all(int file, std::string_view bytes) {
     return 0;
 }
 
-void share_like_directory(int file, const std::string &path) {
-    struct stat directory;
-    if (stat(std::filesystem::path(path).parent_path().c_str(), &directory) != 0) return;
-    [[maybe_unused]] const int group_kept = fchown(file, static_cast<uid_t>(-1), directory.st_gid);
-    [[maybe_unused]] const int mode_set = fchmod(file, directory.st_mode & 0666);
-}
-
 }  // namespace
 
 Result<void> write_whole_file(const std::string &path, std::string_view bytes) {
@@ -47,7 +39,7 @@ Result<void> write_whole_file(const std::string &path, std::string_view bytes) {
     if (!temporary) return temporary.error();
     const int file = open(temporary->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file < 0) return system_error(errno, "cannot write", *temporary);
-    share_like_directory(file, path);
+    share_like_directory(file, std::filesystem::path(path).parent_path().string());
     int failed = write_all(file, bytes);
     if (close(file) != 0 && failed == 0) failed = errno;
     if (failed == 0 && rename(temporary->c_str(), path.c_str()) != 0) failed = errno;
