@@ -93,8 +93,7 @@ void LockTable::WakeList::add(OwnerSlot &slot) {
         wake_sleepers(slot.wake_word);
 }
 
-// --- one stripe
-// ---------------------------------------------------------------------------------------------------------
+// --- one stripe --------------------------------------------------------------------------------------------
 
 Unit LockTable::find(const Stripe &stripe, const LockName &name, std::uint64_t hash) const {
     if (stripe.buckets.load(std::memory_order_relaxed).page == 0) return 0;
@@ -216,8 +215,7 @@ void LockTable::dequeue(OwnerSlot &slot, WakeList &wakes) {
     if (before == 0 && entry.first_waiter != 0) wakes.add(waiter(entry.first_waiter));
 }
 
-// --- an owner's road
-// ----------------------------------------------------------------------------------------------------
+// --- an owner's road ---------------------------------------------------------------------------------------
 
 Result<Owner> LockTable::register_owner(pid_t pid, std::uint32_t context) {
     for (std::size_t number = 0;; ++number) {
@@ -394,8 +392,7 @@ void LockTable::forget_held(Owner &owner, Unit unit) {
     owner.slot->lock_count.store(owner.held.size(), std::memory_order_relaxed);
 }
 
-// --- questions
-// ------------------------------------------------------------------------------------------------------------
+// --- questions ---------------------------------------------------------------------------------------------
 
 bool LockTable::holds(const Owner &owner, const LockName &name) {
     const std::uint64_t hash = hash_of(name);

@@ -43,6 +43,7 @@ class Actor {
         pid_ = fork();
         if (pid_ == 0) {
             close(commands_[1]);
+            install_signal_handlers();
             serve();
             _exit(0);
         }

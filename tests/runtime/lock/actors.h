@@ -40,4 +40,9 @@ inline std::string perform_lock_command(DP *dp, const std::string &command) {
     return "unknown command";
 }
 
+class LockInterleaving : public Interleaving {
+  protected:
+    std::string perform(DP *dp, const std::string &command) override { return perform_lock_command(dp, command); }
+};
+
 }  // namespace velda::test

@@ -153,8 +153,7 @@ TEST_F(Death, WhileRebuildingAStripeIsMadeGoodByTheNext) {
     EXPECT_TRUE(ends_well(waiter));
 }
 
-// --- kills at random
-// ---------------------------------------------------------------------------------------------------
+// --- kills at random ---------------------------------------------------------------------------------------
 
 namespace {
 

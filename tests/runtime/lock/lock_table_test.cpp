@@ -129,8 +129,7 @@ TEST_F(Table, BlocksOfReleasedLocksAreUsedAgain) {
     EXPECT_EQ(size(), before);
 }
 
-// --- waits
-// -----------------------------------------------------------------------------------------------------------------
+// --- waits -------------------------------------------------------------------------------------------------
 
 TEST_F(Table, AnInterruptedWaitTakesNothingAndLeavesTheLine) {
     ASSERT_TRUE(take(owner_, "K"));

@@ -5,9 +5,7 @@
 using namespace velda;
 using namespace velda::test;
 
-class RecordLock : public Interleaving {
-    std::string perform(DP *dp, const std::string &command) override { return perform_lock_command(dp, command); }
-};
+class RecordLock : public LockInterleaving {};
 
 TEST_F(RecordLock, AFreeRecordIsGranted) { run("one: lock K"); }
 
@@ -152,8 +150,7 @@ TEST_F(RecordLock, UnlockFileFreesTheLocksOfOneFile) {
     EXPECT_EQ(lock_record(&two, OtherFile, "K", Wait::No).result, LockResult::Busy);
 }
 
-// --- death
-// -----------------------------------------------------------------------------------------------------------------
+// --- death -------------------------------------------------------------------------------------------------
 
 TEST_F(RecordLock, AKilledHoldersLockIsFree) { run("one: lock K | one: killed | two: try K"); }
 
@@ -183,3 +180,37 @@ TEST_F(RecordLock, AThreadThatEndsLosesItsContextsLocks) {
     EXPECT_FALSE(holds_record(&kept, TestFile, "K"));
     EXPECT_EQ(lock_record(&kept, TestFile, "K", Wait::No).result, LockResult::Busy);
 }
+
+// --- interrupts --------------------------------------------------------------------------------------------
+
+TEST_F(RecordLock, TheBreakKeyEndsAWaitAndTakesNothing) {
+    run("one: lock K | two: lock K -> waits | three: lock K -> waits | two: break key | two: interrupted |"
+        "two: holds K -> no | one: release K | three: granted");
+}
+
+TEST_F(RecordLock, AnInterruptForAContextEndsItsWaitAlone) {
+    DP holder;
+    ASSERT_TRUE(lock_record(&holder, TestFile, "K", Wait::No).granted());
+    DP *waiting = nullptr;
+    std::thread waiter([&] {
+        DP dp;
+        waiting = &dp;
+        EXPECT_EQ(lock_record(&dp, TestFile, "K", Wait::Yes).result, LockResult::Interrupted);
+    });
+    while (waiting_sessions() != 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const auto begin = std::chrono::steady_clock::now();
+    raise_interrupt(waiting);
+    waiter.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(800));
+}
+
+// --- execution locks ---------------------------------------------------------------------------------------
+
+TEST_F(RecordLock, ExecutionLocksExcludeByNumber) {
+    run("one: tryexec 7 | two: tryexec 7 -> busy | two: tryexec 8 | two: exec 7 -> waits | one: unexec 7 | two: "
+        "granted");
+}
+
+TEST_F(RecordLock, AnExecutionLockIsNoRecordLockOfTheSameName) { run("one: tryexec 7 | two: try 7"); }
+
+TEST_F(RecordLock, ExecutionLocksOfTheKilledAreFree) { run("one: tryexec 255 | one: killed | two: tryexec 255"); }
