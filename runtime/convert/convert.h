@@ -30,8 +30,7 @@ enum {
 extern "C" {
 #endif
 
-// --- the clock
-// ---------------------------------------------------------------------------------------------------------
+// --- the clock -----------------------------------------------------------------------------------------------------
 
 // Today's local day number.
 VELDA_EXPORT int VLibGInternalLocalDate(DP *dp);
@@ -58,8 +57,7 @@ VELDA_EXPORT VAR *VLibGTIMESTAMP_BB(DP *dp, VAR *target);
 // the next call. Fields outside their range give "" rather than rubbish.
 VELDA_EXPORT const char *VELDAAscTime(DP *dp, const struct tm *time);
 
-// --- conversions
-// -------------------------------------------------------------------------------------------------------
+// --- conversions ---------------------------------------------------------------------------------------------------
 
 // Runs `conversion` on `source` and stores the result in `target`.
 //
@@ -91,10 +89,9 @@ VELDA_EXPORT VAR *VLibGASCII_BBB(DP *dp, VAR *target, const VAR *source);
 // reports BAD_CODE; a numeric mask on text that is no number only lays the text out and reports BAD_VALUE.
 VELDA_EXPORT VAR *VLibGFORMAT_BBBBB(DP *dp, VAR *target, const VAR *source, const VAR *mask, VAR *status);
 
-// --- byte order of files
-// ----------------------------------------------------------------------------------------------- Integers in files and
-// on the wire stand with their most significant byte first, at any alignment.
-
+// --- byte order of files -------------------------------------------------------------------------------------------
+//
+// Integers in files and on the wire stand with their most significant byte first, at any alignment.
 VELDA_EXPORT int32_t vgetint32(const void *buffer);
 VELDA_EXPORT void vputint32(void *buffer, int32_t value);
 VELDA_EXPORT int64_t vgetlong64(const void *buffer);

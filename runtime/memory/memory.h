@@ -15,6 +15,7 @@
 extern "C" {
 #endif
 
+// New blocks, null when there is no memory; the second is zero-filled. `module` and `line` say who asked.
 VELDA_EXPORT void *VELDAmalloc(DP *dp, size_t size, const char *module, int line);
 VELDA_EXPORT void *VELDAcalloc(DP *dp, size_t count, size_t size, const char *module, int line);
 // A null block allocates; when there is no memory the old block stays as it is.

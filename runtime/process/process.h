@@ -63,6 +63,7 @@ typedef struct VELDAProcessData {
     int reserved[62];
 } VELDAProcessData;
 
+// The block of the calling process.
 VELDA_EXPORT VELDAProcessData *VLibGetProcessData(DP *dp);
 
 // --- commands -------------------------------------------------------------------------------------------------------
@@ -221,6 +222,7 @@ VELDA_EXPORT const char *VELDAgetenv(DP *dp, const char *name);
 // The current directory. 1 when done, 0 (and "") when it has been removed.
 VELDA_EXPORT int VLibEGETCWD_IB(DP *dp, VAR *target);
 
+// The process id.
 VELDA_EXPORT int VELDAgetpid(DP *dp);
 
 // A user or group of the operating system, null when there is none of that name. Valid until the context's next call.

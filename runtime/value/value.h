@@ -133,6 +133,7 @@ VELDA_EXPORT int VLibDCOMPARE_IBBI(DP *dp, const VAR *left, const VAR *right, in
 // --- Elements
 // ----------------------------------------------------------------------------------------------------------
 
+// x<a,v,s>: the element as a string, "" past the end.
 VELDA_EXPORT VAR *VLibEEXTRACT_BBBIII(DP *dp, VAR *target, const VAR *source, int a, int v, int s);
 // The same in place: address and length of the element's bytes inside `source`, valid until it changes.
 VELDA_EXPORT const char *velda_element(const VAR *source, int a, int v, int s, size_t *length);
