@@ -5,6 +5,7 @@
 #include "runtime/file/select_list.h"
 #include "runtime/file/statement.h"
 #include "runtime/process/system_numbers.h"
+#include "runtime/process/system_numbers.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -69,6 +70,9 @@ void store_key(VAR &target, const VAR &list, std::string_view key) {
 }
 
 const SystemNumberProvider ActiveListLength(11, [](DP *dp, VAR &target) { target = VRunCountDefaultSel(dp); });
+
+// SYSTEM(11): the length of the active select list, false when there is none.
+const SystemNumberProvider list_length(11, [](DP *dp, VAR &target) { target = VRunCountDefaultSel(dp); });
 
 }  // namespace
 }  // namespace velda::file

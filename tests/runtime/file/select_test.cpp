@@ -180,6 +180,13 @@ TEST_F(Select, TheDefaultListHasALengthAndEndsWithItsLastKey) {
     EXPECT_EQ(VLibReturnDefaultSelect(dp)->view(), "");
 }
 
+TEST_F(Select, System11IsTheLengthOfTheActiveList) {
+    VAR length;
+    EXPECT_FALSE(*VLibESYSTEM_BBI(dp, &length, 11));
+    select(marks("a^b"), nullptr);
+    EXPECT_EQ(VLibESYSTEM_BBI(dp, &length, 11)->view(), "2");
+}
+
 TEST_F(Select, TheLengthOfAStreamingDefaultListCountsDown) {
     make_file();
     write_keys(4);
