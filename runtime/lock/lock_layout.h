@@ -88,6 +88,15 @@ struct alignas(64) OwnerSlot {
 };
 static_assert(sizeof(OwnerSlot) == 128);
 
+// What an owner tells of itself to whoever looks: a short text (see owner_notes.h).
+struct alignas(64) OwnerNotes {
+    std::atomic<std::uint32_t> version;  // odd while the text is being changed
+    std::atomic<std::uint32_t> size_bytes;
+    std::atomic<std::uint64_t> words[127];
+};
+static_assert(sizeof(OwnerNotes) == 1024);
+inline constexpr std::size_t MaxNoteBytes = sizeof OwnerNotes::words;
+
 struct Entry {
     std::atomic<OwnerId> owner;  // 0: the block is free
     std::uint64_t device;
@@ -146,8 +155,9 @@ static_assert(sizeof(Stripe) / 64 % 2 == 1);
 
 inline constexpr std::size_t StripesOffset = PageBytes;
 inline constexpr std::size_t OwnersOffset = StripesOffset + StripeCount * sizeof(Stripe);
-inline constexpr std::size_t ExtentsOffset = OwnersOffset + OwnerLimit * sizeof(OwnerSlot);
-static_assert(OwnersOffset % PageBytes == 0 && ExtentsOffset % PageBytes == 0);
+inline constexpr std::size_t NotesOffset = OwnersOffset + OwnerLimit * sizeof(OwnerSlot);
+inline constexpr std::size_t ExtentsOffset = NotesOffset + OwnerLimit * sizeof(OwnerNotes);
+static_assert(OwnersOffset % PageBytes == 0 && NotesOffset % PageBytes == 0 && ExtentsOffset % PageBytes == 0);
 static_assert(OwnersPerGroup * sizeof(OwnerSlot) % PageBytes == 0);
 
 }  // namespace velda::lock

@@ -4,6 +4,7 @@
 
 #include "runtime/lock/lock_table.h"
 #include "runtime/lock/owner_life.h"
+#include "runtime/lock/owner_notes.h"
 
 namespace velda::lock {
 
@@ -35,18 +36,31 @@ std::vector<LockInfo> LockTable::all_locks() {
     return locks;
 }
 
-std::vector<LockOwnerInfo> LockTable::all_owners() {
+std::vector<OwnerId> LockTable::owners() {
     reap_all();
-    std::vector<LockOwnerInfo> owners;
+    std::vector<OwnerId> ids;
     for (std::size_t number = 0; number < segment_->owner_slots_ready(); ++number) {
-        const OwnerSlot &slot = segment_->owner(number);
-        const OwnerId id = slot.id.load(std::memory_order_acquire);
-        if (id == 0) continue;
-        owners.push_back({shown(id), slot.lock_count.load(std::memory_order_relaxed),
-                          slot.waiting_for.load(std::memory_order_relaxed).unit != 0});
+        const OwnerId id = segment_->owner(number).id.load(std::memory_order_acquire);
+        if (id != 0) ids.push_back(id);
     }
-    return owners;
+    return ids;
 }
+
+std::vector<LockOwnerInfo> LockTable::all_owners() {
+    std::vector<LockOwnerInfo> infos;
+    for (const OwnerId id : owners()) {
+        const OwnerSlot &slot = *slot_of_owner(id);
+        infos.push_back({shown(id), slot.lock_count.load(std::memory_order_relaxed),
+                         slot.waiting_for.load(std::memory_order_relaxed).unit != 0});
+    }
+    return infos;
+}
+
+void LockTable::set_notes(const Owner &owner, std::string_view text) {
+    write_notes(segment_->notes(slot_of(owner.id)), text);
+}
+
+std::string LockTable::notes_of(OwnerId id) const { return read_notes(segment_->notes(slot_of(id))); }
 
 std::string LockTable::find_fault() {
     for (std::size_t number = 0; number < StripeCount; ++number) {

@@ -9,6 +9,7 @@
 
 #include "runtime/lock/death_point.h"
 #include "runtime/lock/owner_life.h"
+#include "runtime/lock/owner_notes.h"
 
 namespace velda::lock {
 
@@ -238,6 +239,7 @@ Result<Owner> LockTable::register_owner(pid_t pid, std::uint32_t context) {
         slot.lock_count = 0;
         slot.message_count = 0;
         for (auto &word : slot.stripes) word = 0;
+        write_notes(segment_->notes(number), "");
         death_point();
         Owner owner;
         owner.id = segment_->header().next_generation.fetch_add(1) << 16 | number;

@@ -81,6 +81,12 @@ class LockTable {
     LockOwner shown(OwnerId id) const;
     OwnerSlot *slot_of_owner(OwnerId id) const;
 
+    // What an owner tells of itself, to be shown by others; longer text is cut to MaxNoteBytes.
+    void set_notes(const Owner &owner, std::string_view text);
+    std::string notes_of(OwnerId id) const;
+    // The living owners, after what the dead held was dropped.
+    std::vector<OwnerId> owners();
+
     // Drops what the dead held.
     void reap_all();
     std::vector<LockInfo> all_locks();

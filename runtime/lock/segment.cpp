@@ -160,6 +160,8 @@ Result<void> Segment::add_owner_slots(std::size_t known) {
             result = Error{EUSERS, "lock table '" + path_ + "' has no room for another session"};
         else
             result = give_storage(OwnersOffset + known * sizeof(OwnerSlot), OwnersPerGroup * sizeof(OwnerSlot));
+        if (result)
+            result = give_storage(NotesOffset + known * sizeof(OwnerNotes), OwnersPerGroup * sizeof(OwnerNotes));
         if (result) {
             for (std::size_t slot = known; slot < known + OwnersPerGroup; ++slot) make_robust(owner(slot).life);
             death_point();

@@ -38,6 +38,7 @@ class Segment {
     SegmentHeader &header() const { return *at<SegmentHeader>(0); }
     Stripe &stripe(std::size_t number) const { return at<Stripe>(StripesOffset)[number]; }
     OwnerSlot &owner(std::size_t slot) const { return at<OwnerSlot>(OwnersOffset)[slot]; }
+    OwnerNotes &notes(std::size_t slot) const { return at<OwnerNotes>(NotesOffset)[slot]; }
     Entry &entry(Unit unit) const { return *at<Entry>(std::size_t{unit} * UnitBytes); }
     BucketArray buckets(Buckets place) const {
         return {at<Bucket>(std::size_t{place.page} * PageBytes), place.count_log2};

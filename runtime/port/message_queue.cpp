@@ -17,11 +17,7 @@ namespace velda::port {
 
 namespace {
 
-Result<std::string> queue_path(int port) {
-    auto parent = global_subdirectory("messages");
-    if (!parent) return parent.error();
-    return *parent + "/" + std::to_string(port);
-}
+std::string queue_path(int port) { return global_directory() + "/messages/" + std::to_string(port); }
 
 std::vector<std::string> waiting_names(const std::string &queue) {
     std::vector<std::string> names;
@@ -45,23 +41,17 @@ std::string new_name() {
 
 }  // namespace
 
-Result<void> open_queue(int port) {
-    remove_queue(port);
-    const auto made = global_subdirectory("messages/" + std::to_string(port));
-    if (!made) return made.error();
-    return {};
-}
-
 void remove_queue(int port) {
     std::error_code ignored;
-    if (const auto queue = queue_path(port)) std::filesystem::remove_all(*queue, ignored);
+    std::filesystem::remove_all(queue_path(port), ignored);
 }
 
 Result<void> put_message(int port, std::string_view text) {
     if (text.size() > MaxMessageBytes)
         return Error{E2BIG, "message of " + std::to_string(text.size()) + " bytes is too long: the longest has " +
                                 std::to_string(MaxMessageBytes)};
-    const auto queue = queue_path(port);
+    if (const auto queues = global_subdirectory("messages"); !queues) return queues.error();
+    const auto queue = global_subdirectory("messages/" + std::to_string(port));
     if (!queue) return queue.error();
     if (waiting_names(*queue).size() >= MaxWaitingMessages)
         return Error{EAGAIN, "port " + std::to_string(port) + " has " + std::to_string(MaxWaitingMessages) +
@@ -71,10 +61,9 @@ Result<void> put_message(int port, std::string_view text) {
 
 std::vector<std::string> take_queue(int port) {
     std::vector<std::string> texts;
-    const auto queue = queue_path(port);
-    if (!queue) return texts;
-    for (const std::string &name : waiting_names(*queue)) {
-        const std::string path = *queue + "/" + name;
+    const std::string queue = queue_path(port);
+    for (const std::string &name : waiting_names(queue)) {
+        const std::string path = queue + "/" + name;
         if (auto text = read_whole_file(path)) texts.push_back(std::move(*text));
         unlink(path.c_str());
     }

@@ -15,8 +15,7 @@ namespace velda::port {
 inline constexpr std::size_t MaxMessageBytes = std::size_t{1} << 20;
 inline constexpr std::size_t MaxWaitingMessages = 1000;
 
-// Begins the queue of a port, without what was left for an earlier session.
-Result<void> open_queue(int port);
+// Drops what waits: the session has ended, or it begins and is not whom this was sent to.
 void remove_queue(int port);
 
 Result<void> put_message(int port, std::string_view text);

@@ -36,6 +36,12 @@ constexpr std::string_view ShownMessage = "VMSG:";
 // How often a port whose holder is just clearing up after a dead session is tried again, a millisecond apart.
 constexpr int ClearingTries = 200;
 
+// The record and the messages of a port.
+void remove_files(int number) {
+    unlink((global_directory() + "/ports/" + std::to_string(number)).c_str());
+    port::remove_queue(number);
+}
+
 // What a context keeps of its port. Its records go when it does.
 class PortSession {
   public:
@@ -49,12 +55,19 @@ class PortSession {
     PortSession(const PortSession &) = delete;
     PortSession &operator=(const PortSession &) = delete;
 
-    void open(int port) {
+    void open(DP *dp, int port) {
         port_ = port;
         owner_id_ = owner_.owner().id;
+        remove_files(port);
+        status_ = port::new_status(dp, port);
+        owner_.table().set_notes(owner_.owner(), status_);
         owner_.owner().slot->port = port;
         owner_.port_taken = true;
         messages_noted = messages_taken = owner_.owner().slot->message_count;
+    }
+    void show_command(std::string_view text) {
+        status_ = port::with_command(status_, text);
+        owner_.table().set_notes(owner_.owner(), status_);
     }
     // A forked child's copy is not: its owner is another.
     bool is_open() const { return owner_.port_taken && owner_.is_ready() && owner_.owner().id == owner_id_; }
@@ -70,6 +83,7 @@ class PortSession {
     SessionOwner &owner_;
     lock::OwnerId owner_id_ = 0;
     int port_ = -1;
+    std::string status_;
 };
 
 LockName name_of(const std::string &number) { return {LockKind::Port, {}, number}; }
@@ -128,35 +142,11 @@ Result<int> take_port(SessionOwner &owner) {
     return all_in_use(*ranges, holder);
 }
 
-// Without its record or queue (a full disk, say) a session works all the same; it is only less well seen.
-void publish(DP *dp, int number) {
-    [[maybe_unused]] const auto opened = port::open_queue(number);
-    if (const auto directory = global_subdirectory("ports")) {
-        [[maybe_unused]] const auto written =
-            port::write_status_record(*directory, number, port::new_status_record(dp, number));
-    }
-}
-
 std::optional<int> number_of(const std::string &name) {
     int number = 0;
     const auto [end, failed] = std::from_chars(name.data(), name.data() + name.size(), number);
     if (failed != std::errc() || end != name.data() + name.size()) return std::nullopt;
     return number;
-}
-
-// Holds the port while its record goes, so that it is not the record of a session that takes the port just now.
-void remove_dead_record(SessionOwner &owner, const std::string &directory, int number) {
-    const LockName name = name_of(std::to_string(number));
-    if (owner.table().holder(name)) return;
-    const Attempt attempt = owner.table().take(owner.owner(), name);
-    if (attempt.result != LockResult::Granted || attempt.was_held) return;
-    unlink((directory + "/" + std::to_string(number)).c_str());
-    port::remove_queue(number);
-    owner.table().release(owner.owner(), name);
-}
-
-std::string text_to_show(std::string message) {
-    return message.starts_with(ShownMessage) ? message.substr(ShownMessage.size()) : message;
 }
 
 store::FileIdentity identity_of(const std::string &directory) {
@@ -165,11 +155,33 @@ store::FileIdentity identity_of(const std::string &directory) {
     return {status.st_dev, status.st_ino};
 }
 
-void write_command(const std::string &directory, int number, std::string_view text) {
+// Holds the port while its files go, so that they are not those of a session that takes the port just now.
+void remove_dead_record(SessionOwner &owner, int number) {
+    const LockName name = name_of(std::to_string(number));
+    if (owner.table().holder(name)) return;
+    const Attempt attempt = owner.table().take(owner.owner(), name);
+    if (attempt.result != LockResult::Granted || attempt.was_held) return;
+    remove_files(number);
+    owner.table().release(owner.owner(), name);
+}
+
+// The record as the session shows itself now, if it shows itself at all.
+void write_record(SessionOwner &owner, const std::string &directory, int number, const std::string &status) {
+    const std::string key = std::to_string(number);
+    if (port::status_attribute(status, port::StatusPort) != key) return;
     const std::string record = port::read_status_record(directory, number);
-    if (record.empty()) return;
+    if (port::merged(record, status) == record) return;
+    // Who changes the record holds its lock: then it stays as it is for now.
+    const LockName name{LockKind::Record, identity_of(directory), key};
+    const Attempt attempt = owner.table().take(owner.owner(), name);
+    if (attempt.result != LockResult::Granted) return;
     [[maybe_unused]] const auto written =
-        port::write_status_record(directory, number, port::with_command(record, text));
+        port::write_status_record(directory, number, port::merged(port::read_status_record(directory, number), status));
+    if (!attempt.was_held) owner.table().release(owner.owner(), name);
+}
+
+std::string text_to_show(std::string message) {
+    return message.starts_with(ShownMessage) ? message.substr(ShownMessage.size()) : message;
 }
 
 }  // namespace
@@ -180,8 +192,7 @@ Result<int> session_port(DP *dp) {
     if (auto ready = session.owner().make_ready(); !ready) return ready.error();
     const auto number = take_port(session.owner());
     if (!number) return number;
-    session.open(*number);
-    publish(dp, *number);
+    session.open(dp, *number);
     return number;
 }
 
@@ -208,23 +219,20 @@ Result<std::string> port_directory(DP *dp) {
     const auto directory = global_subdirectory("ports");
     if (!directory) return directory;
     SessionOwner &owner = dp->state<SessionOwner>();
-    if (auto ready = owner.make_ready(); !ready) return directory;
+    if (auto ready = owner.make_ready(); !ready) return ready.error();
+    for (const lock::OwnerId id : owner.table().owners()) {
+        if (const int number = owner.table().shown(id).port; number >= 0)
+            write_record(owner, *directory, number, owner.table().notes_of(id));
+    }
     std::error_code failed;
     for (const auto &entry : std::filesystem::directory_iterator(*directory, failed)) {
-        if (const auto number = number_of(entry.path().filename())) remove_dead_record(owner, *directory, *number);
+        if (const auto number = number_of(entry.path().filename())) remove_dead_record(owner, *number);
     }
     return directory;
 }
 
 void port_set_command(DP *dp, std::string_view text) {
-    const auto number = session_port(dp);
-    const auto directory = global_subdirectory("ports");
-    if (!number || !directory) return;
-    const store::FileIdentity file = identity_of(*directory);
-    const LockOutcome outcome = lock_record(dp, file, std::to_string(*number), Wait::No);
-    if (!outcome.granted()) return;
-    write_command(*directory, *number, text);
-    if (!outcome.was_held) unlock_record(dp, file, std::to_string(*number));
+    if (session_port(dp)) dp->state<PortSession>().show_command(text);
 }
 
 Result<void> send_message(DP *dp, int number, std::string_view text) {

@@ -27,12 +27,11 @@ int session_port_or_report(DP *dp);
 // The living owner of a port; nullopt when nobody has it.
 std::optional<LockOwner> port_owner(DP *dp, int port);
 
-// The directory of the process records, SYSTEM(1027), made when it is missing. Records of sessions that are dead are
-// removed first, so that a record that is there stands for a session.
+// The directory of the process records, SYSTEM(1027), made when it is missing. Asking for it brings it up to date: each
+// living session has its record there as it shows itself now, the records of the dead are gone.
 Result<std::string> port_directory(DP *dp);
 
-// Shows `text` as the session's current command in its status record; the session takes its port if it has none. What
-// others keep in the record stays. While another session holds the record's lock, the record is left as it is.
+// Shows `text` as the session's current command; the session takes its port if it has none. Costs a few microseconds.
 void port_set_command(DP *dp, std::string_view text);
 
 // Puts a message into the queue of a port, in at most a few file operations whatever that session is doing. Error 3

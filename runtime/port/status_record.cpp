@@ -1,21 +1,18 @@
 #include "runtime/port/status_record.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <vector>
 
-#include "runtime/base/global_directory.h"
+#include "runtime/lock/lock_layout.h"
 #include "runtime/port/whole_file.h"
 #include "runtime/process/context.h"
 #include "runtime/process/session_names.h"
+#include "runtime/store/text_mode.h"
 
 namespace velda::port {
 
@@ -40,9 +37,14 @@ std::string joined(const std::vector<std::string> &attributes) {
     return record;
 }
 
-// A text that must not divide the record.
-std::string plain(std::string_view text) {
-    std::string result(text);
+constexpr std::size_t MaxWordBytes = 64;  // of user, account and terminal
+constexpr std::size_t MaxDirectoryBytes = 400;
+constexpr std::size_t MaxCommandBytes = 300;
+static_assert(3 * MaxWordBytes + MaxDirectoryBytes + MaxCommandBytes + 110 < lock::MaxNoteBytes);
+
+// A text that is not too long and does not divide the record.
+std::string plain(std::string_view text, std::size_t limit) {
+    std::string result(text.substr(0, limit));
     std::replace_if(
         result.begin(), result.end(), [](char byte) { return byte == '\n' || byte == AM; }, ' ');
     return result;
@@ -76,26 +78,34 @@ std::string path_of(const std::string &directory, int port) { return directory +
 
 }  // namespace
 
-std::string new_status_record(DP *dp, int port) {
+std::string new_status(DP *dp, int port) {
     std::vector<std::string> attributes(StatusOwnAttributes);
     attributes[StatusPort - 1] = std::to_string(port);
     attributes[StatusProcess - 1] = std::to_string(getpid());
     attributes[StatusConnected - 1] = stamp_now();
-    attributes[StatusUser - 1] = plain(user_name());
-    attributes[StatusTerminal - 1] = plain(terminal_name());
-    attributes[StatusAccount - 1] = plain(account_name());
-    attributes[StatusDirectory - 1] = plain(current_directory());
-    attributes[StatusCommandBegan - 1] = seconds_now();
+    attributes[StatusUser - 1] = plain(user_name(), MaxWordBytes);
+    attributes[StatusTerminal - 1] = plain(terminal_name(), MaxWordBytes);
+    attributes[StatusAccount - 1] = plain(account_name(), MaxWordBytes);
     attributes[StatusContext - 1] = std::to_string(dp->serial);
+    return with_command(joined(attributes), "");
+}
+
+std::string with_command(std::string_view status, std::string_view command) {
+    std::vector<std::string> attributes = attributes_of(status);
+    attributes.resize(StatusOwnAttributes);
+    attributes[StatusDirectory - 1] = plain(current_directory(), MaxDirectoryBytes);
+    attributes[StatusCommand - 1] = plain(command, MaxCommandBytes);
+    attributes[StatusCommandBegan - 1] = seconds_now();
     return joined(attributes);
 }
 
-std::string with_command(std::string_view record, std::string_view command) {
+std::string merged(std::string_view record, std::string_view status) {
+    if (status_attribute(record, StatusConnected) != status_attribute(status, StatusConnected))
+        return std::string(status);
+    const std::vector<std::string> own = attributes_of(status);
     std::vector<std::string> attributes = attributes_of(record);
-    if (attributes.size() < StatusOwnAttributes) attributes.resize(StatusOwnAttributes);
-    attributes[StatusDirectory - 1] = plain(current_directory());
-    attributes[StatusCommand - 1] = plain(command);
-    attributes[StatusCommandBegan - 1] = seconds_now();
+    attributes.resize(std::max(attributes.size(), own.size()));
+    std::copy(own.begin(), own.end(), attributes.begin());
     return joined(attributes);
 }
 
@@ -109,15 +119,13 @@ std::string_view status_attribute(std::string_view record, int attribute) {
 }
 
 Result<void> write_status_record(const std::string &directory, int port, std::string_view record) {
-    std::string text(record);
-    std::replace(text.begin(), text.end(), AM, '\n');
-    return write_whole_file(path_of(directory, port), text + "\n");
+    return write_whole_file(path_of(directory, port), store::text_of_record(record));
 }
 
 std::string read_status_record(const std::string &directory, int port) {
     std::string text = read_whole_file(path_of(directory, port)).value_or("");
     if (!text.empty() && text.back() == '\n') text.pop_back();
-    std::replace(text.begin(), text.end(), '\n', AM);
+    store::exchange_line_ends(text.data(), text.size());
     return text;
 }
 

@@ -1,13 +1,13 @@
 // status_record.h - the status record of a port: what a session shows of itself to others. Private to the folder.
 //
-// It is a dynamic array, kept as a text file (a line an attribute) in the directory of the process records, so that a
-// program can open that directory as a file and read it. The first ten attributes are the session's; the others belong
-// to whoever defines them, as the spooler does attribute 25.
+// A session keeps its ten attributes in the shared memory of the lock table, where a change costs next to nothing. Who
+// asks for the directory of the process records has them written there as records of a directory file (a line an
+// attribute), so that a program can open it and read them. A record's further attributes belong to whoever defines
+// them, as the spooler does attribute 25: they stay when the session's own change, and go with the session.
 #pragma once
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "runtime/base/result.h"
 #include "runtime/vdefc.h"
@@ -29,11 +29,16 @@ enum StatusAttribute {
     StatusReportChannels = 25
 };
 
-// The record of a session that begins now.
-std::string new_status_record(DP *dp, int port);
+// The own attributes of a session that begins now.
+std::string new_status(DP *dp, int port);
 
-// `record` with the session's command and directory brought up to date, all else kept.
-std::string with_command(std::string_view record, std::string_view command);
+// The same with command and current directory brought up to date. Both are cut where the whole would be longer than an
+// owner's notes.
+std::string with_command(std::string_view status, std::string_view command);
+
+// `record` with its first attributes replaced by a session's own; nothing else of it stays when it is the record of
+// another session.
+std::string merged(std::string_view record, std::string_view status);
 
 // One attribute of a record, "" when it has not as many.
 std::string_view status_attribute(std::string_view record, int attribute);
