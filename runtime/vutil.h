@@ -19,6 +19,7 @@
 #include "runtime/print/print.h"
 #include "runtime/process/process.h"
 #include "runtime/rawio/rawio.h"
+#include "runtime/store/vedi.h"
 #include "runtime/terminal/terminal.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"

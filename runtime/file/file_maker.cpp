@@ -2,9 +2,9 @@
 // together.
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 
 #include "runtime/file/statement.h"
+#include "runtime/store/setting_words.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -16,8 +16,7 @@ enum class Part { Both, Dictionary, Data };
 struct Request {
     Part part = Part::Both;
     std::string name;
-    std::optional<std::string> type;
-    store::FileSettings settings;
+    store::WantedFile wanted;
 };
 
 std::string in_upper_case(std::string_view text) {
@@ -35,69 +34,10 @@ Error invalid(std::string_view what, std::string_view value) {
 // --- words of the command
 // ------------------------------------------------------------------------------------------------
 
-Result<void> set_permissions(Request &request, std::string_view value) {
-    constexpr int AllModeBits = 07777;
-    int mode = 0;
-    for (const char digit : value) {
-        if (digit < '0' || digit > '7' || mode > AllModeBits) return invalid("PERMS wants octal digits, not", value);
-        mode = mode * 8 + (digit - '0');
-    }
-    if (value.empty() || mode > AllModeBits) return invalid("PERMS wants octal digits up to 7777, not", value);
-    request.settings.permissions = mode;
-    return {};
-}
-
-Result<void> set_logging(Request &request, std::string_view value) {
-    const std::string word = in_upper_case(value);
-    if (word != "YES" && word != "NO") return invalid("LOG wants YES or NO, not", value);
-    request.settings.journalled = word == "YES";
-    return {};
-}
-
-Result<void> set_type(Request &request, std::string_view value) {
-    const std::string word = in_upper_case(value);
-    if (word != "UD" && word != "HL") return invalid("TYPE wants UD (directory) or HL (hashed), not", value);
-    request.type = word;
-    return {};
-}
-
-Result<void> set_durability(Request &request, std::string_view value) {
-    const std::string word = in_upper_case(value);
-    if (word != "SYNC" && word != "LAZY") return invalid("DURABILITY wants SYNC or LAZY, not", value);
-    request.settings.durability = word == "LAZY" ? store::Durability::Lazy : store::Durability::Sync;
-    return {};
-}
-
-struct Setting {
-    std::string_view prefix;
-    Result<void> (*set)(Request &request, std::string_view value);
-};
-
-constexpr Setting Settings[] = {
-    {"PERMS=", set_permissions},
-    {"LOG=", set_logging},
-    {"TYPE=", set_type},
-    {"DURABILITY=", set_durability},
-};
-
-bool is_driver_option(std::string_view word) { return word == "-B" || word == "-L" || word == "-T"; }
-
 // "1", "11", "23,1": the sizes of files of older systems.
 bool is_size(std::string_view word) {
     return !word.empty() && word.front() >= '0' && word.front() <= '9' &&
            word.find_first_not_of("0123456789,") == std::string_view::npos;
-}
-
-Result<void> take_option(Request &request, const std::string &word) {
-    const std::string upper = in_upper_case(word);
-    for (const Setting &setting : Settings) {
-        if (upper.starts_with(setting.prefix))
-            return setting.set(request, std::string_view(word).substr(setting.prefix.size()));
-    }
-    if (!is_driver_option(upper)) return invalid("unknown option", word);
-    request.settings.options.push_back(upper);
-    if (upper == "-L") request.settings.journalled = false;
-    return {};
 }
 
 std::vector<std::string> words_of(const VAR &operands) {
@@ -124,17 +64,15 @@ Result<Request> parse(const VAR &operands) {
     Request request;
     for (const std::string &word : words_of(operands)) {
         const std::string upper = in_upper_case(word);
-        const bool names_setting = std::any_of(std::begin(Settings), std::end(Settings),
-                                               [&](const Setting &row) { return upper.starts_with(row.prefix); });
-        if (word.front() == '-' || names_setting) {
-            if (const auto taken = take_option(request, word); !taken) return taken.error();
+        if (store::is_setting_word(word)) {
+            if (const auto taken = store::take_setting_word(request.wanted, word); !taken) return taken.error();
         } else if (request.name.empty() && request.part == Part::Both && (upper == "DICT" || upper == "DATA")) {
             request.part = upper == "DICT" ? Part::Dictionary : Part::Data;
         } else if (request.name.empty()) {
             request.name = word;
             split_name(request);
         } else if (is_size(word)) {
-            request.settings.options.push_back(word);
+            request.wanted.settings.options.push_back(word);
         } else {
             return invalid("unknown word", word);
         }
@@ -160,8 +98,8 @@ Result<std::string> path_of(std::string_view name, bool dictionary) {
 Result<void> make(const Request &request, bool dictionary) {
     const auto path = path_of(request.name, dictionary);
     if (!path) return path.error();
-    const bool typed = request.type && (!dictionary || request.part == Part::Dictionary);
-    return store::create_file(*path, typed ? *request.type : "HL", request.settings);
+    const bool typed = request.wanted.type && (!dictionary || request.part == Part::Dictionary);
+    return store::create_file(*path, typed ? *request.wanted.type : "HL", request.wanted.settings);
 }
 
 Result<void> remove(const Request &request, bool dictionary) {

@@ -59,7 +59,9 @@ class Table {
     void watch_updates() {
         if (!updates_.load()) wake(updates_);
     }
-    void release_snapshots() { sweep_snapshots(true); }
+    void release_snapshots() {
+        if (snapshots_.load()) sweep_snapshots(true);
+    }
 
   private:
     Table() {
@@ -87,9 +89,11 @@ class Table {
         return environments;
     }
 
+    // Short and without waits, so it runs under the mutex.
     bool sweep_snapshots(bool all_of_them) {
+        const std::lock_guard lock(mutex_);
         bool left = false;
-        for (const auto &environment : all()) left |= environment->sweep_readers(all_of_them);
+        for (auto &[identity, entry] : entries_) left |= entry.environment->sweep_readers(all_of_them);
         return left;
     }
     bool sweep_updates() {
