@@ -287,6 +287,27 @@ TEST(UserSettings, AreBackAfterTheCommand) {
               "0 echo lines\r\n");
 }
 
+TEST(UserSettings, AreBackBetweenCommandsOfOneProcess) {
+    OnTerminal terminal([](DP *dp) {
+        const auto shown = [] {
+            termios settings{};
+            tcgetattr(0, &settings);
+            crt_line(settings.c_lflag & ECHO ? "echo" : "silent");
+        };
+        velda_run(
+            dp, "INNER", [](DP *inner, void *) { wait_for_key(inner); }, nullptr);
+        shown();
+        wait_for_key(dp);
+        shown();
+    });
+    terminal.prompted("key ");
+    terminal.type("x");
+    terminal.until("echo\r\n");
+    terminal.prompted("key ");
+    terminal.type("x");
+    EXPECT_EQ(terminal.rest(), "silent\r\n");
+}
+
 TEST(UserSettings, AreBackAfterExitOfTheProcess) {
     EXPECT_EQ(settings_after([](DP *dp) {
                   VLibFBREAKKEY_VF(dp, 0.0);
