@@ -13,6 +13,7 @@
 #include "runtime/process/context.h"
 #include "runtime/process/output.h"
 #include "runtime/process/stop.h"
+#include "runtime/terminal/device.h"
 
 namespace velda {
 namespace {
@@ -47,6 +48,7 @@ void on_break_key(int, siginfo_t *info, void *) {
 void on_end_of_session(int signal_number, siginfo_t *, void *) {
     if (end_signal.exchange(signal_number) == 0) return wake_waits();
     // Asked twice: the logic does not come to a point where it could end in order.
+    restore_terminal_in_handler();
     signal(signal_number, SIG_DFL);
     raise(signal_number);
 }

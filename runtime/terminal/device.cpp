@@ -60,7 +60,7 @@ void restore_user_settings() {
 // The process is about to die or to stop by this signal: the terminal goes back to the user first.
 void give_terminal_back(int signal_number) {
     const int saved_error = errno;
-    if (holds_terminal()) restore_user_settings();
+    restore_terminal_in_handler();
     signal(signal_number, SIG_DFL);
     sigset_t now_deliverable;
     sigemptyset(&now_deliverable);
@@ -213,6 +213,10 @@ void use_keypad(std::string_view on, std::string_view off) {
     std::copy(off.begin(), off.end(), keypad_off);
     keypad_off_size = off.size();
     write_fully(Output, on);
+}
+
+void restore_terminal_in_handler() {
+    if (holds_terminal()) restore_user_settings();
 }
 
 TerminalRelease::TerminalRelease() : was_in_session_mode_(holds_terminal()) { leave_session_mode(); }

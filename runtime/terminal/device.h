@@ -60,6 +60,9 @@ void use_keypad(std::string_view on, std::string_view off);
 // Gives the terminal back with the user's settings. Every command's end calls it.
 void leave_session_mode();
 
+// The same from a signal handler that is about to kill the process.
+void restore_terminal_in_handler();
+
 // While it lives the terminal has the user's settings; then session mode is restored if it was set before. Whoever runs
 // a child program holds one.
 class TerminalRelease {

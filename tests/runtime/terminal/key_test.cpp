@@ -340,6 +340,16 @@ TEST(UserSettings, AreBackAfterATerminateSignal) {
               "key " + std::to_string(128 + SIGTERM) + " echo lines\r\n");
 }
 
+TEST(UserSettings, AreBackAfterASecondTerminateSignalKillsABusyProgram) {
+    EXPECT_EQ(settings_after([](DP *dp) {
+                  VLibFBREAKKEY_VF(dp, 0.0);
+                  wait_for_key(dp);
+                  kill(getpid(), SIGTERM);
+                  kill(getpid(), SIGTERM);
+              }),
+              std::to_string(128 + SIGTERM) + " echo lines\r\n");
+}
+
 TEST(UserSettings, AreInForceWhileTheProgramIsStopped) {
     OnTerminal terminal([](DP *dp) {
         // Only a member of a process group with a parent outside it may be stopped from the keyboard.
