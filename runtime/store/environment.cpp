@@ -135,7 +135,7 @@ Result<void> Environment::open_marked(const FileHead &head) {
     if (auto mapped = label_.map(descriptor_, writable_, path_); !mapped) return mapped;
     const bool sole_user = become_sole_user();
     if (auto checked = check_lock_file(sole_user); !checked) return checked;
-    if (auto opened = open_lmdb(head.size_bytes); !opened) return opened;
+    if (auto opened = open_lmdb(); !opened) return opened;
     struct stat lock_file;
     if (sole_user && writable_ && stat((path_ + "-lock").c_str(), &lock_file) == 0)
         label_.set_lock_inode(lock_file.st_ino);
@@ -155,9 +155,13 @@ Result<void> Environment::check_lock_file(bool sole_user) {
                             "' is in use under another name: it was renamed or linked while open; close it there"};
 }
 
-Result<void> Environment::open_lmdb(std::uint64_t size_bytes) {
+Result<void> Environment::open_lmdb() {
     const bool lazy = durability_ == Durability::Lazy;
+    // LMDB cuts a lazy file to the size of the map it is given, so nobody may make it larger meanwhile.
     const SizeTurn size_turn(lazy && writable_ ? descriptor_ : -1);
+    struct stat status;
+    if (fstat(descriptor_, &status) < 0) return system_error(errno, "cannot open file", path_);
+    const auto size_bytes = static_cast<std::uint64_t>(status.st_size);
     map_bytes_ = lazy ? std::max(whole_pages(size_bytes), first_lazy_map_bytes)
                       : std::max(whole_pages(size_bytes) * 2, first_sync_map_bytes);
     if (lazy && writable_) {
@@ -194,6 +198,7 @@ int Environment::try_open_lmdb(unsigned flags) {
     mdb_env_set_maxdbs(lmdb_, MaxNamedTrees);
     mdb_env_set_maxreaders(lmdb_, MaxReaders);
     mdb_env_set_mapsize(lmdb_, map_bytes_);
+    mdb_env_set_assert(lmdb_, report_damage);
     struct stat status;
     fstat(descriptor_, &status);
     const mode_t mode = status.st_mode & 0777;
@@ -307,10 +312,19 @@ Environment::UpdateTurn::UpdateTurn(Environment &its)
 void Environment::UpdateTurn::finish(int body_result) {
     result = body_result;
     if (result) return;
-    result = environment.cause_of(mdb_txn_commit(transaction));
+    result = environment.commit(transaction);
     transaction = nullptr;
     if (result || environment.durability_ == Durability::Sync) return;
     if (!environment.has_unsynced_.exchange(true)) watch_updates();
+}
+
+int Environment::commit(MDB_txn *transaction) {
+    try {
+        return cause_of(mdb_txn_commit(transaction));
+    } catch (const DamageFound &) {
+        mdb_txn_abort(transaction);
+        return MDB_CORRUPTED;
+    }
 }
 
 // LMDB tells of a write that was cut short as an I/O error; this tells what cut it short.
@@ -392,6 +406,8 @@ int Environment::make_reader(Reader &reader) {
 void Environment::let_go(Reader &reader) {
     if (reader.holds_snapshot) mdb_txn_reset(reader.transaction);
     reader.holds_snapshot = false;
+    reader.trail.clear();
+    reader.trail_at = 0;
 }
 
 // A writer would keep every page that its own process's idle readers might still show.
@@ -580,9 +596,7 @@ Result<void> Environment::change_durability(Durability durability) {
     mdb_env_close(lmdb_);
     lmdb_ = nullptr;
     durability_ = durability;
-    struct stat status;
-    if (fstat(descriptor_, &status) < 0) return system_error(errno, "cannot change file", path_);
-    auto opened = open_lmdb(static_cast<std::uint64_t>(status.st_size));
+    auto opened = open_lmdb();
     become_shared_user();
     return opened;
 }

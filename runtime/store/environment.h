@@ -42,13 +42,32 @@ class Gate {
 // A read transaction with its cursor on the records, kept from one read to the next. Between reads its snapshot may
 // stay for some milliseconds: while no writer has committed, the next read goes on in it and the cursor is already
 // near.
+//
+// A SELECT that fetches keys leaves their records' places behind, the trail: READNEXT and READ in turn then find each
+// record without a search. The places are good as long as the snapshot.
 struct Reader {
+    struct Place {
+        MDB_val key;
+        MDB_val record;
+    };
+
+    // The record of the key that follows the one found last on the trail; null when this is not that key.
+    const MDB_val *next_on_trail(std::string_view key) {
+        if (trail_at >= trail.size()) return nullptr;
+        const Place &place = trail[trail_at];
+        if (key != std::string_view(static_cast<const char *>(place.key.mv_data), place.key.mv_size)) return nullptr;
+        ++trail_at;
+        return &place.record;
+    }
+
     MDB_txn *transaction = nullptr;
     MDB_cursor *records = nullptr;
     bool holds_snapshot = false;
     std::uint32_t uses = 0;
     std::uint32_t uses_at_last_sweep = 0;
     std::uint64_t snapshot = 0;  // number of the transaction that it shows
+    std::vector<Place> trail;
+    std::size_t trail_at = 0;
 };
 
 class Environment {
@@ -79,7 +98,7 @@ class Environment {
     int read(Body &&body) {
         for (;;) {
             ReadTurn turn(*this);
-            if (turn.result == 0) return body(*turn.reader);
+            if (turn.result == 0) return guarded(body, *turn.reader);
             int rc = turn.end();
             if (!repair(rc, turn.seen_map_bytes, 0)) return rc;
         }
@@ -91,7 +110,7 @@ class Environment {
     int update(std::size_t room_bytes, Body &&body) {
         for (;;) {
             UpdateTurn turn(*this);
-            if (turn.result == 0) turn.finish(body(turn.transaction));
+            if (turn.result == 0) turn.finish(guarded(body, turn.transaction));
             int rc = turn.end();
             if (rc == 0 || !repair(rc, turn.seen_map_bytes, room_bytes)) return rc;
         }
@@ -120,6 +139,20 @@ class Environment {
     void leave_clean();
 
   private:
+    // Thrown when LMDB finds a page that cannot be: it would end the process otherwise. It passes LMDB's frames, whose
+    // transaction is then dropped.
+    struct DamageFound {};
+    [[noreturn]] static void report_damage(MDB_env *, const char *) { throw DamageFound{}; }
+
+    template <class Body, class Argument>
+    static int guarded(Body &&body, Argument &&argument) {
+        try {
+            return body(argument);
+        } catch (const DamageFound &) {
+            return MDB_CORRUPTED;
+        }
+    }
+
     struct ReadTurn {
         explicit ReadTurn(Environment &environment);
         ~ReadTurn() { end(); }
@@ -150,7 +183,7 @@ class Environment {
     int reopen();
     Result<void> open_marked(const FileHead &head);
     Result<void> check_lock_file(bool sole_user);
-    Result<void> open_lmdb(std::uint64_t size_bytes);
+    Result<void> open_lmdb();
     int try_open_lmdb(unsigned flags);
     Result<void> open_trees_amid_writers();
     Result<void> open_trees();
@@ -158,6 +191,7 @@ class Environment {
     void close();
 
     int cause_of(int rc) const;
+    int commit(MDB_txn *transaction);
     int mark_unclean();
     void clear_mark_if_quiet(std::uint64_t synced_transaction);
     std::uint64_t last_transaction() const;

@@ -40,12 +40,19 @@ bool tree_in_range(const lmdb::Tree &tree, std::uint64_t pages) {
     return tree.root >= lmdb::MetaPages && tree.root < pages && tree.depth >= 1 && tree.depth <= lmdb::MaxDepth;
 }
 
+// Page 0 holds the state of an even transaction and page 1 that of the odd one before or after it.
+bool follow_each_other(std::uint64_t even, std::uint64_t odd) {
+    if (even == 0 && odd == 0) return true;  // laid out, never changed
+    return even % 2 == 0 && odd % 2 == 1 && (even + 1 == odd || odd + 1 == even);
+}
+
 // What is wrong with one meta page; empty when nothing is.
 std::string fault_of(const lmdb::MetaPage &meta, std::uint64_t size_bytes) {
     if (!(meta.head.flags & lmdb::Meta)) return "is not a meta page";
     if (meta.body.magic != lmdb::Magic) return "has a wrong magic number";
     if (meta.body.version != lmdb::DataVersion) return "has format version " + std::to_string(meta.body.version);
     if (meta.body.free_list.pad != lmdb::PageBytes) return "has page size " + std::to_string(meta.body.free_list.pad);
+    if (meta.body.free_list.flags != lmdb::EnvironmentFlags || meta.body.main.flags != 0) return "has wrong flags";
     const std::uint64_t pages = std::min(meta.body.last_page + 1, size_bytes / lmdb::PageBytes);
     if (!tree_in_range(meta.body.free_list, pages)) return "has a root of the free list that lies outside the file";
     if (!tree_in_range(meta.body.main, pages)) return "has a root of the main tree that lies outside the file";
@@ -54,7 +61,9 @@ std::string fault_of(const lmdb::MetaPage &meta, std::uint64_t size_bytes) {
 
 }  // namespace
 
-Result<FileHead> read_file_head(int descriptor, const std::string &path) {
+namespace {
+
+Result<FileHead> parse_file_head(int descriptor, const std::string &path) {
     HeadPages pages;
     const std::size_t got = read_head_pages(descriptor, pages);
     struct stat status;
@@ -75,6 +84,19 @@ Result<FileHead> read_file_head(int descriptor, const std::string &path) {
     if (auto fault = fault_of(second, head.size_bytes); !fault.empty()) return damaged(path, "page 1 " + fault);
     head.metas[0] = first.body;
     head.metas[1] = second.body;
+    if (!follow_each_other(first.body.transaction, second.body.transaction))
+        return damaged(path, "pages 0 and 1 show transactions " + std::to_string(first.body.transaction) + " and " +
+                                 std::to_string(second.body.transaction));
+    return head;
+}
+
+}  // namespace
+
+// A writer may be changing one of the pages meanwhile: a fault counts when it stays.
+Result<FileHead> read_file_head(int descriptor, const std::string &path) {
+    auto head = parse_file_head(descriptor, path);
+    for (int attempt = 0; !head && head.error().number == NeedsCheck && attempt < 20; ++attempt)
+        head = parse_file_head(descriptor, path);
     return head;
 }
 

@@ -50,13 +50,14 @@ void walk_in_child(const std::string &path, int descriptor, int pipe_end) {
     const CheckReport report = [&](std::string_view finding) { send_line(pipe_end, FindingLine, finding); };
     WalkResult result;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        MDB_env *lmdb = nullptr;
-        MDB_txn *const snapshot = hold_snapshot(path, lmdb);
         auto head = read_file_head(descriptor, path);
         if (!head) {
             report(head.error().message);
             break;
         }
+        MDB_env *lmdb = nullptr;
+        MDB_txn *const snapshot = hold_snapshot(path, lmdb);
+        if (auto again = read_file_head(descriptor, path)) head = std::move(again);
         const std::uint64_t transaction = snapshot ? mdb_txn_id(snapshot) : head->newest().transaction;
         if (!head->state_of(transaction)) {  // two commits came in between
             mdb_txn_abort(snapshot);

@@ -50,8 +50,7 @@ Result<void> HashedCursor::fetch(bool with_records) {
     used_ = current_ = next_ = 0;
     with_records_ = with_records;
     at_end_ = false;
-    const int rc =
-        environment_->read([&](Reader &reader) { return fetch_behind(behind, reader.records, with_records); });
+    const int rc = environment_->read([&](Reader &reader) { return fetch_behind(behind, reader, with_records); });
     if (rc == 0) return {};
     at_end_ = true;
     started_ = false;
@@ -59,7 +58,12 @@ Result<void> HashedCursor::fetch(bool with_records) {
     return lmdb_error(rc, "cannot select from file", path_);
 }
 
-int HashedCursor::fetch_behind(const std::string &behind, MDB_cursor *cursor, bool with_records) {
+int HashedCursor::fetch_behind(const std::string &behind, Reader &reader, bool with_records) {
+    MDB_cursor *const cursor = reader.records;
+    if (!with_records) {
+        reader.trail.clear();
+        reader.trail_at = 0;
+    }
     MDB_val at = value_of(behind);
     MDB_val data;
     int rc = mdb_cursor_get(cursor, &at, &data, started_ ? MDB_SET_RANGE : MDB_FIRST);
@@ -69,6 +73,7 @@ int HashedCursor::fetch_behind(const std::string &behind, MDB_cursor *cursor, bo
         std::string_view key, record;
         if (!entry_parts(at, data, key, record)) return MDB_CORRUPTED;
         append(view_of(at), key, with_records ? record : std::string_view());
+        if (!with_records) reader.trail.push_back({value_of(key), value_of(record)});
         if (++entries == MaxFetchedEntries || used_ >= MaxFetchedBytes) return 0;
     }
     at_end_ = rc == MDB_NOTFOUND;

@@ -27,7 +27,7 @@ class HashedCursor : public Cursor {
 
     Result<bool> advance(bool with_records);
     Result<void> fetch(bool with_records);
-    int fetch_behind(const std::string &behind, MDB_cursor *cursor, bool with_records);
+    int fetch_behind(const std::string &behind, Reader &reader, bool with_records);
     std::string position() const;
     void append(std::string_view stored_key, std::string_view key, std::string_view record);
     EntryHead head_at(std::size_t at) const;

@@ -38,9 +38,12 @@ Result<bool> HashedFile::read(std::string_view key, RecordBuffer &into, Transfer
     if (key.size() > MaxKeyBytes) return check_sizes(key, 0, path_).error();
     const int rc = environment_->read([&](Reader &reader) {
         std::string_view record;
-        const int found = find_record(reader.records, key, record);
-        if (found == 0) record.copy(into.prepare(record.size()), record.size());
-        return found;
+        if (const MDB_val *place = reader.next_on_trail(key))
+            record = view_of(*place);
+        else if (const int missed = find_record(reader.records, key, record))
+            return missed;
+        record.copy(into.prepare(record.size()), record.size());
+        return 0;
     });
     if (rc == 0) return true;
     if (rc == MDB_NOTFOUND) return false;

@@ -19,6 +19,9 @@ inline constexpr std::size_t MetaPages = 2;
 inline constexpr std::size_t MaxDepth = 32;  // LMDB's own limit of a cursor's stack
 inline constexpr std::size_t MaxStoredKeyBytes = 511;
 
+// Flags of the free list's tree: of the tree itself (integer keys), and LMDB's MDB_NOSUBDIR, with which files are made.
+inline constexpr std::uint16_t EnvironmentFlags = 0x4008;
+
 // Flags of a page.
 enum PageFlag : std::uint16_t { Branch = 0x01, Leaf = 0x02, Overflow = 0x04, Meta = 0x08, Leaf2 = 0x20 };
 
