@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <utility>
 
 #include "runtime/base/write_fully.h"
@@ -70,20 +71,24 @@ std::string read_from_start(int file) {
 // A file in memory that a started program inherits.
 Descriptor memory_file(const char *name) { return Descriptor(memfd_create(name, MFD_CLOEXEC)); }
 
-// The data that the caller stacked, as the lines of a file. They are the program's now.
-Descriptor stacked_input(DP *dp) {
+std::string joined_lines(const std::deque<std::string> &lines) {
+    std::string text;
+    for (const std::string &line : lines) text += line + "\n";
+    return text;
+}
+
+// The lines that the caller stacked, as a file to be read from its start; closed when there are none. They are the
+// program's now. 0 or an error number.
+int open_stacked_input(DP *dp, Descriptor &input) {
     DataStack &stack = dp->state<DataStack>();
     DataStack callers = stack.hand_over();
-    if (stack.lines.empty()) {
-        stack.take_back(std::move(callers));
-        return Descriptor();
-    }
-    Descriptor input = memory_file("velda-input");
-    for (const std::string &line : stack.lines)
-        if (write_fully(input.number(), line + "\n") != 0) break;
-    lseek(input.number(), 0, SEEK_SET);
+    const std::string text = joined_lines(stack.lines);
     stack.take_back(std::move(callers));
-    return input;
+    if (text.empty()) return 0;
+    input = memory_file("velda-input");
+    if (!input.open()) return errno;
+    if (const int error = write_fully(input.number(), text)) return error;
+    return lseek(input.number(), 0, SEEK_SET) == 0 ? 0 : errno;
 }
 
 // The arguments of posix_spawn that are not the program's own.
@@ -141,7 +146,8 @@ struct RunningProgram {
 int start_program(DP *dp, const std::string &path, const std::vector<std::string> &words, RunningProgram &program) {
     SpawnSetup setup;
     flush_output(dp);
-    const Descriptor input = stacked_input(dp);
+    Descriptor input;
+    if (const int error = open_stacked_input(dp, input)) return error;
     if (input.open()) setup.redirect(input.number(), STDIN_FILENO);
     Descriptor output_end;
     if (output_is_captured(dp)) {

@@ -71,7 +71,9 @@ VELDA_EXPORT VELDAProcessData *VLibGetProcessData(DP *dp);
 // Runs `body` as one command. SYSTEM(1000) is `sentence`, its words divided by 0xFE or, where it has none, by blanks.
 // STOP, EXIT and CHAIN end here, and the exit handlers that the body registered run once. The result is the exit code:
 // 0 after a plain STOP or a return, 1 after a STOP with a message or an ABORT, the code of EXIT, and that of the
-// chained command after a CHAIN. A command whose output could not be written does not give 0.
+// chained command after a CHAIN. A command whose output could not be written does not give 0. The first call of the
+// process catches SIGINT (the break key), SIGTERM and SIGHUP (the end of the session) and ignores SIGPIPE, each only
+// where the signal has its default action. A session that goes on when a command has ended runs its loop inside one.
 VELDA_EXPORT int velda_run(DP *dp, const char *sentence, void (*body)(DP *dp, void *argument), void *argument);
 
 // STOP (mode 1) or ABORT (mode 2): ends the current command. `count` texts follow, as `const VAR *`: a message key and
