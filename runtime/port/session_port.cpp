@@ -157,7 +157,8 @@ store::FileIdentity identity_of(const std::string &directory) {
 
 // Holds the port while its files go, so that they are not those of a session that takes the port just now.
 void remove_dead_record(SessionOwner &owner, int number) {
-    const LockName name = name_of(std::to_string(number));
+    const std::string key = std::to_string(number);  // the name refers to it
+    const LockName name = name_of(key);
     if (owner.table().holder(name)) return;
     const Attempt attempt = owner.table().take(owner.owner(), name);
     if (attempt.result != LockResult::Granted || attempt.was_held) return;
