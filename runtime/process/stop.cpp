@@ -15,11 +15,21 @@ CommandStop::~CommandStop() = default;
 CommandExit::~CommandExit() = default;
 CommandChain::~CommandChain() = default;
 
+namespace {
+
+[[noreturn]] void stop_command(DP *dp, int mode, bool with_message) {
+    // Outside of any command nobody may be there to catch it: what was printed must be seen all the same.
+    if (command_depth(dp) == 0) flush_output(dp);
+    throw CommandStop(mode, with_message);
+}
+
+}  // namespace
+
 void fail_command(DP *dp, int error, std::string_view message) {
     dp->last_error = error;
     if (const auto trap = current_level(dp).debug_trap) trap(dp, error, format_message(dp, message).c_str());
     print_message(dp, message);
-    throw CommandStop(AbortMode, true);
+    stop_command(dp, AbortMode, true);
 }
 
 }  // namespace velda
@@ -34,7 +44,7 @@ void VLibCSTOP_VI(DP *dp, int mode, int count, ...) {
     }
     va_end(texts);
     if (count > 0) velda::print_message(dp, message);
-    throw velda::CommandStop(mode, count > 0);
+    velda::stop_command(dp, mode, count > 0);
 }
 
 void VLibCEXIT_VI(DP *, int code, int) { throw velda::CommandExit(code); }

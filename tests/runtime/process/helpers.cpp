@@ -21,6 +21,12 @@ struct Helper {
 
 constexpr Helper Helpers[] = {
     {"stop", [] { return as_command([](DP *, void *) { velda::stop("201", "OTHER"); }); }},
+    {"stop-outside",
+     [] {
+         velda::write_output(velda_getdp(), "before\n");
+         velda::stop("201", "F");
+         return 0;
+     }},
     // Prints more than any pipe holds.
     {"print",
      [] {

@@ -102,3 +102,11 @@ TEST_F(Output, AReaderThatGoesAwayIsReportedByMessageAndExitCode) {
 TEST_F(Output, AnExitCodeOfTheCommandIsKeptWhenOutputFailsToo) {
     EXPECT_EQ(run_helper("print-and-exit-7", "> /dev/full"), 7);
 }
+
+TEST_F(Output, AStopOutsideOfAnyCommandIsSeenBeforeItEndsTheProcess) {
+    const ScratchDirectory scratch;
+    EXPECT_NE(run_helper("stop-outside", "> " + scratch / "out"), 0);
+    std::stringstream text;
+    text << std::ifstream(scratch / "out").rdbuf();
+    EXPECT_EQ(text.str(), "before\nCannot open file 'F'\n");
+}
