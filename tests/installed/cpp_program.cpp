@@ -5,7 +5,7 @@ static void body(DP *, void *argument)
 {
     VAR record;
     record(1) = "ACME";
-    record(2).append("item 17");
+    record(2, -1) = "item 17";
     velda::crt_line(record(1), " ", velda::dcount(record, velda::AM));
     *static_cast<bool *>(argument) = record(2, 1) == "item 17";
 }
