@@ -13,6 +13,7 @@
 #include "runtime/convert/convert.h"
 #include "runtime/crypt/crypt.h"
 #include "runtime/file/file.h"
+#include "runtime/journal/journal.h"
 #include "runtime/lock/lock.h"
 #include "runtime/memory/memory.h"
 #include "runtime/port/port.h"

@@ -1,4 +1,4 @@
-// The system's log: one line a record, appended by any number of processes.
+// The system's log, one line a record, appended by any number of processes; and blocks of the journal's files.
 #include <fcntl.h>
 #include <time.h>
 #include <unistd.h>
@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "runtime/base/global_directory.h"
+#include "runtime/journal/set_file.h"
 #include "runtime/port/port.h"
 #include "runtime/process/context.h"
 #include "runtime/process/process.h"
@@ -56,11 +57,11 @@ int append_line(const std::string &path, std::string_view line) {
 
 }  // namespace
 
-int VELDAWriteLogFile(DP *dp, int set, int, int64_t, const void *buffer, int size) {
-    if (set != VELDA_SYSTEM_LOG) return ENOENT;
+int VELDAWriteLogFile(DP *dp, int set, int file, int64_t offset, const void *buffer, int size) {
     if (size < 0 || (!buffer && size > 0)) return EINVAL;
+    const std::string_view text(static_cast<const char *>(buffer), static_cast<std::size_t>(size));
+    if (set != VELDA_SYSTEM_LOG) return velda::journal::write_set_file(dp, set, file, offset, text);
     const auto directory = velda::global_subdirectory("log");
     if (!directory) return directory.error().number;
-    const std::string_view text(static_cast<const char *>(buffer), static_cast<std::size_t>(size));
     return append_line(*directory + "/system.log", log_line(dp, text));
 }

@@ -244,8 +244,9 @@ VELDA_EXPORT void VLibEMSLEEP_VB(DP *dp, const VAR *milliseconds);
 
 // Writes to a log. For the set VELDA_SYSTEM_LOG, the system's log `log/system.log` in the global directory: `size`
 // bytes of text become one line with time (UTC), port, user and process id, whole also when many processes write; file
-// and offset are 0. Other sets are the journal's: 2, absent, while no journal is configured. 0 when done, else the
-// error number.
+// and offset are 0. For a set of the journal, 1 to 16: the bytes are written at the offset of that file (from 1) of the
+// set as the configuration names it, and are durable then; 2, absent, without a journal or such a file. 0 when done,
+// else the error number.
 VELDA_EXPORT int VELDAWriteLogFile(DP *dp, int set, int file, int64_t offset, const void *buffer, int size);
 
 #ifdef __cplusplus

@@ -36,6 +36,15 @@ typedef struct VRunFrame {
     char *bytes;
 } VRunFrame;
 
+// Modes of VRunFileIOOpen for logic that does not know the system's own, whose values they have.
+enum {
+    VELDA_OPEN_READ = 0,
+    VELDA_OPEN_READ_WRITE = 2,
+    VELDA_OPEN_CREATE = 0100,
+    VELDA_OPEN_NEW = 0300,  // creates, and fails with 17 when there is such a file
+    VELDA_OPEN_TRUNCATE = 01000
+};
+
 // Opens a path; both kinds of slash divide it. `mode` is that of open(2): O_RDONLY or O_RDWR, with O_CREAT, O_TRUNC and
 // O_EXCL; `permissions` are those of a file that it makes, 0 meaning 0666, less the process's mask. A directory is
 // refused with error 21. Null and errno on failure.
@@ -74,6 +83,16 @@ VELDA_EXPORT int64_t VRunFileIOLockHash(DP *dp, const char *key, size_t key_leng
 //   mode 4  releases it; ENOENT (2) when this session does not hold it
 // A wait that is interrupted gives EINTR (4). Any other mode gives 22.
 VELDA_EXPORT int VRunFileIOLockRecord(DP *dp, VRunFile *file, const char *key, size_t key_length, int mode);
+
+// --- whole files
+// ----------------------------------------------------------------------------------------------------------
+
+// Cuts a file, or fills it up with zero bytes, to a length.
+VELDA_EXPORT int VediWin32truncate(DP *dp, const char *path, int64_t length);
+VELDA_EXPORT int VediWin32ftruncate(DP *dp, VRunFile *file, int64_t length);
+
+// The space of the file system on which a path lies, in bytes: all of it, and what an ordinary user can still have.
+VELDA_EXPORT int VediBaseCheckFileSizePath(DP *dp, const char *path, int64_t *total, int64_t *available);
 
 // --- linked files
 // ----------------------------------------------------------------------------------------------------------

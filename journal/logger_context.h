@@ -1,0 +1,57 @@
+// logger_context.h - what the journal's logic keeps for each session, and its chief helpers. Private to the subsystem.
+#pragma once
+
+#include <string>
+
+#include "runtime/vutil.h"
+
+namespace velda::journal {
+
+struct LoggerContext {
+    VELDALoggerConfig *config = VELDA_LOGGER_NOT_MAPPED;  // the mapped configuration
+    VRunFile *configHandle = nullptr;       // the configuration file, opened for the record locks of status slots
+    unsigned char *recordBuffer = nullptr;  // of the reading layer; from VELDAmalloc, grown and not shrunk
+    int32_t recordCapacity = 0;
+    int32_t openSet = -1;  // the set whose files are open; -1: none
+    int32_t openFileCount = 0;
+    VRunFile *files[VELDA_LOGGER_FILES] = {};  // in configuration order, unnamed slots skipped
+    VRunFrame *frame = nullptr;                // the block most recently read
+    int32_t frameSize = 0;
+    int64_t lastTime = 0;     // update time of the last record read
+    std::string operand;      // of the specification token that is being parsed
+    std::string command;      // that token
+    std::string errorBuffer;  // where specification errors go; empty: standard error
+    int32_t passwordAsked = 0;
+};
+
+// The calling session's context, made at its first use and freed, with its open files, when the session ends.
+LoggerContext &logger_context(DP *dp);
+
+// Maps the configuration if it is not mapped yet. False, with errno set, when that cannot be done.
+bool map_logger(DP *dp, LoggerContext &context);
+
+// The one way that changes reach the file: stamps the record with user, time and port, and writes it to disk.
+void LoggerSaveConfig(DP *dp);
+
+// Formats a text and stores it at an attribute (and value, if it is not 0) of a report.
+void LoggerStoreField(DP *dp, VAR *result, int attribute, int value, const char *format, ...)
+    __attribute__((format(printf, 5, 6)));
+
+// The set in a configuration, 1 to 16; an empty one for any other number.
+const LogSetInfo &logger_set(const VELDALoggerConfig &config, int64_t set);
+
+// Whether the set's file has a name, and the path in a field that need not be zero-ended.
+inline bool is_named(const LogFileEntry &entry) { return entry.path[0] != 0; }
+std::string logger_text(const char *field, size_t size);
+
+// Bytes that the set holds, from its write position: full rows of blocks, the blocks of the last row, the last block.
+double set_size_bytes(const LogSetInfo &set, uint32_t block_size);
+int named_files(const LogSetInfo &set);
+
+// The name of the running command: the first word of its sentence.
+std::string command_name();
+
+// Seconds since 1970, UTC.
+int64_t present_time();
+
+}  // namespace velda::journal

@@ -1,0 +1,85 @@
+// journal.h - the control entries of the transaction journal: the shared configuration, the locks around it, and the
+// administration log. For C and C++.
+//
+// The journal is described by one record (config_record.h) in the file "vediLoggerConfig" of the directory "config" in
+// the directory that the environment variable VBCLOGCONFDIR names, or else in the global directory. Every process that
+// uses the journal maps that file, shared and writable, and works on the record in place. docs/journal.md tells how a
+// journal is set up and what each code of VediLoggerMisc does.
+#ifndef VELDA_RUNTIME_JOURNAL_H
+#define VELDA_RUNTIME_JOURNAL_H
+
+#include "runtime/journal/config_record.h"
+#include "runtime/vdefc.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// What VediLoggerInit gives when the configuration cannot be mapped.
+#define VELDA_LOGGER_NOT_MAPPED ((VELDALoggerConfig *)~(uintptr_t)0)
+
+// The error number for data that is damaged, stale, or of another machine.
+#define VELDA_LOGGER_DAMAGED 2014
+
+// Codes of VediLoggerMisc, and the arguments of the two that take one.
+enum {
+    VELDA_LOGGER_SAVE = 1,             // writes the configuration to disk
+    VELDA_LOGGER_TABLE_LOCK = 2,       // argument VELDA_LOGGER_TAKE or VELDA_LOGGER_LEAVE
+    VELDA_LOGGER_CLOSE_SET = 3,        // makes what was written to the current set durable
+    VELDA_LOGGER_REFRESH_COUNTS = 6,   // argument 0: brings the statistics up to date
+    VELDA_LOGGER_MAKE_DIRECTORY = 13,  // journals the making of a directory
+    VELDA_LOGGER_REFRESH = 23,         // what other processes changed before is seen from here on
+    VELDA_LOGGER_PUBLISH = 24,         // what was changed before is seen by others from here on
+    VELDA_LOGGER_BEGIN_CHANGE = 25,    // takes the lock of a set change or a slot update
+    VELDA_LOGGER_END_CHANGE = 26,      // leaves it
+    VELDA_LOGGER_TAKE = 1,
+    VELDA_LOGGER_LEAVE = 4
+};
+
+// The configuration record of this system. The mapping is one for the whole process, made at the first call, and stays
+// in place until the process ends; a forked child has it too. When VBCLOGCONFDIR, the global directory or the file
+// itself is another one than before, the new file is mapped beside the old. The second argument is 1.
+//
+// Gives VELDA_LOGGER_NOT_MAPPED and errno on failure: 2 when there is no such file, VELDA_LOGGER_DAMAGED when it is not
+// a configuration of this machine and version (wrong magic, size, byte order or format), else the system's error.
+// velda_logger_error tells what is wrong. A file that is still too short is taken for one that another process is just
+// making, and looked at again for a tenth of a second.
+VELDA_EXPORT VELDALoggerConfig *VediLoggerInit(DP *dp, int one);
+
+// Carries out one of the codes above; codes 2 and 6 take one `int` more. 0, or an error number that errno has too: that
+// of VediLoggerInit when there is no configuration, 22 for a code or argument that does not exist, 1 when a lock is
+// left that this session does not hold, and 38 for what only the writer of records can do.
+//
+// The two locks exclude the sessions of all processes and of one process, die with the process that holds them, and
+// count: a session that takes one twice leaves it twice. Who needs both takes the one of code 25 first. A wait for a
+// lock cannot be interrupted: nobody holds one across a question or a wait.
+VELDA_EXPORT int VediLoggerMisc(DP *dp, int code, ...);
+
+// Adds a text, made as by printf, to the administration log: one entry, whole also when many processes write at once,
+//
+//     2026-11-21T09:30:00Z port 3 pid 4711 severity 0: Log set changed to 2
+//
+// A line feed at the end of the text is dropped; what follows one inside it stands on a line of its own that begins
+// with blanks. Severities: 0 what an operator did, 2 a failure, 257 a warning about space. When the log cannot be
+// written, the entry goes to the system's log.
+//
+// Then the notify program of the configuration, if any, is started as a shell command with two words added, the
+// severity and the entry, and not waited for. Never fails and leaves errno as it was.
+VELDA_EXPORT void VediLoggerError(DP *dp, int severity, const char *format, ...) __attribute__((format(printf, 3, 4)));
+
+// Whether updates are journalled: 0 inactive, or no journal is configured here, 1 active, 2 suspended.
+VELDA_EXPORT int VediLoggerStatus(DP *dp);
+
+// Makes the directory of the configuration file, when it is missing, in an existing VBCLOGCONFDIR or in the global
+// directory. 0, or the error number.
+VELDA_EXPORT int velda_logger_make_directory(DP *dp);
+
+// What was wrong at this session's last failed VediLoggerInit, naming the file and the reason; "" before. Valid until
+// the next call.
+VELDA_EXPORT const char *velda_logger_error(DP *dp);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
