@@ -89,8 +89,7 @@ void end_for_memory(std::size_t length) {
     std::_Exit(VELDA_EXIT_MEMORY);
 }
 
-std::string_view text_of(const VAR &cell) {
-    if (is_owned(cell)) return {cell.text, cell.length};
+std::string_view text_elsewhere(const VAR &cell) {
     if (cell.form & VELDA_FORM_CONSTANT) return {inside_bytes(cell), inside_length(cell)};
     if (cell.form == VELDA_FORM_LIST) return handle_text(cell);
     if (cell.form & VELDA_FORM_INDIRECT) return {cell.text, cell.length};
@@ -154,7 +153,7 @@ void store_text(VAR &cell, std::string_view text) {
         return;
     }
     if (is_owned(cell) && text.size() <= header_of(cell).capacity) {
-        std::memmove(cell.text, text.data(), text.size());
+        if (text.data() != cell.text) std::memmove(cell.text, text.data(), text.size());
         cell.length = static_cast<std::uint32_t>(text.size());
         forget_number(cell);
         return;
@@ -187,16 +186,16 @@ char *open_gap(VAR &cell, std::size_t begin, std::size_t removed, std::size_t ad
     const std::size_t before = text_of(cell).size();
     const std::size_t tail = before - begin - removed;
     char *const text = own_growing_text(cell, before, begin + added + tail);
-    if (added != removed) std::memmove(text + begin + added, text + begin + removed, tail);
+    if (tail > 0 && added != removed) std::memmove(text + begin + added, text + begin + removed, tail);
     cell.length = static_cast<std::uint32_t>(begin + added + tail);
     return text + begin;
 }
 
-void splice_text(VAR &cell, std::size_t begin, std::size_t removed, std::string_view text) {
+void append_to(VAR &cell, std::string_view text) {
     if (lies_in(text, cell))
-        splice_text(cell, begin, removed, std::string(text));
+        append_to(cell, std::string(text));
     else
-        copy_bytes(open_gap(cell, begin, removed, text.size()), text);
+        copy_bytes(extend_text(cell, text.size()), text);
 }
 
 void release_cell(VAR &cell) {
@@ -299,8 +298,6 @@ void VLibBSTORE_VBS(DP *, VAR *target, const char *text) { store_text(*target, t
 
 void velda_store_text(VAR *target, const char *bytes, size_t length) { store_text(*target, {bytes, length}); }
 
-void velda_append_text(VAR *target, const char *bytes, size_t length) {
-    splice_text(*target, text_of(*target).size(), 0, {bytes, length});
-}
+void velda_append_text(VAR *target, const char *bytes, size_t length) { append_to(*target, {bytes, length}); }
 
 void velda_copy_construct(VAR *target, const VAR *value) { copy_construct(*target, *value); }

@@ -36,8 +36,12 @@ inline BufferHeader &header_of(const VAR &cell) { return reinterpret_cast<Buffer
 // Ends the process: memory is exhausted, or a string of `length` bytes is longer than a cell holds.
 [[noreturn]] void end_for_memory(std::size_t length);
 
+std::string_view text_elsewhere(const VAR &cell);
+
 // The text of a cell of any kind; a number is given its text first.
-std::string_view text_of(const VAR &cell);
+inline std::string_view text_of(const VAR &cell) {
+    return (cell.form & VELDA_FORM_OWNED) ? std::string_view(cell.text, cell.length) : text_elsewhere(cell);
+}
 
 // Makes the cell an owned string that begins with the first `kept` bytes of its text and has room for `capacity` bytes.
 // Its length is then `kept`, numbers and derived data are dropped. Returns the bytes.
@@ -70,8 +74,18 @@ inline void forget_number(VAR &cell) {
 // which the caller fills. The cell becomes an owned string that grows generously.
 char *open_gap(VAR &cell, std::size_t begin, std::size_t removed, std::size_t added);
 
-// Puts `text` in the place of those bytes. It may lie in the cell itself: it is read as it was before.
-void splice_text(VAR &cell, std::size_t begin, std::size_t removed, std::string_view text);
+// Makes room for `added` bytes behind the cell's text, which the caller fills.
+inline char *extend_text(VAR &cell, std::size_t added) {
+    if (!(cell.form & VELDA_FORM_OWNED) || cell.length + added > header_of(cell).capacity)
+        return open_gap(cell, text_of(cell).size(), 0, added);
+    char *const room = cell.text + cell.length;
+    cell.length += static_cast<std::uint32_t>(added);
+    forget_number(cell);
+    return room;
+}
+
+// Puts `text`, which may lie in the cell itself, behind its text.
+void append_to(VAR &cell, std::string_view text);
 
 // True when the bytes of `text` may change or move as the cell changes.
 bool lies_in(std::string_view text, const VAR &cell);
@@ -95,12 +109,7 @@ class TextBuilder {
     void append(std::string_view bytes) { copy_bytes(extend(bytes.size()), bytes); }
     void append(char byte) { *extend(1) = byte; }
     // Room for `length` more bytes, counted as written.
-    char *extend(std::size_t length) {
-        const std::size_t before = cell_.length;
-        if (before + length > header_of(cell_).capacity) own_growing_text(cell_, before, before + length);
-        cell_.length = static_cast<std::uint32_t>(before + length);
-        return cell_.text + before;
-    }
+    char *extend(std::size_t length) { return extend_text(cell_, length); }
     void move_into(VAR &target);
 
   private:

@@ -41,7 +41,7 @@ class Argument {
   public:
     Argument(const VAR &cell) : cell_(&cell) {}
     Argument(const ConstElement &element) : Argument(element.view()) {}
-    Argument(std::string_view text) : cell_(&own_) {
+    Argument(std::string_view text) : cell_(&own_), own_() {
         own_.form = VELDA_FORM_INDIRECT;
         own_.text = const_cast<char *>(text.data());
         own_.length = static_cast<uint32_t>(text.size());
@@ -53,7 +53,8 @@ class Argument {
     template <std::integral T>
     Argument(T number) : cell_(&own_), own_(number) {}
     ~Argument() {
-        if (own_.form & VELDA_FORM_INDIRECT) own_.form = 0;  // nothing to release
+        // A text elsewhere leaves nothing to release.
+        if (cell_ == &own_ && !(own_.form & VELDA_FORM_INDIRECT)) own_.~VAR();
     }
     Argument(const Argument &) = delete;
     Argument &operator=(const Argument &) = delete;
@@ -63,7 +64,9 @@ class Argument {
 
   private:
     const VAR *cell_;
-    VAR own_;
+    union {
+        VAR own_;  // alive when `cell_` addresses it
+    };
 };
 
 // An element that can be written: x(a, v, s) of a variable. `x(a) = y` replaces, padding as needed.

@@ -24,12 +24,6 @@ struct Step {
     std::size_t missing;
 };
 
-// Where the last element of [begin, end) begins.
-std::size_t begin_of_last(std::string_view text, std::size_t begin, std::size_t end, char mark) {
-    const void *const last = memrchr(text.data() + begin, static_cast<unsigned char>(mark), end - begin);
-    return last ? static_cast<std::size_t>(static_cast<const char *>(last) - text.data()) + 1 : begin;
-}
-
 // Element `wanted` of the level that ends at `end`, walking from the beginning of element `number`.
 Step walk(std::string_view text, std::size_t begin, std::size_t end, char mark, std::size_t number,
           std::size_t wanted) {
@@ -77,6 +71,12 @@ void remember_attribute(const VAR &array, const Step &attribute) {
     array.form |= VELDA_FORM_DERIVED;
 }
 
+Step find_attribute(const VAR &array, std::string_view text, std::size_t wanted) {
+    const Step attribute = walk_to_attribute(array, text, wanted);
+    remember_attribute(array, attribute);
+    return attribute;
+}
+
 // The attribute has been found just before, so it is the one that is remembered.
 Step find_value(const VAR &array, std::string_view text, Range attribute, std::size_t wanted) {
     if (!(array.form & VELDA_FORM_DERIVED)) return walk(text, attribute.begin, attribute.end, VM, 1, wanted);
@@ -90,11 +90,9 @@ Step find_value(const VAR &array, std::string_view text, Range attribute, std::s
 }
 
 Step find_in_level(const VAR &array, std::string_view text, Range parent, int level, std::size_t wanted) {
+    if (level == 0) return find_attribute(array, text, wanted);
     if (level == 1) return find_value(array, text, parent, wanted);
-    if (level == 2) return walk(text, parent.begin, parent.end, SVM, 1, wanted);
-    const Step attribute = walk_to_attribute(array, text, wanted);
-    remember_attribute(array, attribute);
-    return attribute;
+    return walk(text, parent.begin, parent.end, SVM, 1, wanted);
 }
 
 std::size_t sum(const std::array<std::size_t, Levels> &padding) { return padding[0] + padding[1] + padding[2]; }
@@ -145,6 +143,17 @@ void apply(VAR &array, Change change) {
     at = copy_bytes(write_padding(at, change.padding), change.before);
     copy_bytes(copy_bytes(at, change.value), change.behind);
     if (was_remembered) keep_remembered(array, change);
+}
+
+// x<-1> = value: no place is searched, and what was remembered stays true.
+void append_attribute(VAR &array, std::string_view value) {
+    if (text_of(array).empty()) return store_text(array, value);
+    if (lies_in(value, array)) return append_attribute(array, std::string(value));
+    const std::uint16_t remembered = array.form & VELDA_FORM_DERIVED;
+    char *const room = extend_text(array, value.size() + 1);
+    *room = AM;
+    copy_bytes(room + 1, value);
+    array.form |= remembered;
 }
 
 void insert_element(VAR &array, const Position &position, std::string_view value) {
@@ -207,10 +216,16 @@ Place find_place(const VAR &array, const Position &position) {
 
 std::string_view element_of(const VAR &array, int a, int v, int s) {
     if (a < 0 || v < 0 || s < 0) return {};
+    if (a > 0 && v == 0 && s == 0) {
+        const std::string_view text = text_of(array);
+        const Step attribute = find_attribute(array, text, static_cast<std::size_t>(a));
+        return attribute.missing ? std::string_view() : attribute.range.of(text);
+    }
     return find_place(array, Position(a, v, s)).element.of(text_of(array));
 }
 
 void replace_element(VAR &array, const Position &position, std::string_view value) {
+    if (position.depth == 1 && position.numbers[0] == Position::Append) return append_attribute(array, value);
     const Place place = find_place(array, position);
     Change change;
     change.replaced = place.element;

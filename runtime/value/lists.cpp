@@ -46,9 +46,8 @@ VAR *VLibESORT_BBB(DP *, VAR *target, const VAR *source) {
 }
 
 VAR *VLibESUM_BBB(DP *dp, VAR *target, const VAR *source) {
-    const auto is_mark = [](char byte) { return byte == AM || byte == VM || byte == SVM; };
     VAR sum = 0;
-    for (std::string_view element : divided(text_of(*source), is_mark))
+    for (std::string_view element : divided(text_of(*source), is_level_mark))
         VLibDMATHADD_BBBB(dp, &sum, &sum, Argument(element));
     return VLibBSTORE_BBB(dp, target, &sum);
 }

@@ -95,37 +95,24 @@ Location locate_in_order(std::string_view list, char mark, std::string_view want
 
 std::size_t element_count(std::string_view list, char mark) { return list.empty() ? 0 : count_byte(list, mark) + 1; }
 
-// Where a whole element equals `wanted`, at or behind `from`, which is the beginning of an element; npos when none
-// does.
-template <class IsMark>
-std::size_t find_element(std::string_view list, std::string_view wanted, std::size_t from, IsMark is_mark) {
-    const auto ends_at = [&](std::size_t at) { return at == list.size() || is_mark(list[at]); };
-    if (wanted.empty()) {
-        for (std::size_t at = from; at <= list.size() && !list.empty(); ++at)
-            if (ends_at(at) && (at == 0 || is_mark(list[at - 1]))) return at;
-        return std::string_view::npos;
-    }
-    for (std::size_t at = from; (at = find_text(list, wanted, at)) != std::string_view::npos; ++at)
-        if (ends_at(at + wanted.size()) && (at == 0 || is_mark(list[at - 1]))) return at;
-    return std::string_view::npos;
-}
-
 Location locate(std::string_view list, char mark, std::string_view wanted, std::size_t start) {
-    std::size_t from = 0;
-    if (start > 1) {
+    std::size_t before = 0;  // elements that the search leaves out
+    if (start > 1 && !list.empty()) {
         std::size_t lacking = start - 1;
-        const char *const before = skip_bytes(list.data(), list.data() + list.size(), mark, lacking);
-        if (lacking > 0) return {false, element_count(list, mark) + 1};
-        from = static_cast<std::size_t>(before - list.data()) + 1;
+        const char *const end = list.data() + list.size();
+        const char *const last = skip_bytes(list.data(), end, mark, lacking);
+        before = start - 1 - lacking;
+        if (lacking > 0) return {false, before + 2};
+        list.remove_prefix(static_cast<std::size_t>(last - list.data()) + 1);
+        // What is left of a list is one element at least, empty though it may be.
+        if (list.empty()) return {wanted.empty(), before + (wanted.empty() ? 1 : 2)};
     }
-    const std::size_t at = wanted.find(mark) != std::string_view::npos
-                               ? std::string_view::npos
-                               : find_element(list, wanted, from, [mark](char byte) { return byte == mark; });
-    if (at == std::string_view::npos) return {false, element_count(list, mark) + 1};
-    return {true, count_byte(list.substr(0, at), mark) + 1};
+    std::size_t count = 0;
+    const bool can_be_there = wanted.find(mark) == std::string_view::npos;
+    if (!can_be_there) return {false, before + element_count(list, mark) + 1};
+    const std::size_t position = find_element(list, wanted, mark, count);
+    return position ? Location{true, before + position} : Location{false, before + count + 1};
 }
-
-constexpr bool is_level_mark(char byte) { return byte == AM || byte == VM || byte == SVM; }
 
 bool holds_marks(std::string_view text) { return std::any_of(text.begin(), text.end(), is_level_mark); }
 
@@ -141,10 +128,14 @@ void store_count(VAR *target, std::size_t count) {
     if (target) velda_store_integer(nullptr, target, static_cast<std::int64_t>(count));
 }
 
+std::string_view behind_last(std::string_view text, char mark) {
+    return text.substr(begin_of_last(text, 0, text.size(), mark));
+}
+
 // Tells the position of an element by the marks before it.
 void store_position(std::string_view before, VAR *attribute, VAR *value, VAR *sub_value) {
-    const std::string_view in_attribute = before.substr(before.rfind(AM) + 1);
-    const std::string_view in_value = in_attribute.substr(in_attribute.rfind(VM) + 1);
+    const std::string_view in_attribute = behind_last(before, AM);
+    const std::string_view in_value = behind_last(in_attribute, VM);
     const std::size_t a = count_byte(before, AM) + 1;
     const std::size_t v = count_byte(in_attribute, VM) + 1;
     const std::size_t s = count_byte(in_value, SVM) + 1;
@@ -177,10 +168,10 @@ int VLibEFIND_IBBIBBB(DP *, const VAR *wanted, const VAR *array, int occurrence,
     const std::string_view text = text_of(*array);
     const std::string_view element = text_of(*wanted);
     if (holds_marks(element)) return 0;
-    std::size_t at = find_element(text, element, 0, is_level_mark);
+    std::size_t at = find_any_element(text, element, 0);
     for (; at != std::string_view::npos && occurrence > 1; --occurrence) {
         const std::size_t behind = at + element.size() + 1;
-        at = behind > text.size() ? std::string_view::npos : find_element(text, element, behind, is_level_mark);
+        at = behind > text.size() ? std::string_view::npos : find_any_element(text, element, behind);
     }
     if (at == std::string_view::npos) return 0;
     store_position(text.substr(0, at), attribute, value, sub_value);

@@ -75,12 +75,23 @@ char lowered(char byte) {
     return falls ? static_cast<char>(byte - 1) : byte;
 }
 
+// CHANGE of every `byte` to another: no byte moves.
+void change_bytes(VAR &target, std::string_view text, char byte, char with) {
+    const bool is_elsewhere = !lies_in(text, target);
+    char *const bytes = is_elsewhere ? new_text(target, text.size()) : editable_copy(target, text);
+    const char *const begin = is_elsewhere ? text.data() : bytes;
+    scan_kernels().replace_byte(begin, begin + text.size(), bytes, byte, with);
+}
+
 // CHANGE. Where nothing is replaced the text is copied in one piece.
 void change_text(VAR &target, std::string_view text, std::string_view old_text, std::string_view new_text,
                  int occurrences, int start) {
+    const bool changes_all = occurrences < 1 && start <= 1;
     std::size_t at = find_text(text, old_text);
     for (; at != std::string_view::npos && start > 1; --start) at = find_text(text, old_text, at + old_text.size());
     if (at == std::string_view::npos) return store_text(target, text);
+    if (old_text.size() == 1 && new_text.size() == 1 && changes_all)
+        return change_bytes(target, text, old_text.front(), new_text.front());
     TextBuilder builder(text.size());
     std::size_t copied = 0;
     for (int left = occurrences; at != std::string_view::npos; at = find_text(text, old_text, copied)) {
@@ -98,14 +109,12 @@ template <class Operation>
 void change_element(VAR &array, int a, int v, int s, Operation operation) {
     if (a < 0 || v < 0 || s < 0) return;
     const Position position(a, v, s);
+    if (position.depth == 0) return operation(array);
     const Place place = find_place(array, position);
     if (!place.present) return;
     VAR element(place.element.of(text_of(array)));
     operation(element);
-    if (position.depth == 0)
-        array = std::move(element);
-    else
-        replace_element(array, position, text_of(element));
+    replace_element(array, position, text_of(element));
 }
 
 enum TrimBits { TrimLeading = 1, TrimTrailing = 2, TrimInner = 4, TrimAll = 8 };

@@ -32,7 +32,7 @@ void join(VAR &target, const VAR *const *parts, std::size_t count) {
 
 // The target is the first part: the others go behind its text.
 void append_parts(VAR &target, const VAR *const *parts, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) splice_text(target, text_of(target).size(), 0, text_of(*parts[i]));
+    for (std::size_t i = 0; i < count; ++i) append_to(target, text_of(*parts[i]));
 }
 
 void concatenate(VAR &target, const VAR *const *parts, std::size_t count) {
