@@ -83,7 +83,7 @@ struct VAR {
     uint32_t reserved2;
 
 #ifdef __cplusplus
-    // --- value semantics -------------------------------------------------------------------------------------------
+    // --- value semantics ---
     constexpr VAR() noexcept
         : form(0),
           formExtra(0),
@@ -124,7 +124,7 @@ struct VAR {
         return *this;
     }
 
-    // --- reading ---------------------------------------------------------------------------------------------------
+    // --- reading ---
     // The cell's text; a number is given its canonical text first. Valid until the cell changes.
     std::string_view view() const;
     std::string str() const { return std::string(view()); }
@@ -136,8 +136,7 @@ struct VAR {
     double to_double() const;        // numeric value; 0 when not numeric
     explicit operator bool() const;  // the dialect's truth
 
-    // --- elements: x(a), x(a, v), x(a, v, s) are x<a>, x<a,v>, x<a,v,s>
-    // ------------------------------------------------
+    // --- elements: x(a), x(a, v), x(a, v, s) are x<a>, x<a,v>, x<a,v,s> ---
     velda::Element operator()(int a, int v = 0, int s = 0);
     velda::ConstElement operator()(int a, int v = 0, int s = 0) const;
     VAR &append(const VAR &value);                               // x<-1> = value

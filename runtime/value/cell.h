@@ -41,17 +41,20 @@ class Argument {
   public:
     Argument(const VAR &cell) : cell_(&cell) {}
     Argument(const ConstElement &element) : Argument(element.view()) {}
-    Argument(std::string_view text) : cell_(&own_), own_() {
+    Argument(std::string_view text) : own_() {
+        cell_ = &own_;
         own_.form = VELDA_FORM_INDIRECT;
         own_.text = const_cast<char *>(text.data());
         own_.length = static_cast<uint32_t>(text.size());
     }
     Argument(const char *text) : Argument(std::string_view(text)) {}
     Argument(const std::string &text) : Argument(std::string_view(text)) {}
-    Argument(char byte) : cell_(&own_), own_(byte) {}
-    Argument(double number) : cell_(&own_), own_(number) {}
+    Argument(char byte) : own_(byte) { cell_ = &own_; }
+    Argument(double number) : own_(number) { cell_ = &own_; }
     template <std::integral T>
-    Argument(T number) : cell_(&own_), own_(number) {}
+    Argument(T number) : own_(number) {
+        cell_ = &own_;
+    }
     ~Argument() {
         // A text elsewhere leaves nothing to release.
         if (cell_ == &own_ && !(own_.form & VELDA_FORM_INDIRECT)) own_.~VAR();
@@ -63,10 +66,10 @@ class Argument {
     operator const VAR *() const { return cell_; }
 
   private:
-    const VAR *cell_;
     union {
         VAR own_;  // alive when `cell_` addresses it
     };
+    const VAR *cell_;
 };
 
 // An element that can be written: x(a, v, s) of a variable. `x(a) = y` replaces, padding as needed.

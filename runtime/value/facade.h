@@ -18,8 +18,7 @@
 
 namespace velda {
 
-// --- Dynamic arrays ------------------------------------------------------------------------------------------------
-
+// --- Dynamic arrays ---
 // The outcome of a LOCATE: true when found. `*at` and `at.position` are the position found or, when it was not, where
 // the element belongs (with an order) or one beyond the last.
 struct Located {
@@ -92,8 +91,7 @@ inline VAR lower(const Argument &array) { return detail::give(VLibELOWER_BBB, ar
 inline VAR sort(const Argument &array) { return detail::give(VLibESORT_BBB, array); }  // attributes, ascending
 inline VAR sum(const Argument &array) { return detail::give(VLibESUM_BBB, array); }    // of all numeric elements
 
-// --- Text
-// --------------------------------------------------------------------------------------------------------------
+// --- Text ---
 
 inline int len(const Argument &text) { return VLibELEN_IB(nullptr, text); }
 // Byte position of the occurrence-th occurrence of `part`; 0 when there is none.
@@ -188,8 +186,7 @@ inline VAR chr(int byte) {
 }
 inline int seq(const Argument &text) { return VLibGSEQ_IB(nullptr, text); }
 
-// --- Tests
-// -------------------------------------------------------------------------------------------------------------
+// --- Tests ---
 
 inline bool matches(const Argument &text, const Argument &pattern) {
     return VLibEMATCHES_IBB(nullptr, text, pattern) != 0;
@@ -199,8 +196,7 @@ inline bool is_num(const Argument &text) { return VLibDNUM_IB(nullptr, text) != 
 inline bool is_type(const Argument &character, int type) { return VLibEISTYPE_IBI(nullptr, character, type) != 0; }
 inline bool truth(const Argument &value) { return VLibBCONVCOND_IB(nullptr, value) != 0; }
 
-// --- Numbers
-// -----------------------------------------------------------------------------------------------------------
+// --- Numbers ---
 
 inline VAR abs(const Argument &number) { return detail::give(VLibDABS_BBB, number); }
 inline VAR integer_part(const Argument &number) { return detail::give(VLibBINT_BBB, number); }
@@ -232,8 +228,7 @@ inline VAR string_modulo(const Argument &left, const Argument &right) {
     return detail::string_arithmetic(left, right, VELDA_SMATH_MODULO);
 }
 
-// --- Operators
-// ---------------------------------------------------------------------------------------------------------
+// --- Operators ---
 
 namespace detail {
 

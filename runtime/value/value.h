@@ -26,8 +26,7 @@
 extern "C" {
 #endif
 
-// --- The cell ------------------------------------------------------------------------------------------------------
-
+// --- The cell ---
 // Address and length of a cell's text; a number is given its text first. The bytes belong to the cell and are valid
 // until it changes. A length above INT_MAX is told as INT_MAX. No zero byte need follow them.
 VELDA_EXPORT const char *VLibEADDR_SB(DP *dp, const VAR *cell);
@@ -64,7 +63,7 @@ VELDA_EXPORT void velda_store_float(VAR *target, double value);
 // `target` is taken as raw memory: it is overwritten without a release.
 VELDA_EXPORT void velda_copy_construct(VAR *target, const VAR *value);
 
-// --- Numbers ---------------------------------------------------------------------------------------------------------
+// --- Numbers ---
 // Numeric is a text of an optional sign, digits, an optional "." and digits; all but one byte may be missing, so ".",
 // "-" and "+" are numeric and 0. "" is not numeric. A value has any size; an arithmetic result has at most 4 decimals
 // (more are rounded, halves away from zero) and is otherwise exact. A text that is not numeric counts as 0.
@@ -115,8 +114,7 @@ VELDA_EXPORT VAR *VLibDSMATH_BBBBII(DP *dp, VAR *target, const VAR *left, const 
 typedef void (*velda_fault_reporter)(DP *dp, const char *message);
 VELDA_EXPORT void velda_set_fault_reporter(velda_fault_reporter reporter);
 
-// --- Comparison
-// --------------------------------------------------------------------------------------------------------
+// --- Comparison ---
 
 enum {
     VELDA_EQUAL = 0,
@@ -130,8 +128,7 @@ enum {
 // strings. An image that is not a number is unequal to everything.
 VELDA_EXPORT int VLibDCOMPARE_IBBI(DP *dp, const VAR *left, const VAR *right, int operation);
 
-// --- Elements
-// ----------------------------------------------------------------------------------------------------------
+// --- Elements ---
 
 // x<a,v,s>: the element as a string, "" past the end.
 VELDA_EXPORT VAR *VLibEEXTRACT_BBBIII(DP *dp, VAR *target, const VAR *source, int a, int v, int s);
@@ -185,8 +182,7 @@ VELDA_EXPORT VAR *VLibESORT_BBB(DP *dp, VAR *target, const VAR *source);
 // Sum of all numeric elements of all levels.
 VELDA_EXPORT VAR *VLibESUM_BBB(DP *dp, VAR *target, const VAR *source);
 
-// --- Text
-// --------------------------------------------------------------------------------------------------------------
+// --- Text ---
 
 // x[start,length]. A negative start counts from the end, -1 being the last byte, and stops at the first byte; 0 counts
 // as
@@ -226,8 +222,7 @@ VELDA_EXPORT int VLibGSEQ_IB(DP *dp, const VAR *string);         // 0 for ""
 // give 28; every other byte stays.
 VELDA_EXPORT VAR *VLibECONTROLCHAR_BBB(DP *dp, VAR *target, const VAR *source);
 
-// --- Tests
-// -------------------------------------------------------------------------------------------------------------
+// --- Tests ---
 
 VELDA_EXPORT int VLibEALPHA_IB(DP *dp, const VAR *string);  // 1 when all bytes are letters A-Z, a-z; "" is not
 enum {
@@ -245,8 +240,7 @@ VELDA_EXPORT int VLibEISTYPE_IBI(DP *dp, const VAR *character, int type);
 // separated by VM. The whole string must match.
 VELDA_EXPORT int VLibEMATCHES_IBB(DP *dp, const VAR *string, const VAR *pattern);
 
-// --- Bits
-// --------------------------------------------------------------------------------------------------------------
+// --- Bits ---
 
 // Sets the bit register of the context to the integer part of `value`, which the target takes too. Needs a dp.
 VELDA_EXPORT VAR *VLibEBITLOAD_BBB(DP *dp, VAR *target, const VAR *value);
@@ -256,8 +250,7 @@ enum { VELDA_BIT_AND = 1, VELDA_BIT_OR = 2 };
 // Bit arithmetic on the integer parts, as 64-bit integers; an unknown operator gives the value.
 VELDA_EXPORT VAR *VLibEBITFUNC_BBBBI(DP *dp, VAR *target, const VAR *value, const VAR *mask, int operation);
 
-// --- Matrices
-// ----------------------------------------------------------------------------------------------------------
+// --- Matrices ---
 
 // Makes the cell a matrix of `count` unassigned cells.
 VELDA_EXPORT void velda_make_matrix(VAR *matrix, int count);
@@ -267,8 +260,7 @@ VELDA_EXPORT void VLibBMATAB_VBB(DP *dp, VAR *matrix, const VAR *value);
 // The cell at an index counted from 1; null outside the matrix. It belongs to the matrix.
 VELDA_EXPORT VAR *VLibBARRAY_BB(DP *dp, VAR *matrix, int index);
 
-// --- What native logic does without a call -------------------------------------------------------------------------
-
+// --- What native logic does without a call ---
 // Stores an integer.
 static inline void velda_store_integer(DP *dp, VAR *cell, int64_t value) {
     if (cell->form != VELDA_FORM_INTEGER) {

@@ -86,14 +86,14 @@ inline Text replace(const Text &text, int a, int v, int s, const Text &value) {
 inline Text insert(const Text &text, int a, int v, int s, const Text &value) {
     return at_path(text, path(a == 0 ? 1 : a, v, s), true, [&](List &list, std::size_t number) {
         number = std::min(number, list.size() + 1);
-        list.insert(list.begin() + static_cast<std::ptrdiff_t>(number) - 1, value);
+        list.insert(list.begin() + (static_cast<std::ptrdiff_t>(number) - 1), value);
     });
 }
 
 inline Text remove(const Text &text, int a, int v, int s) {
     if (path(a, v, s).empty()) return text;
     return at_path(text, path(a, v, s), false, [&](List &list, std::size_t number) {
-        if (number <= list.size()) list.erase(list.begin() + static_cast<std::ptrdiff_t>(number) - 1);
+        if (number <= list.size()) list.erase(list.begin() + (static_cast<std::ptrdiff_t>(number) - 1));
     });
 }
 

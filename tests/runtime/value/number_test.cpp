@@ -256,8 +256,7 @@ TEST(Arithmetic, TheTargetMayBeASource) {
     EXPECT_EQ(text, 1);
 }
 
-// --- String arithmetic against digits on paper
-// -------------------------------------------------------------------------
+// --- String arithmetic against digits on paper ---
 
 namespace {
 

@@ -1,22 +1,17 @@
-// random.h - random numbers and texts of tests. Each prints its seed; VELDA_TEST_SEED repeats a run.
+// random.h - random numbers and texts of tests. Each generator prints its seed.
 #pragma once
 
-#include <cstdlib>
-#include <iostream>
 #include <random>
 #include <string>
 #include <string_view>
+
+#include "tests/support/seed.h"
 
 namespace velda::test {
 
 class Random {
   public:
-    Random() {
-        const char *const given = std::getenv("VELDA_TEST_SEED");
-        const unsigned seed = given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-        std::cout << "VELDA_TEST_SEED=" << seed << std::endl;
-        engine_.seed(seed);
-    }
+    Random() : engine_(seeded_random()) {}
 
     // A number in [low, high].
     long long number(long long low, long long high) {
