@@ -64,10 +64,9 @@ inline double median(std::vector<double> values) {
 // A row whose figure is our speed over the peer's. Peer and we take turns; the figure is the median of the rounds'
 // ratios.
 inline void compare(const std::string &name, double limit, std::size_t operations, const std::function<void()> &peer,
-                    const std::function<void()> &ours) {
-    constexpr int Rounds = 5;
+                    const std::function<void()> &ours, int rounds = 5) {
     std::vector<double> ratios, ours_ns, peer_ns;
-    for (int round = 0; round < Rounds; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         const double peer_seconds = seconds_of(peer);
         const double our_seconds = seconds_of(ours);
         ratios.push_back(peer_seconds / our_seconds);
