@@ -108,10 +108,24 @@ TEST_F(Table, ASlotIsUsedAgainWithANewIdentity) {
 }
 
 TEST_F(Table, ManyOwnersGetSlots) {
-    std::vector<lock::Owner> owners;
-    for (int i = 0; i < 1000; ++i) owners.push_back(new_owner());
-    EXPECT_EQ(table_->all_owners().size(), 1001u);
-    for (lock::Owner &owner : owners) table_->retire(owner);
+    constexpr int Threads = 20;
+    constexpr int OwnersEach = 50;
+    std::atomic<int> registered{0};
+    std::atomic<bool> done{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < Threads; ++i) {
+        threads.emplace_back([&] {
+            std::vector<lock::Owner> owners;
+            for (int n = 0; n < OwnersEach; ++n) owners.push_back(new_owner());
+            registered += OwnersEach;
+            while (!done) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            for (lock::Owner &owner : owners) table_->retire(owner);
+        });
+    }
+    while (registered != Threads * OwnersEach) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(table_->all_owners().size(), Threads * OwnersEach + 1u);
+    done = true;
+    for (std::thread &thread : threads) thread.join();
     EXPECT_EQ(table_->all_owners().size(), 1u);
 }
 

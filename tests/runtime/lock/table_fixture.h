@@ -37,7 +37,7 @@ class TableTest : public testing::Test {
     }
 
     lock::Owner new_owner() {
-        static std::uint32_t context = 0;
+        static std::atomic<std::uint32_t> context{0};
         auto owner = table_->register_owner(getpid(), ++context);
         if (!owner) throw std::runtime_error(owner.error().message);
         return std::move(*owner);
