@@ -26,6 +26,8 @@
 #include "runtime/convert/facade.h"
 #include "runtime/crypt/facade.h"
 #include "runtime/file/facade.h"
+#include "runtime/lock/facade.h"
+#include "runtime/port/facade.h"
 #include "runtime/print/facade.h"
 #include "runtime/process/facade.h"
 #include "runtime/process/subroutine.h"

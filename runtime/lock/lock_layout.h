@@ -1,7 +1,7 @@
 // lock_layout.h - the lock table as it lies in the shared segment. Private to the folder.
 //
 // The segment is one mapped file in memory, and everything in it is addressed by its place in the file: a page is 4,096
-// bytes, a unit 64. It holds a header, 256 stripes, the owner slots, and then extents, which belong to one stripe each
+// bytes, a unit 64. It holds a header, 256 stripes, the owner slots and notes, and then extents, which belong to one stripe each
 // and are cut into blocks. A lock is one block: an Entry and its key.
 //
 // One rule makes the table survive a process that dies at any instruction: the word `Entry::owner` alone says whether a
@@ -51,8 +51,8 @@ struct SegmentHeader {
     std::atomic<std::uint64_t> magic;  // written last
     std::uint32_t version;
     std::uint32_t reserved;
-    char boot_id[40];                              // of the machine's run that made it: its owners end with that run
-    std::atomic<std::uint64_t> end_page;           // first page not given to anything
+    std::uint64_t boot;                   // the machine's run that made it: what it says of owners ends with that run
+    std::atomic<std::uint64_t> end_page;  // first page not given to anything
     std::atomic<std::uint64_t> next_generation;    // for OwnerId
     std::atomic<std::uint64_t> next_ticket;        // for OwnerSlot::ticket
     std::atomic<std::uint32_t> owner_slots_ready;  // slots that have storage and a mutex

@@ -36,6 +36,10 @@ struct Owner {
     OwnerId id = 0;
     OwnerSlot *slot = nullptr;
     std::vector<Unit> held;  // its locks; Entry::owner_position is the index here
+
+    bool has(const Entry &entry, Unit unit) const;
+    void make_room();  // for one more, so that note() cannot fail
+    void note(Entry &entry, Unit unit);
 };
 
 // What an attempt came to.
@@ -152,7 +156,7 @@ class LockTable {
     void enqueue(Entry &entry, Unit unit, Owner &owner);
     void dequeue(OwnerSlot &slot, WakeList &wakes);
 
-    // --- an owner's road through them (lock_table.cpp) ---
+    // --- an owner's road through them (lock_owner.cpp) ---
     enum class WhenBusy { GiveUp, Queue };
     Attempt attempt(Owner &owner, const LockName &name, std::uint64_t hash, WhenBusy when_busy);
     Attempt found_held(Owner &owner, Unit unit);

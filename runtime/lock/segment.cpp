@@ -9,22 +9,15 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "runtime/base/global_directory.h"
 #include "runtime/lock/death_point.h"
 #include "runtime/lock/owner_life.h"
+#include "runtime/store/boot_id.h"
 
 namespace velda::lock {
 
 namespace {
-
-// Names this run of the machine.
-std::string boot_id() {
-    std::string id;
-    std::ifstream("/proc/sys/kernel/random/boot_id") >> id;
-    return id.substr(0, sizeof SegmentHeader::boot_id - 1);
-}
 
 std::size_t size_of(int file) {
     struct stat status;
@@ -111,8 +104,7 @@ bool Segment::is_table() const {
 
 bool Segment::is_current() const {
     const SegmentHeader &found = header();
-    return is_table() && found.version == SegmentVersion &&
-           boot_id() == std::string(found.boot_id, strnlen(found.boot_id, sizeof found.boot_id));
+    return is_table() && found.version == SegmentVersion && found.boot == store::current_boot();
 }
 
 bool Segment::anyone_lives() const {
@@ -126,7 +118,7 @@ Result<void> Segment::format(const std::string &registration) {
     if (auto stored = give_storage(0, OwnersOffset); !stored) return stored;
     SegmentHeader &fresh = header();
     fresh.version = SegmentVersion;
-    boot_id().copy(fresh.boot_id, sizeof fresh.boot_id - 1);
+    fresh.boot = store::current_boot();
     registration.copy(fresh.registered_in, sizeof fresh.registered_in - 1);
     fresh.end_page = ExtentsOffset / PageBytes;
     fresh.next_generation = 1;

@@ -125,7 +125,7 @@ TEST_F(TableRegistration, OfKilledUsersIsMadeAnew) {
 
 TEST_F(TableRegistration, FromBeforeARebootIsMadeAnewThoughItsOwnersLookAlive) {
     kill_child(spawn_holder());
-    write_at(segments()[0], offsetof(lock::SegmentHeader, boot_id), std::string(8, '?'));
+    write_at(segments()[0], offsetof(lock::SegmentHeader, boot), std::string(8, '?'));
     // As the machine stopped: the owner's mutex is held by a thread of a process that is no more.
     write_at(segments()[0], lock::OwnersOffset, std::string("\x01\0\0\0", 4));
     const auto table = attach();

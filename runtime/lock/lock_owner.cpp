@@ -1,0 +1,213 @@
+// An owner's road through the table: registering, taking, waiting, releasing.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+#include "runtime/lock/death_point.h"
+#include "runtime/lock/lock_table.h"
+#include "runtime/lock/owner_life.h"
+#include "runtime/lock/owner_notes.h"
+
+namespace velda::lock {
+
+namespace {
+
+// How long a waiter sleeps when nothing wakes it: it looks again in case the one who should have woken it died just
+// then.
+constexpr std::chrono::milliseconds SafetyLimit{1000};
+// The same while the holder's life cannot be watched, because it is just being reaped.
+constexpr std::chrono::milliseconds ReapedSoon{5};
+
+}  // namespace
+
+void Owner::make_room() {
+    if (held.size() == held.capacity()) held.reserve(std::max<std::size_t>(64, 2 * held.capacity()));
+}
+
+bool Owner::has(const Entry &entry, Unit unit) const {
+    return entry.owner_position < held.size() && held[entry.owner_position] == unit;
+}
+
+void Owner::note(Entry &entry, Unit unit) {
+    entry.owner_position = static_cast<std::uint32_t>(held.size());
+    held.push_back(unit);
+    slot->lock_count.store(held.size(), std::memory_order_relaxed);
+}
+
+Result<Owner> LockTable::register_owner(pid_t pid, std::uint32_t context) {
+    for (std::size_t number = 0;; ++number) {
+        const std::size_t ready = segment_->owner_slots_ready();
+        if (number >= ready) {
+            if (auto added = segment_->add_owner_slots(ready); !added) return added.error();
+        }
+        OwnerSlot &slot = segment_->owner(number);
+        if (life_of(slot) == Life::Lives) continue;
+        const int result = pthread_mutex_trylock(&slot.life);
+        if (result == EOWNERDEAD) {
+            reap_slot(slot);
+            pthread_mutex_consistent(&slot.life);
+        } else if (result != 0) {
+            continue;
+        }
+        slot.pid = pid;
+        slot.context = context;
+        slot.port = -1;
+        slot.lock_count = 0;
+        slot.message_count = 0;
+        for (auto &word : slot.stripes) word = 0;
+        write_notes(segment_->notes(number), "");
+        death_point();
+        Owner owner;
+        owner.id = segment_->header().next_generation.fetch_add(1) << 16 | number;
+        owner.slot = &slot;
+        slot.id.store(owner.id, std::memory_order_release);
+        death_point();
+        return owner;
+    }
+}
+
+void LockTable::retire(Owner &owner) {
+    if (is_registered(owner)) {
+        release_if(owner, [](const Entry &) { return true; });
+        owner.slot->port = -1;
+        owner.slot->id.store(0, std::memory_order_release);
+        death_point();
+        // Refused when another thread registered the owner: then the slot is freed when that thread ends.
+        pthread_mutex_unlock(&owner.slot->life);
+    }
+    owner = Owner();
+}
+
+bool LockTable::is_registered(const Owner &owner) const {
+    return owner.id != 0 && owner.slot->id.load(std::memory_order_acquire) == owner.id;
+}
+
+// The entry's owner left without it. Repair after a death is the only way there, and hardly that.
+bool LockTable::is_orphan(const Entry &entry) const {
+    const OwnerId id = entry.owner.load(std::memory_order_relaxed);
+    return segment_->owner(slot_of(id)).id.load(std::memory_order_acquire) != id;
+}
+
+Attempt LockTable::attempt(Owner &owner, const LockName &name, std::uint64_t hash, WhenBusy when_busy) {
+    WakeList wakes;
+    const StripeGuard guard(*this, stripe_of(hash));
+    for (;;) {
+        const Unit unit = find(guard.stripe, name, hash);
+        if (unit == 0) return insert(guard.stripe, name, hash, owner);
+        const Entry &entry = segment_->entry(unit);
+        if (entry.owner.load(std::memory_order_relaxed) == owner.id) return found_held(owner, unit);
+        if (!is_orphan(entry)) return found_busy(owner, unit, when_busy);
+        pass_on(guard.stripe, unit, wakes);
+    }
+}
+
+// The lock is the owner's: from before, or since the last holder passed it on.
+Attempt LockTable::found_held(Owner &owner, Unit unit) {
+    Attempt result;
+    Entry &entry = segment_->entry(unit);
+    result.was_held = owner.has(entry, unit);
+    if (!result.was_held) owner.note(entry, unit);
+    return result;
+}
+
+Attempt LockTable::found_busy(Owner &owner, Unit unit, WhenBusy when_busy) {
+    Attempt result;
+    Entry &entry = segment_->entry(unit);
+    result.result = LockResult::Busy;
+    result.holder = entry.owner.load(std::memory_order_relaxed);
+    result.holder_shown = shown(result.holder);
+    if (when_busy == WhenBusy::Queue) {
+        if (owner.slot->waiting_for.load(std::memory_order_relaxed).unit == 0) enqueue(entry, unit, owner);
+        result.first_in_line = &waiter(entry.first_waiter) == owner.slot;
+    }
+    return result;
+}
+
+Attempt LockTable::take(Owner &owner, const LockName &name) {
+    const std::uint64_t hash = hash_of(name);
+    expect(hash);
+    for (;;) {
+        Attempt result = attempt(owner, name, hash, WhenBusy::GiveUp);
+        if (result.result != LockResult::Busy || !reap_if_dead(result.holder)) return result;
+    }
+}
+
+Attempt LockTable::take_waiting(Owner &owner, const LockName &name, const WaitControl &control) {
+    const std::uint64_t hash = hash_of(name);
+    for (;;) {
+        WatchedWord words[4] = {{&owner.slot->wake_word, owner.slot->wake_word.load()},
+                                {&control.events, control.events.load()},
+                                {&control.signals, control.signals.load()}};
+        Attempt result = attempt(owner, name, hash, WhenBusy::Queue);
+        if (result.result != LockResult::Busy) return result;
+        if (reap_if_dead(result.holder)) continue;
+        if (control.interrupted()) {
+            if (!withdraw(owner)) continue;
+            result.result = LockResult::Interrupted;
+            return result;
+        }
+        sleep_in_line(result, words);
+    }
+}
+
+// Ends a wait. False when the lock was passed to the owner before that.
+bool LockTable::withdraw(Owner &owner) {
+    const WaitPlace place = owner.slot->waiting_for.load();
+    if (place.unit == 0) return false;
+    WakeList wakes;
+    const StripeGuard guard(*this, place.stripe);
+    if (owner.slot->waiting_for.load(std::memory_order_relaxed).unit == 0) return false;
+    dequeue(*owner.slot, wakes);
+    return true;
+}
+
+// The first in line wakes when the holder dies; the others wake when they become first. The last word is free for that.
+void LockTable::sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> words) {
+    std::size_t count = words.size() - 1;
+    auto limit = SafetyLimit;
+    if (busy.first_in_line) {
+        if (const auto life = watch_life(segment_->owner(slot_of(busy.holder))))
+            words[count++] = *life;
+        else
+            limit = ReapedSoon;
+    }
+    sleep_on(words.first(count), limit);
+}
+
+bool LockTable::release(Owner &owner, const LockName &name) {
+    const std::uint64_t hash = hash_of(name);
+    expect(hash);
+    WakeList wakes;
+    const StripeGuard guard(*this, stripe_of(hash));
+    const Unit unit = find(guard.stripe, name, hash);
+    if (unit == 0 || segment_->entry(unit).owner.load(std::memory_order_relaxed) != owner.id) return false;
+    forget_held(owner, unit);
+    pass_on(guard.stripe, unit, wakes);
+    return true;
+}
+
+void LockTable::release_if(Owner &owner, const std::function<bool(const Entry &)> &chosen) {
+    for (std::size_t i = owner.held.size(); i-- > 0;) {
+        const Unit unit = owner.held[i];
+        const Entry &entry = segment_->entry(unit);
+        if (!chosen(entry)) continue;
+        WakeList wakes;
+        const StripeGuard guard(*this, stripe_of(entry.hash));
+        forget_held(owner, unit);
+        if (entry.owner.load(std::memory_order_relaxed) == owner.id) pass_on(guard.stripe, unit, wakes);
+    }
+}
+
+// The last lock of the list takes the place of the one that goes. Both are the owner's own, so no other looks at their
+// places.
+void LockTable::forget_held(Owner &owner, Unit unit) {
+    const Entry &entry = segment_->entry(unit);
+    if (!owner.has(entry, unit)) return;
+    const Unit last = owner.held.back();
+    owner.held[entry.owner_position] = last;
+    segment_->entry(last).owner_position = entry.owner_position;
+    owner.held.pop_back();
+    owner.slot->lock_count.store(owner.held.size(), std::memory_order_relaxed);
+}
+
+}  // namespace velda::lock
