@@ -99,7 +99,7 @@ class DeviceSpace {
     double percent_used(DP *dp, uint64_t device, const char *path) {
         for (const Known &known : known_)
             if (known.device == device) return known.percent;
-        int64_t total = 0, available = 0;
+        uint64_t total = 0, available = 0;
         VediBaseCheckFileSizePath(dp, path, &total, &available);
         const double percent =
             total == 0 ? 0 : static_cast<double>(total - available) / static_cast<double>(total) * 100;

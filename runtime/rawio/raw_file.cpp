@@ -53,6 +53,9 @@ velda::Result<std::int64_t> VRunFile::size_bytes() const {
 
 namespace velda::rawio {
 
+static_assert(VELDA_OPEN_READ == O_RDONLY && VELDA_OPEN_READ_WRITE == O_RDWR && VELDA_OPEN_CREATE == O_CREAT);
+static_assert(VELDA_OPEN_NEW == (O_CREAT | O_EXCL) && VELDA_OPEN_TRUNCATE == O_TRUNC);
+
 int result_of(const Error &error) {
     errno = error.number;
     return error.number;

@@ -84,16 +84,6 @@ VELDA_EXPORT int64_t VRunFileIOLockHash(DP *dp, const char *key, size_t key_leng
 // A wait that is interrupted gives EINTR (4). Any other mode gives 22.
 VELDA_EXPORT int VRunFileIOLockRecord(DP *dp, VRunFile *file, const char *key, size_t key_length, int mode);
 
-// --- whole files
-// ----------------------------------------------------------------------------------------------------------
-
-// Cuts a file, or fills it up with zero bytes, to a length.
-VELDA_EXPORT int VediWin32truncate(DP *dp, const char *path, int64_t length);
-VELDA_EXPORT int VediWin32ftruncate(DP *dp, VRunFile *file, int64_t length);
-
-// The space of the file system on which a path lies, in bytes: all of it, and what an ordinary user can still have.
-VELDA_EXPORT int VediBaseCheckFileSizePath(DP *dp, const char *path, int64_t *total, int64_t *available);
-
 // --- linked files
 // ----------------------------------------------------------------------------------------------------------
 //
