@@ -11,6 +11,9 @@
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/context.h"
 
+static_assert(VELDA_OPEN_READ == O_RDONLY && VELDA_OPEN_READ_WRITE == O_RDWR && VELDA_OPEN_CREATE == O_CREAT);
+static_assert(VELDA_OPEN_NEW == (O_CREAT | O_EXCL) && VELDA_OPEN_TRUNCATE == O_TRUNC);
+
 VRunFile::VRunFile(int open_fd, std::string full_path, velda::store::FileIdentity file_identity)
     : fd(open_fd), path(std::move(full_path)), identity(file_identity) {}
 
