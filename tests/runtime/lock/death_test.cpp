@@ -2,6 +2,7 @@
 #include <random>
 
 #include "tests/runtime/lock/table_fixture.h"
+#include "tests/support/seed.h"
 
 using namespace velda;
 using namespace velda::test;
@@ -171,13 +172,12 @@ struct Arena {
 
 TEST_F(Death, ByKillsAtRandomNeverGivesALockToTwoNorLosesAWaiter) {
     SharedMemory<Arena> arena;
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    auto random = seeded_random();
+    const auto worker_seed = random();
     int number = 0;
     const auto work = [&](int me) {
         return spawn([&, me](lock::Owner &owner) {
-            std::mt19937 own(seed + static_cast<unsigned>(me));
+            std::mt19937_64 own(worker_seed + static_cast<unsigned>(me));
             for (;;) {
                 const auto key = own() % Keys;
                 const std::string name(1, static_cast<char>('a' + key));

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "tests/runtime/lock/table_fixture.h"
+#include "tests/support/seed.h"
 
 using namespace velda;
 using namespace velda::test;
@@ -12,9 +13,7 @@ using namespace velda::test;
 class Table : public TableTest {};
 
 TEST_F(Table, RandomOperationsAgreeWithAModel) {
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    auto random = seeded_random();
     std::vector<lock::Owner> owners;
     for (int i = 0; i < 4; ++i) owners.push_back(new_owner());
     std::map<std::string, std::size_t> holder;  // the model: who holds which key
