@@ -57,12 +57,16 @@ void bench_copy(const Run &run, const std::string &name, const std::string &dura
     make_file(source, durability);
     fill(source, run.record_count);
     std::unique_ptr<RawFile> raw_target;
+    File source_file, target_file;  // open as the peer's are
+    if (!source_file.open(source)) give_up("cannot open " + source);
     const auto new_targets = [&] {
         raw_target.reset();
         std::filesystem::remove(run.path("raw-target"));
         std::filesystem::remove(run.path("raw-target-lock"));
         raw_target = std::make_unique<RawFile>(run.path("raw-target"), raw_flags);
+        target_file.close();
         make_file(target, durability);
+        if (!target_file.open(target)) give_up("cannot open " + target);
     };
     compare(
         name, 0.50, run.record_count, [&] { raw_source.copy_to(*raw_target, Batch); },

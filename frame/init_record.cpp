@@ -71,10 +71,18 @@ struct EscapePart {
 };
 
 constexpr EscapePart Escapes[] = {
-    {"^\\", '~', true}, {"^]", ']', true}, {"\\\\", '\\'}, {"\\^", '^'},       {"\\B", '\b'},
-    {"\\F", '\f'},      {"\\N", '\n'},     {"\\R", '\r'},  {"\\S", 'T', true},  // reads S and gives ctrl-T: on purpose,
-                                                                                // XOFF cannot be typed on many lines
-    {"\\T", '\t'},      {"\\E", '\x1B'},
+    {"^\\", '~', true},
+    {"^]", ']', true},
+    {"\\\\", '\\'},
+    {"\\^", '^'},
+    {"\\B", '\b'},
+    {"\\F", '\f'},
+    {"\\N", '\n'},
+    {"\\R", '\r'},
+    {"\\S", 'T', true},  // reads S and gives ctrl-T: on purpose,
+                         // XOFF cannot be typed on many lines
+    {"\\T", '\t'},
+    {"\\E", '\x1B'},
 };
 
 bool is_octal_escape(std::string_view part) {

@@ -138,11 +138,12 @@ int read_record(const FileWords &file, const VAR &key, VAR &Record, int64_t Lock
 
 }  // namespace
 
-VAR frame::without_quotes(const VAR &key) {
+bool frame::is_quoted(const VAR &key) {
     const std::string_view text = key.view();
-    const bool quoted = (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
-    return quoted ? key.substring(2, -2) : key;
+    return (text.starts_with('"') || text.starts_with('\'')) && text.ends_with(text.front());
 }
+
+VAR frame::without_quotes(const VAR &key) { return is_quoted(key) ? key.substring(2, -2) : key; }
 
 VBC_SUBROUTINE(VELDANextRecord, LockFlag, Result, Record, FileName, RecordKey, commandflags) {
     const UtilityCommon utility(dp);

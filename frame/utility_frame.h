@@ -95,7 +95,8 @@ inline constexpr const char *NoFileName = "200";
 inline constexpr const char *CannotOpenFile = "201";
 inline constexpr const char *NoRecordList = "203";
 
-// A key that begins with a quote and ends with the same one loses both; a lone quote stays.
+// A key in quotes begins with one and ends with the same one. It loses both; a lone quote stays.
+bool is_quoted(const VAR &key);
 VAR without_quotes(const VAR &key);
 
 }  // namespace velda::frame

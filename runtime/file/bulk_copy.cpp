@@ -9,10 +9,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "runtime/file/pending_updates.h"
+#include "runtime/file/select_list.h"
 #include "runtime/file/statement.h"
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/interrupt.h"
@@ -22,7 +23,6 @@
 namespace velda::file {
 namespace {
 
-constexpr std::size_t BatchUpdates = 1000;
 constexpr std::size_t BatchBytes = std::size_t{4} << 20;
 
 // A file of the copy, and the updates that wait for it.
@@ -33,8 +33,7 @@ struct Side {
 
     const VAR cell;  // keeps the file open
     store::ControlBlockContent *const content;
-    std::vector<store::Update> updates;
-    std::unordered_map<std::string_view, bool> will_exist;  // by key, once the updates are made
+    PendingUpdates pending;
 };
 
 Action action_of(const store::Update &update) { return update.record ? Action::Write : Action::Delete; }
@@ -58,12 +57,20 @@ struct VELDABulkCopy {
     }
 
     int read(VAR &record, const VAR &key) {
-        if (removing_side().will_exist.contains(key.view())) flush();
+        if (removing_side().pending.will_exist(key.view())) flush();
         return VLibFNEWREAD_IIBBBIB(dp_, 0, &source_.cell, &record, &key, 0, nullptr);
     }
 
+    int next(VAR &list, VAR &key, VAR &record) {
+        if (!one_file_ && list.form == VELDA_FORM_LIST &&
+            SelectList::of(list).reads_items(*source_.content->file, source_.content->read_mode))
+            return next_item(SelectList::of(list), key, record);
+        if (VLibFREADNEXT_IBBBBB(dp_, &key, nullptr, nullptr, &list, nullptr) != 1) return VELDA_BULK_COPY_END;
+        return read(record, key) == 1 ? VELDA_BULK_COPY_RECORD : VELDA_BULK_COPY_NO_RECORD;
+    }
+
     bool target_has(std::string_view key) {
-        if (const auto waits = target_.will_exist.find(key); waits != target_.will_exist.end()) return waits->second;
+        if (const auto waits = target_.pending.will_exist(key)) return *waits;
         if (!check_key(key)) return false;
         const auto found = target_.content->file->exists(key);
         if (!found) stop_with(target_, Action::Read, key, found.error());
@@ -91,6 +98,15 @@ struct VELDABulkCopy {
     // Deletes of source records wait behind the writes when both are one file, in the order of the statements.
     Side &removing_side() { return one_file_ ? target_ : source_; }
 
+    // Key and record in one step of the list's cursor.
+    int next_item(SelectList &list, VAR &key, VAR &record) {
+        const auto item = list.next_item();
+        if (!item) stop_with(source_, Action::ReadNext, "", item.error());
+        key = *item ? (*item)->key : std::string_view();
+        record = *item ? (*item)->record : std::string_view();
+        return *item ? VELDA_BULK_COPY_RECORD : VELDA_BULK_COPY_END;
+    }
+
     void stop_with(const Side &side, Action action, std::string_view key, const Error &error) const {
         fail({dp_, 0, nullptr}, action, side.path(), key, error);
     }
@@ -108,7 +124,7 @@ struct VELDABulkCopy {
             make_or_stop(side, update);
         else
             keep(side, update);
-        if (side.updates.size() >= BatchUpdates) flush();
+        if (side.pending.full()) flush();
     }
 
     std::string_view keep_bytes(std::string_view bytes) {
@@ -121,47 +137,52 @@ struct VELDABulkCopy {
     void keep(Side &side, store::Update update) {
         update.key = keep_bytes(update.key);
         if (update.record) update.record = keep_bytes(*update.record);
-        side.updates.push_back(update);
-        side.will_exist[update.key] = update.record.has_value();
-        if (&side == &source_) writes_before_removal_.push_back(target_.updates.size());
-    }
-
-    // Target first: a record that moves is at no instant in neither file.
-    void make_updates() {
-        Updates writes = take_updates(target_);
-        Updates removals = take_updates(source_);
-        const auto writes_before_removal = std::exchange(writes_before_removal_, {});
-        used_ = 0;
-        const std::size_t written = make_all(target_, writes);
-        if (written == writes.size()) {
-            const std::size_t removed = make_all(source_, removals);
-            if (removed < removals.size()) make_or_stop(source_, removals[removed]);
-            return;
-        }
-        // Of the removals only those whose write came before the one at fault.
-        removals.resize(
-            std::ranges::count_if(writes_before_removal, [=](std::size_t before) { return before <= written; }));
-        make_all(source_, removals);
-        make_or_stop(target_, writes[written]);
+        side.pending.add(update);
+        if (&side == &source_) writes_before_removal_.push_back(target_.pending.size());
     }
 
     using Updates = std::vector<store::Update>;
 
-    static Updates take_updates(Side &side) {
-        side.will_exist.clear();
-        return std::exchange(side.updates, {});
+    // How far a batch came: all of it, or the updates before the one at fault.
+    struct Made {
+        std::size_t count = 0;
+        std::optional<Error> error;
+    };
+
+    // Target first: a record that moves is at no instant in neither file.
+    void make_updates() {
+        const Updates writes = target_.pending.take();
+        Updates removals = source_.pending.take();
+        const auto writes_before_removal = std::exchange(writes_before_removal_, {});
+        used_ = 0;
+        const Made written = make_all(target_, writes);
+        // After a failure only the removals whose write came before the one at fault.
+        if (written.error)
+            removals.resize(std::ranges::count_if(writes_before_removal,
+                                                  [&](std::size_t before) { return before <= written.count; }));
+        const Made removed = make_all(source_, removals);
+        stop_if_failed(source_, removals, removed);
+        stop_if_failed(target_, writes, written);
     }
 
-    // Makes the updates in order, in one commit if that succeeds. How many were made: all, or those before the one at
-    // fault.
-    std::size_t make_all(const Side &side, const Updates &updates) const {
-        if (updates.empty()) return 0;
+    void stop_if_failed(const Side &side, const Updates &updates, const Made &made) const {
+        if (!made.error) return;
+        const store::Update &at_fault = updates[made.count];
+        stop_with(side, action_of(at_fault), at_fault.key, *made.error);
+    }
+
+    // Makes the updates in order, in one commit if that succeeds.
+    Made make_all(const Side &side, const Updates &updates) const {
+        if (updates.empty()) return {};
         if (side.content->file->apply(updates, side.content->write_mode)) {
             for (const store::Update &update : updates) release_lock(side, update.key);
-            return updates.size();
+            return {updates.size(), {}};
         }
-        std::size_t made = 0;
-        while (made < updates.size() && !make_one(side, updates[made])) ++made;
+        Made made;
+        for (; made.count < updates.size(); ++made.count) {
+            made.error = make_one(side, updates[made.count]);
+            if (made.error) break;
+        }
         return made;
     }
 
@@ -201,6 +222,10 @@ VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *targe
 }
 
 int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key) { return copy->read(*record, *key); }
+
+int velda_bulk_copy_next(VELDABulkCopy *copy, VAR *list, VAR *key, VAR *record) {
+    return copy->next(*list, *key, *record);
+}
 
 int velda_bulk_copy_target_has(VELDABulkCopy *copy, const VAR *key) { return copy->target_has(key->view()); }
 

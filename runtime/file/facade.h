@@ -217,6 +217,12 @@ class BulkCopy {
     BulkCopy &operator=(const BulkCopy &) = delete;
 
     bool read(VAR &record, const Argument &key) { return velda_bulk_copy_read(copy_, &record, key) == 1; }
+    // READNEXT and READ together: false at the end. `found` tells whether there is such a record.
+    bool next(SelectList &list, VAR &key, VAR &record, bool &found) {
+        const int result = velda_bulk_copy_next(copy_, &list.cell(), &key, &record);
+        found = result == VELDA_BULK_COPY_RECORD;
+        return result != VELDA_BULK_COPY_END;
+    }
     bool target_has(const Argument &key) { return velda_bulk_copy_target_has(copy_, key) != 0; }
     void write(const Argument &key, const Argument &record) { velda_bulk_copy_write(copy_, key, record); }
     void remove_source(const Argument &key) { velda_bulk_copy_remove(copy_, key); }

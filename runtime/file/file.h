@@ -202,6 +202,10 @@ VELDA_EXPORT VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, con
 // READ from the source: 1, or 0 and "" when there is no such record.
 VELDA_EXPORT int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key);
 
+// READNEXT of the next key and READ of its record from the source, in one step where the list streams from the source.
+enum { VELDA_BULK_COPY_END = 0, VELDA_BULK_COPY_RECORD = 1, VELDA_BULK_COPY_NO_RECORD = 2 };
+VELDA_EXPORT int velda_bulk_copy_next(VELDABulkCopy *copy, VAR *list, VAR *key, VAR *record);
+
 // 1 when the target has a record of that key.
 VELDA_EXPORT int velda_bulk_copy_target_has(VELDABulkCopy *copy, const VAR *key);
 

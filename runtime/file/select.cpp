@@ -43,7 +43,7 @@ int select_file(const Statement &statement, store::ControlBlockContent *content,
     auto cursor = content->file->select(content->read_mode);
     if (!cursor) return fail_list(statement, Action::Select, content->file->path(), cursor.error());
     VAR list;
-    store_list(statement.dp, list, std::make_unique<SelectList>(content->file, std::move(*cursor)));
+    store_list(statement.dp, list, std::make_unique<SelectList>(content->file, std::move(*cursor), content->read_mode));
     return hand_over(statement, std::move(list), target);
 }
 
@@ -68,8 +68,6 @@ void store_key(VAR &target, const VAR &list, std::string_view key) {
     else
         target = key;
 }
-
-const SystemNumberProvider ActiveListLength(11, [](DP *dp, VAR &target) { target = VRunCountDefaultSel(dp); });
 
 // SYSTEM(11): the length of the active select list, false when there is none.
 const SystemNumberProvider list_length(11, [](DP *dp, VAR &target) { target = VRunCountDefaultSel(dp); });

@@ -23,8 +23,9 @@ SelectList::SelectList(std::string keys) : keys_(std::move(keys)) {
     if (!keys_.empty()) position_ = 0;
 }
 
-SelectList::SelectList(std::shared_ptr<store::OpenFile> file, std::unique_ptr<store::Cursor> cursor)
-    : file_(std::move(file)), cursor_(std::move(cursor)) {
+SelectList::SelectList(std::shared_ptr<store::OpenFile> file, std::unique_ptr<store::Cursor> cursor,
+                       store::TransferMode mode)
+    : file_(std::move(file)), cursor_(std::move(cursor)), mode_(mode) {
     operations = &ListOperations;
 }
 
@@ -56,6 +57,14 @@ Result<std::optional<std::string_view>> SelectList::next() {
     current_ = std::move(*ahead_);
     ahead_.reset();
     return std::optional<std::string_view>(current_);
+}
+
+Result<std::optional<store::Cursor::Item>> SelectList::next_item() {
+    if (left_ && *left_ > 0) --*left_;
+    auto item = cursor_->next_item();
+    if (item && *item) ++read_;
+    if (item && !*item) cursor_.reset();
+    return item;
 }
 
 Result<bool> SelectList::at_end() {

@@ -20,11 +20,20 @@ class SelectList final : public Handle {
   public:
     // One key an attribute; "" is no key at all.
     explicit SelectList(std::string keys);
-    // The keys of a file. The list keeps the file open.
-    SelectList(std::shared_ptr<store::OpenFile> file, std::unique_ptr<store::Cursor> cursor);
+    // The keys of a file, by a cursor that reads records in `mode`. The list keeps the file open.
+    SelectList(std::shared_ptr<store::OpenFile> file, std::unique_ptr<store::Cursor> cursor,
+               store::TransferMode mode = store::TransferMode::Default);
 
     // The next key, nullopt at the end; valid until the next call.
     Result<std::optional<std::string_view>> next();
+
+    // The next key with its record, nullopt at the end; valid until the next call. Only for a list that reads_items().
+    Result<std::optional<store::Cursor::Item>> next_item();
+    // True while the next key comes from this file's own cursor, which can read the record with it.
+    bool reads_items(const store::OpenFile &file, store::TransferMode mode) const {
+        const bool same_records = mode_ == mode || file.type() != "UD";  // directory files alone know modes
+        return cursor_ && !ahead_ && file_.get() == &file && same_records;
+    }
 
     // True when no key is left. May read one key ahead.
     Result<bool> at_end();
@@ -51,6 +60,7 @@ class SelectList final : public Handle {
     std::size_t position_ = std::string::npos;  // of the next key in keys_; npos at the end
     std::shared_ptr<store::OpenFile> file_;
     std::unique_ptr<store::Cursor> cursor_;  // null: the keys are in keys_
+    store::TransferMode mode_ = store::TransferMode::Default;
     std::optional<Error> error_;             // what stopped the gathering
     std::optional<std::string> ahead_;       // a key read ahead of its turn
     std::string current_;                    // the key handed out last, when it had been read ahead
