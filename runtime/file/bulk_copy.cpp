@@ -175,7 +175,8 @@ struct VELDABulkCopy {
     Made make_all(const Side &side, const Updates &updates) const {
         if (updates.empty()) return {};
         if (side.content->file->apply(updates, side.content->write_mode)) {
-            for (const store::Update &update : updates) release_lock(side, update.key);
+            if (may_hold_records(dp_))
+                for (const store::Update &update : updates) release_lock(side, update.key);
             return {updates.size(), {}};
         }
         Made made;

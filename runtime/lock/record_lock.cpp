@@ -78,6 +78,11 @@ bool unlock_record(DP *dp, const store::FileIdentity &file, std::string_view key
     return give_back(dp, {LockKind::Record, file, key});
 }
 
+bool may_hold_records(DP *dp) {
+    SessionOwner *session = existing_owner(dp);
+    return session && session->owner().held.size() > (session->port_taken ? 1 : 0);
+}
+
 LockOutcome lock_execution(DP *dp, int number, Wait wait) {
     return take(dp, {LockKind::Execution, {}, text_of(number)}, wait);
 }

@@ -53,6 +53,9 @@ LockOutcome lock_record(DP *dp, const store::FileIdentity &file, std::string_vie
 // Releases the lock of a record. False when this context did not hold it.
 bool unlock_record(DP *dp, const store::FileIdentity &file, std::string_view key);
 
+// True when this context may hold a lock on a record: what a batch of updates asks before it releases each of theirs.
+bool may_hold_records(DP *dp);
+
 // Execution locks, the same.
 LockOutcome lock_execution(DP *dp, int number, Wait wait);
 bool unlock_execution(DP *dp, int number);
