@@ -42,4 +42,10 @@ VAR *VELDAPERROR(VAR *target, DP *, int error_number) {
     return target;
 }
 
+int VELDACheckSymLinkFile(DP *, const VAR *path) {
+    struct stat status;
+    if (VediWin32lstat(path->str().c_str(), &status) != 0) return 0;
+    return (status.st_mode & SymbolicLinkBits) == SymbolicLinkBits;
+}
+
 int VELDAGetFrameSize(void) { return FrameSizeBytes; }

@@ -175,6 +175,8 @@ VELDA_EXPORT int VediBaseCheckFileSizePath(DP *dp, const char *path, uint64_t *t
 // ---------------------------------------------------------------
 
 VELDA_EXPORT int VediWin32stat(const char *path, struct stat *status);
+// The same of a symbolic link itself, not of what it leads to.
+VELDA_EXPORT int VediWin32lstat(const char *path, struct stat *status);
 VELDA_EXPORT int VediWin32fstat(int descriptor, struct stat *status);
 // The descriptor is not passed on to programs that are run.
 VELDA_EXPORT int VediWin32open(const char *path, int flags, int mode);
@@ -182,6 +184,10 @@ VELDA_EXPORT int VediWin32close(int descriptor);
 VELDA_EXPORT int64_t VediWin32lseek(int descriptor, int64_t offset, int whence);
 VELDA_EXPORT int VediWin32truncate(const char *path, int64_t size);
 VELDA_EXPORT int VediWin32ftruncate(int descriptor, int64_t size);
+VELDA_EXPORT int VediWin32mkdir(const char *path, int mode);
+VELDA_EXPORT int VediWin32chmod(const char *path, int mode);
+// Sets the process mask and gives the one before. It is the whole process's, so of all its threads.
+VELDA_EXPORT int VediWin32umask(int mask);
 
 #ifdef __cplusplus
 }

@@ -81,6 +81,8 @@ int VediBaseCheckFileSizePath(DP *dp, const char *path, uint64_t *total_bytes, u
 
 int VediWin32stat(const char *path, struct stat *status) { return stat(path, status); }
 
+int VediWin32lstat(const char *path, struct stat *status) { return lstat(path, status); }
+
 int VediWin32fstat(int descriptor, struct stat *status) { return fstat(descriptor, status); }
 
 int VediWin32open(const char *path, int flags, int mode) {
@@ -98,3 +100,9 @@ int VediWin32truncate(const char *path, int64_t size) {
 int VediWin32ftruncate(int descriptor, int64_t size) {
     return until_uninterrupted([&] { return ftruncate(descriptor, size); });
 }
+
+int VediWin32mkdir(const char *path, int mode) { return mkdir(path, static_cast<mode_t>(mode)); }
+
+int VediWin32chmod(const char *path, int mode) { return chmod(path, static_cast<mode_t>(mode)); }
+
+int VediWin32umask(int mask) { return static_cast<int>(umask(static_cast<mode_t>(mask))); }

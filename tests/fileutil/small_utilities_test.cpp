@@ -91,4 +91,84 @@ TEST_F(SmallUtilities, PersonalOptionsSkipCommentsAndOtherWords) {
     EXPECT_EQ(personal_options(), 0);
 }
 
+// --- directories -------------------------------------------------------------------------------------------------------
+
+int make_directory(const char *path, int mode, int logged) {
+    return VELDAMakeDirectory(velda_getdp(), path, "ignored", "ignored", mode, logged);
+}
+
+unsigned mode_of(const std::string &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
+// The process mask of a test, and the one before it at the end.
+class Mask {
+  public:
+    explicit Mask(mode_t mask) : before_(umask(mask)) {}
+    ~Mask() { umask(before_); }
+
+  private:
+    mode_t before_;
+};
+
+TEST_F(SmallUtilities, MakeDirectoryGivesTheModeWhateverTheProcessMask) {
+    const Mask mask(077);
+    EXPECT_EQ(make_directory("made", 0775, 1), 0);
+    EXPECT_EQ(mode_of("made"), 0775u);
+    EXPECT_EQ(make_directory("kept", 07755, 1), 0) << "9 bits of the mode count";
+    EXPECT_EQ(mode_of("kept"), 0755u);
+    EXPECT_EQ(umask(077), mode_t{077}) << "the mask is back";
+}
+
+TEST_F(SmallUtilities, MakeDirectoryTakesWhatTheMaskAllowsForAModeBelowOne) {
+    const Mask mask(027);
+    EXPECT_EQ(make_directory("zero", 0, 1), 0);
+    EXPECT_EQ(mode_of("zero"), 0750u);
+    EXPECT_EQ(make_directory("minus", -1, 1), 0);
+    EXPECT_EQ(mode_of("minus"), 0750u);
+}
+
+TEST_F(SmallUtilities, MakeDirectorySetsTheModeOfOneThatExists) {
+    std::filesystem::create_directory("there");
+    EXPECT_EQ(make_directory("there", 0711, 1), 0);
+    EXPECT_EQ(mode_of("there"), 0711u);
+}
+
+TEST_F(SmallUtilities, MakeDirectoryMakesAFileThatIsNotJournalled) {
+    EXPECT_EQ(make_directory("plain", 0755, 0), 0);
+    File file;
+    ASSERT_TRUE(file.open("plain"));
+    EXPECT_EQ(file.status()(VELDA_STATUS_LOGGED).str(), "0");
+    EXPECT_NE(VAR(file.status()(VELDA_STATUS_OPTIONS)).str().find("-T"), std::string::npos);
+    EXPECT_EQ(make_directory("logged", 0755, 1), 0);
+    ASSERT_TRUE(file.open("logged"));
+    EXPECT_EQ(file.status()(VELDA_STATUS_LOGGED).str(), "1");
+}
+
+TEST_F(SmallUtilities, MakeDirectoryTellsWhenItCannot) {
+    EXPECT_EQ(make_directory("no/parent", 0755, 1), -2);
+    EXPECT_EQ(make_directory("no/parent", 0755, 0), -2);
+    write_host_file("file", "no directory");
+    EXPECT_EQ(make_directory("file", 0644, 0), -2);
+}
+
+int is_symbolic_link(const std::string &path) {
+    const VAR cell = path;
+    return VELDACheckSymLinkFile(velda_getdp(), &cell);
+}
+
+TEST_F(SmallUtilities, CheckSymLinkFileKnowsASymbolicLink) {
+    write_host_file("file", "x");
+    std::filesystem::create_symlink("file", "link");
+    std::filesystem::create_symlink("nowhere", "dangling");
+    std::filesystem::create_directory("directory");
+    EXPECT_EQ(is_symbolic_link("link"), 1);
+    EXPECT_EQ(is_symbolic_link("dangling"), 1);
+    EXPECT_EQ(is_symbolic_link("file"), 0);
+    EXPECT_EQ(is_symbolic_link("directory"), 0);
+    EXPECT_EQ(is_symbolic_link("/dev/null"), 0);
+    EXPECT_EQ(is_symbolic_link("nothing"), 0);
+}
+
 }  // namespace
