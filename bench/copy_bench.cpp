@@ -70,7 +70,7 @@ void bench_copy(const Run &run, const std::string &name, const std::string &dura
     };
     compare(
         name, 0.50, run.record_count, [&] { raw_source.copy_to(*raw_target, Batch); },
-        [&] { copy_file(source, target, options); }, new_targets);
+        [&] { copy_file(source, target, options); }, 5, new_targets);
     if (records_of(target) != run.record_count) give_up("COPY did not copy every record");
 }
 
