@@ -127,7 +127,6 @@ int VELDALoggerImportFile(DP *dp, int32_t set, int32_t count, const VAR *list) {
     int error = store_files(import, info);
     if (error == 0) error = adopt_counters(import, info);
     LoggerSaveConfig(dp);
-    if (error == 0)
-        VediLoggerError(dp, 0, "%s: %d files imported to log set %d\n", command_name().c_str(), count, set);
+    if (error == 0) VediLoggerError(dp, 0, "%s: %d files imported to log set %d\n", command_name().c_str(), count, set);
     return error;
 }

@@ -69,9 +69,10 @@ TEST_F(Admin, AStatusIsStoredSavedAndLogged) {
     EXPECT_EQ(config.updatedPort, static_cast<uint32_t>(VELDAGetPortNumber(dp)));
     EXPECT_EQ(change_status(2), 0);
     EXPECT_EQ(change_status(0), 0);
-    EXPECT_EQ(logged(),
-              "Status of logger set to active (current log set 3)|Status of logger set to SUSPENDED (current log set 3)|"
-              "Status of logger set to INACTIVE (current log set 3)");
+    EXPECT_EQ(
+        logged(),
+        "Status of logger set to active (current log set 3)|Status of logger set to SUSPENDED (current log set 3)|"
+        "Status of logger set to INACTIVE (current log set 3)");
 }
 
 TEST_F(Admin, AnotherStatusIsInvalid) {
@@ -315,8 +316,7 @@ TEST_F(Admin, TheOperatorIsAskedBeforeAFileIsMade) {
             const VAR name(path);
             velda::exit_command(VELDALoggerSetFile(session, 1, 1, -1, &name));
         });
-        terminal.prompted("PROGRAM: File '" + path +
-                          "' cannot be opened.\r\nDo you want to create this file (Y/N) ? ");
+        terminal.prompted("PROGRAM: File '" + path + "' cannot be opened.\r\nDo you want to create this file (Y/N) ? ");
         terminal.type(std::string(reply) + "\n");
         EXPECT_EQ(terminal.exit_code(), made ? 0 : 2);
         EXPECT_EQ(std::filesystem::exists(path), made);
@@ -576,9 +576,11 @@ TEST_F(LoggerTest, AQueueWithoutAJournalIsPassedOver) {
 namespace {
 
 std::string answer_to_password(const std::string &answer) {
-    return velda::test::run_on_pipes(answer + "\n", [](DP *session) {
-               VELDAprintf(session, "[%s]\n", VELDALoggerTestPassword(session) == 0 ? "right" : "wrong");
-           })
+    return velda::test::run_on_pipes(answer + "\n",
+                                     [](DP *session) {
+                                         VELDAprintf(session, "[%s]\n",
+                                                     VELDALoggerTestPassword(session) == 0 ? "right" : "wrong");
+                                     })
         .output;
 }
 

@@ -25,7 +25,9 @@ class Status : public LoggerTest {
         VELDALoggerStatistics(&report, dp);
         return report;
     }
-    static std::string at(const VAR &report, int attribute, int value = 0) { return VAR(report(attribute, value)).str(); }
+    static std::string at(const VAR &report, int attribute, int value = 0) {
+        return VAR(report(attribute, value)).str();
+    }
     void name_file(int set, int file, const std::string &path, int64_t max_size = -1) {
         LogFileEntry &entry = config.sets[set - 1].files[file - 1];
         std::ofstream(path).flush();
@@ -243,9 +245,9 @@ TEST_F(Status, EveryFieldHasItsAttribute) {
     for (int queue = 0; queue < 8; ++queue) std::strcpy(config.mqNames[queue], ("q" + std::to_string(queue)).c_str());
     const VAR report = status(3);
     const std::string config_path = system_ / "config/vediLoggerConfig", log = system_ / "config/vediLoggerAdminLog";
-    const std::string expected = "3^0^^^^^0^8000^9^" + config_path + "^2^12^13^u14^15^16^u17^18^19^u20^^7^23^24^25^^^^^" +
-                                 log + "^p31^32^33^34^35^36000^37000^38000^vault^40^41^42^43^44^45^46000^516^" +
-                                 "q0^q1^q2^q3^q4^q5^q6^q7";
+    const std::string expected =
+        "3^0^^^^^0^8000^9^" + config_path + "^2^12^13^u14^15^16^u17^18^19^u20^^7^23^24^25^^^^^" + log +
+        "^p31^32^33^34^35^36000^37000^38000^vault^40^41^42^43^44^45^46000^516^" + "q0^q1^q2^q3^q4^q5^q6^q7";
     EXPECT_EQ(shown(report.view()), expected);
 }
 
