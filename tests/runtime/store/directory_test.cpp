@@ -26,8 +26,7 @@ struct NameOfKey {
 
 class DirectoryNames : public testing::TestWithParam<NameOfKey> {};
 
-TEST_P(DirectoryNames, are_coded_and_decoded)
-{
+TEST_P(DirectoryNames, are_coded_and_decoded) {
     EXPECT_EQ(encode_name(GetParam().key), GetParam().name);
     EXPECT_EQ(decode_name(GetParam().name), GetParam().key);
 }
@@ -41,30 +40,29 @@ INSTANTIATE_TEST_SUITE_P(PlainKeysAreTheirNames, DirectoryNames,
                                          NameOfKey{"a%_", "a%_"}, NameOfKey{"%", "%"}, NameOfKey{"%%", "%%"},
                                          NameOfKey{"x\xFEy\xFDz\n", "x\xFEy\xFDz\n"}, NameOfKey{"a\\b", "a\\b"}));
 INSTANTIATE_TEST_SUITE_P(OtherKeysAreCoded, DirectoryNames,
-                         testing::Values(NameOfKey{"", "%_"}, NameOfKey{".", "%2E"}, NameOfKey{"..", "%2E."}, NameOfKey{"a/b", "a%2Fb"},
-                                         NameOfKey{"/", "%2F"}, NameOfKey{"\0"s, "%00"}, NameOfKey{"%/", "%%2F"},
-                                         NameOfKey{".velda-control", "%2Evelda-control"}, NameOfKey{".velda-/", "%2Evelda-%2F"}));
+                         testing::Values(NameOfKey{"", "%_"}, NameOfKey{".", "%2E"}, NameOfKey{"..", "%2E."},
+                                         NameOfKey{"a/b", "a%2Fb"}, NameOfKey{"/", "%2F"}, NameOfKey{"\0"s, "%00"},
+                                         NameOfKey{"%/", "%%2F"}, NameOfKey{".velda-control", "%2Evelda-control"},
+                                         NameOfKey{".velda-/", "%2Evelda-%2F"}));
 INSTANTIATE_TEST_SUITE_P(KeysThatLookCodedAreToldApart, DirectoryNames,
-                         testing::Values(NameOfKey{"%_", "%25_"}, NameOfKey{"%25_", "%2525_"}, NameOfKey{"%2E", "%252E"},
-                                         NameOfKey{"%2E.", "%252E."}, NameOfKey{"%2Evelda-x", "%252Evelda-x"},
-                                         NameOfKey{"a%2Fb", "a%252Fb"}, NameOfKey{"a%252Fb", "a%25252Fb"}, NameOfKey{"%00", "%2500"},
+                         testing::Values(NameOfKey{"%_", "%25_"}, NameOfKey{"%25_", "%2525_"},
+                                         NameOfKey{"%2E", "%252E"}, NameOfKey{"%2E.", "%252E."},
+                                         NameOfKey{"%2Evelda-x", "%252Evelda-x"}, NameOfKey{"a%2Fb", "a%252Fb"},
+                                         NameOfKey{"a%252Fb", "a%25252Fb"}, NameOfKey{"%00", "%2500"},
                                          NameOfKey{"%25/", "%25%2F"}, NameOfKey{"%252F/%00", "%25252F%2F%2500"}));
 
-TEST(DirectoryName, the_stores_own_hidden_files_are_no_records)
-{
+TEST(DirectoryName, the_stores_own_hidden_files_are_no_records) {
     for (const auto *name : {".velda-control", ".velda-new-1-r1", ".velda-long-0000000000000000-0", ".", ".."})
         EXPECT_EQ(decode_name(name), std::nullopt) << name;
 }
 
-std::string random_text(std::mt19937 &random, std::string_view letters, std::size_t longest)
-{
+std::string random_text(std::mt19937 &random, std::string_view letters, std::size_t longest) {
     std::string text(random() % longest, ' ');
     for (auto &byte : text) byte = letters[random() % letters.size()];
     return text;
 }
 
-TEST(DirectoryName, every_key_has_a_name_of_its_own)
-{
+TEST(DirectoryName, every_key_has_a_name_of_its_own) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
@@ -76,8 +74,7 @@ TEST(DirectoryName, every_key_has_a_name_of_its_own)
     }
 }
 
-TEST(DirectoryName, every_file_of_another_program_can_be_read_by_its_key)
-{
+TEST(DirectoryName, every_file_of_another_program_can_be_read_by_its_key) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
@@ -93,28 +90,26 @@ TEST(DirectoryName, every_file_of_another_program_can_be_read_by_its_key)
 class Directory : public testing::Test {
   protected:
     void SetUp() override { ASSERT_OK(create_file(path, "UD", sync())); }
-    std::string content(const std::string &name) const
-    {
+    std::string content(const std::string &name) const {
         std::ifstream file(path + "/" + name, std::ios::binary);
         return file ? std::string{std::istreambuf_iterator<char>(file), {}} : "(none)";
     }
-    void put(const std::string &name, const std::string &content) const
-    {
+    void put(const std::string &name, const std::string &content) const {
         std::ofstream(path + "/" + name, std::ios::binary) << content;
     }
     ScratchDirectory scratch;
     const std::string path = scratch / "D";
 };
 
-TEST_F(Directory, a_record_is_a_text_file_with_a_line_for_each_attribute)
-{
+TEST_F(Directory, a_record_is_a_text_file_with_a_line_for_each_attribute) {
     const TestFile file(path);
     file.write("K", marks("one^two]2^three"));
-    EXPECT_EQ(content("K"), "one\ntwo\xFD" "2\nthree\n");
+    EXPECT_EQ(content("K"),
+              "one\ntwo\xFD"
+              "2\nthree\n");
 }
 
-TEST_F(Directory, a_text_file_reads_the_same_with_or_without_its_last_line_feed)
-{
+TEST_F(Directory, a_text_file_reads_the_same_with_or_without_its_last_line_feed) {
     const TestFile file(path);
     put("with", "one\ntwo\n");
     put("without", "one\ntwo");
@@ -122,8 +117,7 @@ TEST_F(Directory, a_text_file_reads_the_same_with_or_without_its_last_line_feed)
     EXPECT_EQ(shown(file.read("without")), "one^two");
 }
 
-TEST_F(Directory, empty_attributes_at_the_end_are_kept)
-{
+TEST_F(Directory, empty_attributes_at_the_end_are_kept) {
     const TestFile file(path);
     for (const auto *record : {"", "^", "a^", "a^^", "^a"}) {
         file.write("K", marks(record));
@@ -131,39 +125,44 @@ TEST_F(Directory, empty_attributes_at_the_end_are_kept)
     }
 }
 
-TEST_F(Directory, a_line_feed_in_an_attribute_is_no_line_end)
-{
+TEST_F(Directory, a_line_feed_in_an_attribute_is_no_line_end) {
     const TestFile file(path);
     file.write("K", "a\nb" + marks("^c"));
-    EXPECT_EQ(content("K"), "a\xFE" "b\nc\n");
+    EXPECT_EQ(content("K"),
+              "a\xFE"
+              "b\nc\n");
     EXPECT_EQ(file.read("K"), "a\nb" + marks("^c"));
 }
 
-TEST_F(Directory, binary_mode_keeps_every_byte)
-{
+TEST_F(Directory, binary_mode_keeps_every_byte) {
     const TestFile file(path);
     file.write("K", marks("a^b\n"), TransferMode::Binary);
-    EXPECT_EQ(content("K"), "a\xFE" "b\n");
+    EXPECT_EQ(content("K"),
+              "a\xFE"
+              "b\n");
     EXPECT_EQ(file.read("K", TransferMode::Binary), marks("a^b\n"));
     EXPECT_EQ(file.items(TransferMode::Binary)["K"], marks("a^b\n"));
 }
 
-TEST_F(Directory, text_mode_is_the_default)
-{
+TEST_F(Directory, text_mode_is_the_default) {
     const TestFile file(path);
     file.write("K", marks("a^b"), TransferMode::Text);
     EXPECT_EQ(file.read("K", TransferMode::Default), marks("a^b"));
     EXPECT_EQ(content("K"), "a\nb\n");
 }
 
-TEST_F(Directory, records_come_back_from_it_to_a_hashed_file_byte_by_byte)
-{
+TEST_F(Directory, records_come_back_from_it_to_a_hashed_file_byte_by_byte) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    const TestFile hashed = TestFile::create(scratch / "H", "HL", lazy()), back = TestFile::create(scratch / "B", "HL", lazy());
+    const TestFile hashed = TestFile::create(scratch / "H", "HL", lazy()),
+                   back = TestFile::create(scratch / "B", "HL", lazy());
     const TestFile file = TestFile::create(scratch / "L", "UD", lazy());
-    for (int i = 0; i < 200; ++i) hashed.write("K" + std::to_string(i), random_text(random, "\n\xFE\xFD" "ab\r\0"sv, 10));
+    for (int i = 0; i < 200; ++i)
+        hashed.write("K" + std::to_string(i), random_text(random,
+                                                          "\n\xFE\xFD"
+                                                          "ab\r\0"sv,
+                                                          10));
     for (const auto &[key, record] : hashed.items()) file.write(key, record);
     for (const auto &[key, record] : file.items()) back.write(key, record);
     EXPECT_EQ(back.items(), hashed.items());
@@ -171,8 +170,7 @@ TEST_F(Directory, records_come_back_from_it_to_a_hashed_file_byte_by_byte)
 
 // --- what else lies in a directory -----------------------------------------------------------------------------------------
 
-TEST_F(Directory, any_directory_opens_as_a_file)
-{
+TEST_F(Directory, any_directory_opens_as_a_file) {
     const std::string plain = scratch / "plain";
     std::filesystem::create_directory(plain);
     std::ofstream(plain + "/.vedrc") << "set a=b\nset c\n";
@@ -184,8 +182,7 @@ TEST_F(Directory, any_directory_opens_as_a_file)
     EXPECT_FALSE(std::filesystem::exists(plain + "/.velda-control"));
 }
 
-TEST_F(Directory, the_current_directory_opens_as_a_point)
-{
+TEST_F(Directory, the_current_directory_opens_as_a_point) {
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(path);
     const TestFile here(".");
@@ -198,8 +195,7 @@ TEST_F(Directory, the_current_directory_opens_as_a_point)
     std::filesystem::current_path(before);
 }
 
-TEST_F(Directory, a_sub_directory_is_no_record)
-{
+TEST_F(Directory, a_sub_directory_is_no_record) {
     const TestFile file(path);
     std::filesystem::create_directory(path + "/sub");
     EXPECT_EQ(file.read("sub"), "(none)");
@@ -213,8 +209,7 @@ TEST_F(Directory, a_sub_directory_is_no_record)
     EXPECT_TRUE(std::filesystem::exists(path + "/sub"));
 }
 
-TEST_F(Directory, a_pipe_is_no_record_and_nobody_waits_for_it)
-{
+TEST_F(Directory, a_pipe_is_no_record_and_nobody_waits_for_it) {
     const TestFile file(path);
     ASSERT_EQ(mkfifo((path + "/pipe").c_str(), 0666), 0);
     EXPECT_EQ(file.read("pipe"), "(none)");
@@ -224,8 +219,7 @@ TEST_F(Directory, a_pipe_is_no_record_and_nobody_waits_for_it)
     EXPECT_FALSE(file.remove("pipe"));
 }
 
-TEST_F(Directory, a_link_to_a_file_is_a_record_and_is_written_through)
-{
+TEST_F(Directory, a_link_to_a_file_is_a_record_and_is_written_through) {
     const TestFile file(path);
     std::ofstream(scratch / "elsewhere") << "old\n";
     std::filesystem::create_symlink("../elsewhere", path + "/link");
@@ -238,8 +232,7 @@ TEST_F(Directory, a_link_to_a_file_is_a_record_and_is_written_through)
     EXPECT_EQ(content("../elsewhere"), "new\n");
 }
 
-TEST_F(Directory, a_link_to_a_directory_or_to_nothing_is_no_record)
-{
+TEST_F(Directory, a_link_to_a_directory_or_to_nothing_is_no_record) {
     const TestFile file(path);
     std::filesystem::create_symlink("..", path + "/up");
     std::filesystem::create_symlink("nowhere", path + "/dangling");
@@ -252,8 +245,7 @@ TEST_F(Directory, a_link_to_a_directory_or_to_nothing_is_no_record)
     EXPECT_FALSE(file->write("up", "r", TransferMode::Default).ok());
 }
 
-TEST_F(Directory, a_rewritten_file_keeps_its_mode)
-{
+TEST_F(Directory, a_rewritten_file_keeps_its_mode) {
     const TestFile file(path);
     put("script", "#!/bin/sh\n");
     chmod((path + "/script").c_str(), 0750);
@@ -263,8 +255,7 @@ TEST_F(Directory, a_rewritten_file_keeps_its_mode)
     EXPECT_EQ(status.st_mode & 07777, 0750U);
 }
 
-TEST_F(Directory, a_reader_sees_the_old_record_or_the_new_one)
-{
+TEST_F(Directory, a_reader_sees_the_old_record_or_the_new_one) {
     const TestFile file(path);
     file.write("K", std::string(100000, 'a'));
     fflush(nullptr);
@@ -281,16 +272,14 @@ TEST_F(Directory, a_reader_sees_the_old_record_or_the_new_one)
     waitpid(writer, nullptr, 0);
 }
 
-pid_t gone_process()
-{
+pid_t gone_process() {
     const pid_t child = fork();
     if (child == 0) _exit(0);
     waitpid(child, nullptr, 0);
     return child;
 }
 
-TEST_F(Directory, what_a_killed_writer_left_is_no_record_and_a_check_removes_it)
-{
+TEST_F(Directory, what_a_killed_writer_left_is_no_record_and_a_check_removes_it) {
     const TestFile file(path);
     const std::string left = ".velda-new-" + std::to_string(gone_process()) + "-r1";
     put(left, "half a rec");
@@ -301,8 +290,7 @@ TEST_F(Directory, what_a_killed_writer_left_is_no_record_and_a_check_removes_it)
     EXPECT_EQ(content(".velda-new-" + std::to_string(getpid()) + "-r1"), "being written");
 }
 
-TEST_F(Directory, a_long_key_lies_in_a_hidden_directory_with_its_key)
-{
+TEST_F(Directory, a_long_key_lies_in_a_hidden_directory_with_its_key) {
     const TestFile file(path);
     const std::string key(300, 'k');
     file.write(key, "r");
@@ -313,8 +301,7 @@ TEST_F(Directory, a_long_key_lies_in_a_hidden_directory_with_its_key)
     EXPECT_FALSE(std::filesystem::exists(path + "/" + place));
 }
 
-TEST_F(Directory, a_key_whose_codes_make_the_name_too_long_works)
-{
+TEST_F(Directory, a_key_whose_codes_make_the_name_too_long_works) {
     const TestFile file(path);
     const std::string key(100, '/');
     file.write(key, "r");
@@ -322,8 +309,7 @@ TEST_F(Directory, a_key_whose_codes_make_the_name_too_long_works)
     EXPECT_EQ(file.keys(), std::set<std::string>{key});
 }
 
-TEST_F(Directory, with_a_sub_directory_it_is_not_removed)
-{
+TEST_F(Directory, with_a_sub_directory_it_is_not_removed) {
     const TestFile file(path);
     file.write("K", "r");
     std::filesystem::create_directory(path + "/sub");
@@ -334,8 +320,7 @@ TEST_F(Directory, with_a_sub_directory_it_is_not_removed)
     EXPECT_EQ(file.read("K"), "r");
 }
 
-TEST_F(Directory, the_control_file_is_read_back_or_refused)
-{
+TEST_F(Directory, the_control_file_is_read_back_or_refused) {
     ControlBlocks blocks;
     EXPECT_FALSE(parse_control_blocks("", blocks));
     EXPECT_FALSE(parse_control_blocks("VELDAUD1\1", blocks));
