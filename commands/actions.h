@@ -36,4 +36,8 @@ void kill_process(DP *dp, const Words &words);
 void remove_paths(DP *dp, const Words &words);
 void move_path(DP *dp, const Words &words);
 
+// vlogadmin.cpp, vlogstatus.cpp
+void journal_admin(DP *dp, const Words &words);
+void journal_status(DP *dp, const Words &words);
+
 }  // namespace velda::commands

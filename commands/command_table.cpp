@@ -48,6 +48,11 @@ constexpr CommandEntry Entries[] = {
      "-v       says what was done\n"
      "-SIGNAL  number of another signal than 15",
      kill_process},
+    {"vlogadmin", "OPERATION [WORDS]", "changes the transaction journal", "", journal_admin, true},
+    {"vlogstatus", "[--json|--metrics] [SET]", "shows the transaction journal, its files and its duplicators",
+     "SET        another set than the current one\n"
+     "--metrics  in the text format of Prometheus",
+     journal_status},
 };
 
 }  // namespace
