@@ -88,15 +88,8 @@ Result<void> HashedFile::apply(const std::vector<Update> &updates, TransferMode)
         if (auto sized = check_sizes(update.key, record_bytes, path_); !sized) return sized;
         room_bytes += update.key.size() + record_bytes;
     }
-    const int rc = environment_->update(room_bytes, [&](MDB_txn *transaction) {
-        for (const Update &update : updates) {
-            const int done = update.record
-                                 ? put_record(transaction, environment_->records(), update.key, *update.record)
-                                 : remove_record(transaction, environment_->records(), update.key);
-            if (done != 0 && (update.record || done != MDB_NOTFOUND)) return done;
-        }
-        return 0;
-    });
+    const int rc = environment_->update(
+        room_bytes, [&](MDB_txn *transaction) { return make_updates(transaction, environment_->records(), updates); });
     if (rc) return failure(rc, "cannot write to file");
     return {};
 }

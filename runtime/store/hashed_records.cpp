@@ -104,6 +104,27 @@ int remove_record(MDB_txn *transaction, MDB_dbi records, std::string_view key) {
     return rc ? rc : mdb_cursor_del(update.cursor, 0);
 }
 
+int make_updates(MDB_txn *transaction, MDB_dbi records, const std::vector<Update> &updates) {
+    // One cursor for all puts: a key that belongs on the page of the one before needs no search from the root.
+    const UpdateCursor puts(transaction, records);
+    if (puts.result) return puts.result;
+    for (const Update &update : updates) {
+        int rc;
+        if (!update.record) {
+            rc = remove_record(transaction, records, update.key);
+            if (rc == MDB_NOTFOUND) rc = 0;
+        } else if (is_plain_key(update.key)) {
+            MDB_val at = value_of(update.key);
+            MDB_val data = value_of(*update.record);
+            rc = mdb_cursor_put(puts.cursor, &at, &data, 0);
+        } else {
+            rc = put_long(transaction, records, update.key, *update.record);
+        }
+        if (rc) return rc;
+    }
+    return 0;
+}
+
 bool entry_parts(const MDB_val &stored_key, const MDB_val &data, std::string_view &key, std::string_view &record) {
     key = view_of(stored_key);
     record = view_of(data);
