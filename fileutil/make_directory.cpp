@@ -64,6 +64,8 @@ int set_unlogged(DP *dp, const char *path) {
 
 int VELDAMakeDirectory(DP *dp, const char *path, const char *, const char *, int mode, int logged) {
     if (!make(path, mode)) return NotOpened;
-    // A file is journalled unless it is told otherwise.
-    return logged ? Made : set_unlogged(dp, path);
+    if (!logged) return set_unlogged(dp, path);
+    // A system without journal has nobody to tell; the directory is there all the same.
+    VediLoggerMisc(dp, VELDA_LOGGER_MAKE_DIRECTORY);
+    return Made;
 }
