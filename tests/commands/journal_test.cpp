@@ -65,9 +65,10 @@ TEST_F(JournalCommands, WrongCallsHaveExitCodeTwo) {
 TEST_F(JournalCommands, EveryOperationIsInTheHelp) {
     const Ran help = velda({"vlogadmin", "--help"});
     EXPECT_EQ(help.code, 0);
-    for (const char *word : {"create", "status", "switch", "truncate", "set-file", "remove-file", "archive", "import",
-                             "sync", "checkpoint", "threshold", "notify", "extended", "encrypted", "sync-transactions",
-                             "queue", "password", "test-password", "warn-full", "kill"})
+    for (const char *word : {"create",      "status",   "switch",        "truncate",  "set-file",
+                             "remove-file", "archive",  "import",        "sync",      "checkpoint",
+                             "threshold",   "notify",   "extended",      "encrypted", "sync-transactions",
+                             "queue",       "password", "test-password", "warn-full", "kill"})
         EXPECT_TRUE(contains(help.output, std::string("  ") + word + " ")) << word;
 }
 
