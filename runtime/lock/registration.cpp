@@ -139,23 +139,21 @@ Registration::~Registration() {
 
 std::string Registration::directory() const { return std::filesystem::path(path_).parent_path().string(); }
 
+// A symbolic link counts as no registration: what it leads to is not ours.
 Result<void> Registration::open_file() {
-    file_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    if (file_ >= 0) return {};
-    if (errno == ENOENT) {
-        file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (file_ >= 0) share_like_directory(file_, directory());
-    }
-    return file_ >= 0 ? Result<void>() : system_error(errno, "cannot open lock table registration", path_);
+    file_ = open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (file_ >= 0 || errno == ENOENT || errno == ELOOP) return {};
+    return system_error(errno, "cannot open lock table registration", path_);
 }
 
 Result<void> Registration::find_segment() {
-    const std::string name = registered_name(file_);
+    const std::string name = file_ < 0 ? "" : registered_name(file_);
+    const bool in_use = file_ >= 0 && !lock_file(file_, LOCK_EX | LOCK_NB);
     auto found =
         name.empty()
             ? Result<std::unique_ptr<Segment>>(Error{ENOENT, "lock table registration '" + path_ + "' is damaged"})
             : Segment::open(memory_directory(directory()) + "/" + name);
-    return lock_file(file_, LOCK_EX | LOCK_NB) ? make_segment(std::move(found)) : join_users(std::move(found));
+    return in_use ? join_users(std::move(found)) : make_segment(std::move(found));
 }
 
 Result<void> Registration::join_users(Result<std::unique_ptr<Segment>> found) {
@@ -185,10 +183,16 @@ Result<void> Registration::make_segment(Result<std::unique_ptr<Segment>> found) 
     return register_name(name);
 }
 
+// Always a new file: nothing is written into one that was found.
 Result<void> Registration::register_name(const std::string &name) {
+    if (file_ >= 0) close(file_);
+    unlink(path_.c_str());
+    file_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     const std::string line = name + "\n";
-    if (ftruncate(file_, 0) == 0 && pwrite(file_, line.data(), line.size(), 0) == static_cast<ssize_t>(line.size()))
+    if (file_ >= 0 && write(file_, line.data(), line.size()) == static_cast<ssize_t>(line.size())) {
+        share_like_directory(file_, directory());
         return {};
+    }
     const int reason = errno;
     unlink(segment_->path().c_str());
     return system_error(reason, "cannot write lock table registration", path_);

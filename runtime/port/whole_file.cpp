@@ -5,11 +5,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "runtime/base/global_directory.h"
+#include "runtime/store/atomic_file.h"
 
 namespace velda::port {
 
@@ -23,13 +23,11 @@ Result<std::string> new_temporary_path() {
     return *directory + "/port_" + std::to_string(getpid()) + "_" + std::to_string(++count);
 }
 
-int write_all(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) return errno;
-        if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
+int share_like_directory_of(const std::string &temporary, const std::string &path) {
+    const int file = open(temporary.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0) return errno;
+    share_like_directory(file, std::filesystem::path(path).parent_path().string());
+    return close(file) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -37,11 +35,9 @@ int write_all(int file, std::string_view bytes) {
 Result<void> write_whole_file(const std::string &path, std::string_view bytes) {
     const auto temporary = new_temporary_path();
     if (!temporary) return temporary.error();
-    const int file = open(temporary->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (file < 0) return system_error(errno, "cannot write", *temporary);
-    share_like_directory(file, std::filesystem::path(path).parent_path().string());
-    int failed = write_all(file, bytes);
-    if (close(file) != 0 && failed == 0) failed = errno;
+    const store::ReplaceOptions private_and_quick{.mode = 0600, .keep_mode = false, .durable = false};
+    int failed = store::write_new_file(AT_FDCWD, *temporary, bytes, private_and_quick);
+    if (failed == 0) failed = share_like_directory_of(*temporary, path);
     if (failed == 0 && rename(temporary->c_str(), path.c_str()) != 0) failed = errno;
     if (failed == 0) return {};
     unlink(temporary->c_str());
@@ -49,11 +45,9 @@ Result<void> write_whole_file(const std::string &path, std::string_view bytes) {
 }
 
 std::optional<std::string> read_whole_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad()) return std::nullopt;
-    return bytes;
+    std::string bytes;
+    store::StringBuffer into(bytes);
+    return store::read_whole_file(AT_FDCWD, path, into) == 0 ? std::optional(bytes) : std::nullopt;
 }
 
 }  // namespace velda::port

@@ -171,6 +171,19 @@ TEST_F(TableRegistration, NeverLeadsToTheRemovalOfAnotherFile) {
     }
 }
 
+TEST_F(TableRegistration, ThatIsALinkIsReplacedAndItsTargetLeftAlone) {
+    const std::string victim = directory_ / "victim";
+    for (const bool symbolic : {true, false}) {
+        std::ofstream(victim) << "precious";
+        symbolic ? std::filesystem::create_symlink(victim, path_) : std::filesystem::create_hard_link(victim, path_);
+        ASSERT_TRUE(attach());
+        std::ifstream file(victim);
+        std::string content;
+        file >> content;
+        EXPECT_EQ(content, "precious");
+    }
+}
+
 TEST_F(TableRegistration, SweepingSparesWhatIsNoSegment) {
     const std::vector<std::string> others = {memory_ / "velda-lock-other", memory_ / "velda-lock-0123456789abcdef",
                                              memory_ / "else"};
@@ -216,7 +229,7 @@ TEST_F(TableRegistration, InAMissingDirectoryIsAnErrorThatNamesIt) {
     const auto refused = lock::LockTable::attach(directory_ / "absent/table");
     ASSERT_FALSE(refused);
     EXPECT_EQ(refused.error().message,
-              "cannot open lock table registration '" + directory_ / "absent/table" + "': No such file or directory");
+              "cannot write lock table registration '" + directory_ / "absent/table" + "': No such file or directory");
 }
 
 TEST_F(TableRegistration, WithoutRoomInMemoryIsAnErrorThatNamesTheSegment) {
