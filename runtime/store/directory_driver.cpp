@@ -118,11 +118,16 @@ Result<void> DirectoryDriver::move(const std::string &from, const std::string &t
 }
 
 Result<std::uint64_t> DirectoryDriver::check(const std::string &path, const CheckReport &report) {
-    auto file = DirectoryFile::open(path);
+    auto file = DirectoryFile::open_marked(path);
     if (!file) {
         report(file.error().message);
         return std::uint64_t{0};
     }
+    bool clean = true;
+    const auto find = [&](const Error &error) {
+        clean = false;
+        report(error.message);
+    };
     std::error_code failed;
     for (const auto &entry : fs::directory_iterator(path, failed)) {
         if (!is_left_over(entry.path().filename().string())) continue;
@@ -141,9 +146,12 @@ Result<std::uint64_t> DirectoryDriver::check(const std::string &path, const Chec
         if (broken == 0)
             ++records;
         else if (broken != ENOENT)
-            report(system_error(broken, "cannot read record", walk.file_name()).message);
+            find(system_error(broken, "cannot read record", walk.file_name()));
     }
-    if (rc) report(system_error(rc, "cannot read all of file", path).message);
+    if (rc) find(system_error(rc, "cannot read all of file", path));
+    if (clean) {
+        if (auto cleared = (*file)->clear_mark(); !cleared) return cleared.error();
+    }
     return records;
 }
 

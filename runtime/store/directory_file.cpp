@@ -53,6 +53,11 @@ int find_long_place(int directory, std::string_view key, LongPlace &place) {
     }
 }
 
+int sync_directory(int directory, const std::string &name) {
+    const Descriptor inner(openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return inner.number() < 0 || fsync(inner.number()) < 0 ? errno : 0;
+}
+
 // The new sub-directory is complete before it gets its name.
 int make_long_record(int directory, std::string_view key, std::string_view content, const std::string &name,
                      bool durable) {
@@ -61,8 +66,9 @@ int make_long_record(int directory, std::string_view key, std::string_view conte
     const ReplaceOptions options{.mode = 0666, .keep_mode = false, .durable = durable};
     int rc = write_new_file(directory, temporary + "/key", key, options);
     if (rc == 0) rc = write_new_file(directory, temporary + "/record", content, options);
+    if (rc == 0 && durable) rc = sync_directory(directory, temporary);
     if (rc == 0 && renameat(directory, temporary.c_str(), directory, name.c_str()) < 0) rc = errno;
-    if (rc == 0) return 0;
+    if (rc == 0) return durable && fsync(directory) < 0 ? errno : 0;
     unlinkat(directory, (temporary + "/key").c_str(), 0);
     unlinkat(directory, (temporary + "/record").c_str(), 0);
     unlinkat(directory, temporary.c_str(), AT_REMOVEDIR);
@@ -116,7 +122,7 @@ Error DirectoryFile::failure(int number, std::string_view what, std::string_view
     return system_error(number, what, path_ + "/" + encode_name(key));
 }
 
-Result<std::unique_ptr<OpenFile>> DirectoryFile::open(const std::string &path) {
+Result<std::unique_ptr<DirectoryFile>> DirectoryFile::open_marked(const std::string &path) {
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) return system_error(errno, "cannot open file", path);
     struct stat status;
@@ -125,7 +131,14 @@ Result<std::unique_ptr<OpenFile>> DirectoryFile::open(const std::string &path) {
     auto settings = file->settings();
     if (!settings) return settings.error();
     file->lazy_ = settings->durability == Durability::Lazy;
-    return std::unique_ptr<OpenFile>(std::move(file));
+    return file;
+}
+
+Result<std::unique_ptr<OpenFile>> DirectoryFile::open(const std::string &path) {
+    auto file = open_marked(path);
+    if (!file) return file.error();
+    if (auto usable = (*file)->mark_.check(); !usable) return usable.error();
+    return std::unique_ptr<OpenFile>(std::move(*file));
 }
 
 bool DirectoryFile::writable() const { return faccessat(directory(), ".", W_OK, AT_EACCESS) == 0; }
@@ -165,6 +178,8 @@ Result<void> DirectoryFile::write(std::string_view key, std::string_view record,
     const std::string text = mode == TransferMode::Binary ? std::string() : text_of_record(record);
     const std::string_view content = mode == TransferMode::Binary ? record : text;
     if (content.size() > MaxRecordBytes) return failure(EFBIG, "cannot write record", key);
+    const DirectoryMark::Update turn(mark_, lazy_);
+    if (!turn.allowed()) return turn.allowed();
     const std::string name = encode_name(key);
     const int rc = name.size() > MaxNameBytes ? write_long_record(directory(), key, content, !lazy_)
                                               : write_plain_record(directory(), name, content, path_, !lazy_);
@@ -174,6 +189,8 @@ Result<void> DirectoryFile::write(std::string_view key, std::string_view record,
 
 Result<bool> DirectoryFile::remove(std::string_view key) {
     if (auto sized = check_sizes(key, 0, path_); !sized) return sized.error();
+    const DirectoryMark::Update turn(mark_, lazy_);
+    if (!turn.allowed()) return turn.allowed().error();
     const std::string name = encode_name(key);
     int rc = 0;
     if (name.size() > MaxNameBytes) {
@@ -260,6 +277,7 @@ Result<void> DirectoryFile::change_settings(const FileSettings &settings) {
     (*blocks)[SettingsBlock] = settings_text(settings);
     (*blocks)[DurabilityBlock] = settings.durability == Durability::Lazy ? LazyWord : "";
     lazy_ = settings.durability == Durability::Lazy;
+    if (auto left = lazy_ ? Result<void>() : mark_.leave_clean(); !left) return left;
     return write_control_blocks(directory(), *blocks, path_);
 }
 
@@ -282,9 +300,6 @@ Result<FileStatus> DirectoryFile::status() {
     return status;
 }
 
-Result<void> DirectoryFile::sync() {
-    if (lazy_ && syncfs(directory()) < 0) return system_error(errno, "cannot sync file", path_);
-    return {};
-}
+Result<void> DirectoryFile::sync() { return lazy_ ? mark_.leave_clean() : Result<void>(); }
 
 }  // namespace velda::store

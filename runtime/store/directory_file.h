@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 
+#include "runtime/store/directory_mark.h"
 #include "runtime/store/driver.h"
 #include "runtime/store/path.h"
 
@@ -16,6 +17,9 @@ inline constexpr std::string_view ControlFileName = ".velda-control";
 class DirectoryFile : public OpenFile {
   public:
     static Result<std::unique_ptr<OpenFile>> open(const std::string &path);
+    // Opens for a check: also a lazy directory that another boot left marked.
+    static Result<std::unique_ptr<DirectoryFile>> open_marked(const std::string &path);
+    Result<void> clear_mark() { return mark_.clear(); }
 
     FileIdentity identity() const override { return identity_; }
     std::string_view type() const override { return "UD"; }
@@ -38,16 +42,18 @@ class DirectoryFile : public OpenFile {
     Result<FileSettings> settings() override;
     Result<void> change_settings(const FileSettings &settings) override;
     Result<void> sync() override;
+    void finish() override { (void)mark_.leave_clean(); }
 
   private:
     DirectoryFile(std::string path, int descriptor, FileIdentity identity)
-        : path_(std::move(path)), directory_(descriptor), identity_(identity) {}
+        : path_(std::move(path)), directory_(descriptor), mark_(descriptor, path_), identity_(identity) {}
 
     int directory() const { return directory_.number(); }
     Error failure(int number, std::string_view what, std::string_view key) const;
 
     std::string path_;
     Descriptor directory_;
+    DirectoryMark mark_;
     FileIdentity identity_;
     std::atomic<bool> lazy_{false};
 };

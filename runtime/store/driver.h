@@ -135,6 +135,8 @@ class OpenFile {
     virtual Result<void> change_settings(const FileSettings &settings) = 0;
     // Makes every returned update durable now.
     virtual Result<void> sync() = 0;
+    // The process is about to end with the file open: does what the last close would do for the disk.
+    virtual void finish() {}
 };
 
 // Damage found by a check: one line a finding, naming where.

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <mutex>
 #include <unordered_map>
 
@@ -88,6 +89,7 @@ class OpenFiles {
         release_snapshots();  // sets up the environments' own fork handlers, which must lock after these
         pthread_atfork([] { instance().mutex_.lock(); }, [] { instance().mutex_.unlock(); },
                        [] { instance().mutex_.unlock(); });
+        std::atexit([] { instance().visit([](OpenFile &file) { file.finish(); }); });
         // A file that may not grow larger is an error of the write, not the death of the process.
         struct sigaction action;
         if (sigaction(SIGXFSZ, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) signal(SIGXFSZ, SIG_IGN);

@@ -40,8 +40,8 @@ class TestFile {
     TestFile() = default;
     explicit TestFile(const std::string &path) {
         auto opened = open_file(path);
-        EXPECT_TRUE(opened.ok()) << error_text(opened.error());
-        if (opened) file_ = *opened;
+        if (!opened) throw std::runtime_error(error_text(opened.error()));
+        file_ = *opened;
     }
     static TestFile create(const std::string &path, std::string_view type = "HL",
                            const FileSettings &settings = sync()) {
