@@ -27,16 +27,21 @@ std::string with_slashes(std::string_view name) {
     return path;
 }
 
-// "dir/NAME,SECTION" -> "dir/NAME]SECTION"; "dir/NAME,NAME" -> "dir/NAME".
-void select_section(std::string &path) {
+// "dir/NAME,SECTION" as "dir/NAME" and "SECTION". All sections of a file share its dictionary.
+struct Section {
+    std::string file;
+    std::string name;  // "" for the data section
+};
+
+Section section_of(const std::string &path) {
     const std::size_t last = path.rfind('/') + 1;  // 0 without a directory
     const std::size_t comma = path.find(',', last);
-    if (comma == std::string::npos) return;
-    const std::string base = path.substr(last, comma - last);
-    const std::string section = path.substr(comma + 1);
-    path.resize(comma);
-    if (!section.empty() && section != base) path.append("]").append(section);
+    if (comma == std::string::npos) return {path, ""};
+    const std::string name = path.substr(comma + 1);
+    return {path.substr(0, comma), name == path.substr(last, comma - last) ? "" : name};
 }
+
+Error missing_name() { return {EINVAL, "a file name is missing"}; }
 
 }  // namespace
 
@@ -47,17 +52,14 @@ Result<FileName> parse_file_name(std::string_view name, bool dictionary) {
         dictionary = true;
     else
         drop_word(name, "DATA");
-    if (name.empty()) return Error{EINVAL, "a file name is missing"};
+    if (name.empty()) return missing_name();
     if (name.find('\0') != name.npos) return Error{EINVAL, "a file name may not hold a zero byte"};
-    FileName result{with_slashes(name)};
-    if (dictionary) {
-        // All sections of a file share its dictionary.
-        const std::size_t comma = result.path.find(',', result.path.rfind('/') + 1);
-        if (comma != std::string::npos) result.path.resize(comma);
-        if (!result.path.ends_with(DictionarySuffix)) result.path.append(DictionarySuffix);
-    } else {
-        select_section(result.path);
-    }
+    const Section section = section_of(with_slashes(name));
+    const bool has_comma = name.find(',') != name.npos;
+    if (section.file.empty() || (has_comma && section.file.ends_with('/'))) return missing_name();
+    FileName result{section.file};
+    if (dictionary && !result.path.ends_with(DictionarySuffix)) result.path.append(DictionarySuffix);
+    if (!dictionary && !section.name.empty()) result.path.append("]").append(section.name);
     return result;
 }
 

@@ -267,7 +267,7 @@ class Walker {
     void visit_free_pages(std::uint64_t page, const Node &node, std::uint64_t data_at) {
         const auto data = data_of(node, data_at, node.data_bytes());
         std::vector<std::uint64_t> list(data ? data->size() / sizeof(std::uint64_t) : 0);
-        if (data) std::memcpy(list.data(), data->data(), list.size() * sizeof(std::uint64_t));
+        if (!list.empty()) std::memcpy(list.data(), data->data(), list.size() * sizeof(std::uint64_t));
         if (list.empty() || list[0] > list.size() - 1)
             return find(Role::FreeList, page, "holds a list of the wrong length");
         for (std::size_t i = 1; i <= list[0]; ++i) {

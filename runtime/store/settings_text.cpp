@@ -32,7 +32,7 @@ FileSettings parse_settings_text(std::string_view text, Durability durability) {
             settings.journalled = false;
         else if (word.starts_with(PermissionsWord))
             std::from_chars(word.data() + PermissionsWord.size(), word.data() + word.size(), settings.permissions, 8);
-        else
+        else if (!word.empty())
             settings.options.emplace_back(word);
     }
     return settings;

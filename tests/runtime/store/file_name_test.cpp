@@ -36,7 +36,7 @@ INSTANTIATE_TEST_SUITE_P(
                     NameCase{"DICTIONARY", false, "DICTIONARY"}, NameCase{" ORDERS ", false, "ORDERS"}));
 
 TEST_F(BadFileNames, an_empty_name_is_refused) {
-    for (const auto *name : {"", "  "}) {
+    for (const auto *name : {"", "  ", ",", ",OLD", "dir/,OLD"}) {
         const auto parsed = parse_file_name(name, false);
         ASSERT_FALSE(parsed.ok());
         EXPECT_EQ(parsed.error().number, EINVAL);
