@@ -235,8 +235,7 @@ Result<std::unique_ptr<Cursor>> DirectoryFile::select(TransferMode mode) {
     return std::unique_ptr<Cursor>(std::move(cursor));
 }
 
-// --- control records and settings
-// --------------------------------------------------------------------------------------------
+// --- control records and settings ---
 
 Result<std::optional<std::string>> DirectoryFile::control_read(std::uint32_t number) {
     auto blocks = read_control_blocks(directory(), path_);

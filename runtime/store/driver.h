@@ -159,8 +159,7 @@ class Driver {
     virtual Result<std::uint64_t> check(const std::string &path, const CheckReport &report) = 0;
 };
 
-// --- the registry: one road from a database file name to an OpenFile
-// -----------------------------------------------------
+// --- the registry: one road from a database file name to an OpenFile ---
 
 // The section of a database file that a name means. "NAME" -> data, "NAME,SECTION", or the dictionary.
 struct FileName {

@@ -65,8 +65,7 @@ Error lmdb_error(int rc, std::string_view what, const std::string &path) {
     return {damage ? NeedsCheck : rc == MDB_READERS_FULL ? EAGAIN : EIO, std::move(message)};
 }
 
-// --- opening and closing
-// -------------------------------------------------------------------------------------------------
+// --- opening and closing ---
 
 Result<std::unique_ptr<Environment>> Environment::open(const std::string &path) {
     std::unique_ptr<Environment> environment(new Environment(path));
@@ -277,8 +276,7 @@ Result<void> Environment::lay_out(const std::string &path, Durability durability
     return result;
 }
 
-// --- transactions
-// ----------------------------------------------------------------------------------------------------------
+// --- transactions ---
 
 Environment::ReadTurn::ReadTurn(Environment &its) : environment(its), gate(its.gate_), seen_map_bytes(its.map_bytes_) {
     if (!its.lmdb_) {
@@ -354,8 +352,7 @@ std::uint64_t Environment::last_transaction() const {
     return information.me_last_txnid;
 }
 
-// --- readers
-// -----------------------------------------------------------------------------------------------------------------
+// --- readers ---
 
 Reader *Environment::take_reader() {
     if (Reader *reader = hot_reader_.exchange(nullptr)) return reader;
@@ -453,8 +450,7 @@ void Environment::drop_readers() {
     idle_count_ = 0;
 }
 
-// --- repair: growing, reopening
-// ----------------------------------------------------------------------------------------------
+// --- repair: growing, reopening ---
 
 // True when the failed turn should be taken again. No transaction of this process runs meanwhile.
 bool Environment::repair(int &rc, std::uint64_t seen_map_bytes, std::size_t room_bytes) {
@@ -517,8 +513,7 @@ int Environment::reserve(std::uint64_t size_bytes) {
     return 0;
 }
 
-// --- lazy files
-// --------------------------------------------------------------------------------------------------------------
+// --- lazy files ---
 
 // Before the first update that may reach the disk out of order, the disk itself knows that the file is in use.
 int Environment::mark_unclean() {
@@ -616,8 +611,7 @@ Result<void> Environment::copy_to(int descriptor) {
     }
 }
 
-// --- other users
-// -------------------------------------------------------------------------------------------------------------
+// --- other users ---
 
 bool Environment::become_sole_user() { return take_user_lock(descriptor_, writable_); }
 

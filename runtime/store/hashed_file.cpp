@@ -105,8 +105,7 @@ Result<std::unique_ptr<Cursor>> HashedFile::select(TransferMode) {
     return std::unique_ptr<Cursor>(std::make_unique<HashedCursor>(path_, environment_));
 }
 
-// --- control records
-// -----------------------------------------------------------------------------------------------------
+// --- control records ---
 
 Result<std::optional<std::string>> HashedFile::read_control(std::string_view key) {
     std::optional<std::string> block;
@@ -151,8 +150,7 @@ Result<bool> HashedFile::control_remove(std::uint32_t number) {
     return failure(rc, "cannot write to file");
 }
 
-// --- settings and status
-// ---------------------------------------------------------------------------------------------------
+// --- settings and status ---
 
 Result<FileSettings> HashedFile::settings() {
     auto text = read_control(SettingsKey);

@@ -46,8 +46,7 @@ enum {
 // The message of this context's last failed call here: the thing, the reason and the way out. "" when none has failed.
 VELDA_EXPORT const char *VediErrorText(DP *dp);
 
-// --- files
-// ---------------------------------------------------------------------------------------------------------------
+// --- files ---
 
 // Opens a file by its name, as the statements take it ("DICT NAME", "NAME,SECTION", "NAME]D", a path). The block's
 // contents before do not matter. The two zeros have no meaning here.
@@ -62,8 +61,7 @@ VELDA_EXPORT int VediClose(DP *dp, VediControlBlock *file, int zero);
 VELDA_EXPORT int VediIOCTL(DP *dp, VediControlBlock *file, int command, const void *argument, uint32_t argument_size,
                            void *reply, uint32_t reply_size);
 
-// --- records
-// -------------------------------------------------------------------------------------------------------------
+// --- records ---
 
 // Flags of reads and writes. Bits that are not named here are taken and ignored, as journals of other systems set them.
 enum {
@@ -81,8 +79,7 @@ VELDA_EXPORT int VediWriteRecord(DP *dp, VediControlBlock *file, uint32_t flags,
 // Removes a record. 2 when there is none.
 VELDA_EXPORT int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length);
 
-// --- selections
-// ----------------------------------------------------------------------------------------------------------
+// --- selections ---
 
 // A walk over the keys of a file. It holds no snapshot between calls; a record that is written or deleted meanwhile may
 // or may not be seen, every other one is seen once.
@@ -96,8 +93,7 @@ VELDA_EXPORT int VediReadnext(DP *dp, VediControlBlock *file, VediSelection *sel
 // Ends a walk; null is left alone.
 VELDA_EXPORT int VediSelectEnd(DP *dp, VediControlBlock *file, VediSelection *selection);
 
-// --- a sequential scan of keys and records
-// -------------------------------------------------------------------------------
+// --- a sequential scan of keys and records ---
 
 typedef struct VediScan VediScan;
 
@@ -114,9 +110,9 @@ VELDA_EXPORT int VediScanfileRead(DP *dp, VediScan *scan, const char **key, uint
 // Ends a scan; null is left alone.
 VELDA_EXPORT int VediScanfileEnd(DP *dp, VediScan *scan);
 
-// --- whole files
-// -----------------------------------------------------------------------------------------------------------
+// --- whole files ---
 
+// Removes every record; control records and settings stay.
 VELDA_EXPORT int VediClearFile(DP *dp, VediControlBlock *file);
 
 enum { VEDI_FILE_COPY = 0, VEDI_FILE_MOVE = 1, VEDI_FILE_DELETE = 2 };
@@ -145,8 +141,7 @@ enum {
 // passed over.
 VELDA_EXPORT int VediGetAllFiles(DP *dp, VediFileCallback callback, void *context, int which, int zero);
 
-// --- control records
-// -------------------------------------------------------------------------------------------------------
+// --- control records ---
 
 // Reads a system block: `*block` is new memory from VELDAmalloc, the caller's to free. 2 when there is none.
 VELDA_EXPORT int VediControlRead(DP *dp, VediControlBlock *file, uint32_t number, char **block, uint32_t *size);
@@ -154,8 +149,7 @@ VELDA_EXPORT int VediControlWrite(DP *dp, VediControlBlock *file, uint32_t numbe
 // 2 when there is none.
 VELDA_EXPORT int VediControlDelete(DP *dp, VediControlBlock *file, uint32_t number);
 
-// --- helpers
-// ---------------------------------------------------------------------------------------------------------------
+// --- helpers ---
 
 enum {
     VEDI_HASH_TEXT = 2,       // every byte counts
@@ -171,9 +165,9 @@ VELDA_EXPORT char *VediBaseReadMalloc(DP *dp, const char *path, uint64_t *size);
 // Size of the disk that holds `path` and what is free of it, in bytes.
 VELDA_EXPORT int VediBaseCheckFileSizePath(DP *dp, const char *path, uint64_t *total_bytes, uint64_t *free_bytes);
 
-// --- plain files, as POSIX has them: -1 and errno on failure
-// ---------------------------------------------------------------
+// --- plain files ---
 
+// As POSIX has them: -1 and errno on failure.
 VELDA_EXPORT int VediWin32stat(const char *path, struct stat *status);
 // The same of a symbolic link itself, not of what it leads to.
 VELDA_EXPORT int VediWin32lstat(const char *path, struct stat *status);

@@ -89,8 +89,7 @@ int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t, const char *key, 
     });
 }
 
-// --- control records
-// -------------------------------------------------------------------------------------------------------
+// --- control records ---
 
 int VediControlRead(DP *dp, VediControlBlock *file, uint32_t number, char **block, uint32_t *size) {
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
@@ -121,8 +120,7 @@ int VediControlDelete(DP *dp, VediControlBlock *file, uint32_t number) {
     });
 }
 
-// --- selections and scans
-// ----------------------------------------------------------------------------------------------------
+// --- selections and scans ---
 
 int VediSelect(DP *dp, VediControlBlock *file, VediSelection **selection) {
     *selection = nullptr;

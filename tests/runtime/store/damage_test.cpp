@@ -206,8 +206,7 @@ TEST_F(Damage, absence_names_the_file) {
     EXPECT_EQ(create_file(path, "XX", sync()).error().message, "there is no file type 'XX'");
 }
 
-// --- permissions
-// -------------------------------------------------------------------------------------------------------------
+// --- permissions ---
 
 class Permissions : public testing::TestWithParam<const char *> {
   protected:
@@ -285,8 +284,7 @@ TEST_P(Permissions, a_file_open_to_all_is_shared_by_users) {
 INSTANTIATE_TEST_SUITE_P(All, Permissions, testing::Values("HL", "UD"),
                          [](const auto &chosen) { return std::string(chosen.param); });
 
-// --- full disks
-// ----------------------------------------------------------------------------------------------------------------
+// --- full disks ---
 
 struct FullCase {
     std::string name;

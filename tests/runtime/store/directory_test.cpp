@@ -17,7 +17,7 @@ namespace {
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
-// --- names -----------------------------------------------------------------------------------------------------------------
+// --- names ---
 
 struct NameOfKey {
     std::string key;
@@ -85,7 +85,7 @@ TEST(DirectoryName, every_file_of_another_program_can_be_read_by_its_key) {
     }
 }
 
-// --- contents --------------------------------------------------------------------------------------------------------------
+// --- contents ---
 
 class Directory : public testing::Test {
   protected:
@@ -168,7 +168,7 @@ TEST_F(Directory, records_come_back_from_it_to_a_hashed_file_byte_by_byte) {
     EXPECT_EQ(back.items(), hashed.items());
 }
 
-// --- what else lies in a directory -----------------------------------------------------------------------------------------
+// --- what else lies in a directory ---
 
 TEST_F(Directory, any_directory_opens_as_a_file) {
     const std::string plain = scratch / "plain";

@@ -28,8 +28,7 @@ class Hashed : public testing::Test {
     ScratchDirectory scratch;
 };
 
-// --- long keys
-// -------------------------------------------------------------------------------------------------------------
+// --- long keys ---
 
 // Every long key gets the same hash while it lives.
 struct WeakHash {
@@ -107,8 +106,7 @@ TEST_F(Hashed, a_select_of_many_long_keys_goes_on_where_it_was) {
 
 TEST_F(Hashed, the_hash_of_long_keys_never_changes) { EXPECT_EQ(strong_key_hash("velda"), 0x05557F2530751005ULL); }
 
-// --- sizes
-// -----------------------------------------------------------------------------------------------------------------
+// --- sizes ---
 
 TEST_F(Hashed, a_record_of_64_MiB_works) {
     for (const auto &settings : {sync(), lazy()}) {
@@ -135,8 +133,7 @@ TEST_F(Hashed, a_record_larger_than_1_GiB_is_refused) {
               "file '" + scratch / "F" + "': a record of 1073741825 bytes is larger than 1073741824");
 }
 
-// --- growth
-// ----------------------------------------------------------------------------------------------------------------
+// --- growth ---
 
 struct SmallMaps {
     SmallMaps() { set_first_map_bytes(64 * 1024, 64 * 1024); }
@@ -273,8 +270,7 @@ class OtherUser {
     pid_t process_ = 0;
 };
 
-// --- processes
-// ---------------------------------------------------------------------------------------------------------------
+// --- processes ---
 
 TEST_F(Hashed, a_forked_child_opens_the_file_for_itself) {
     for (const auto &settings : {sync(), lazy()}) {
@@ -414,8 +410,7 @@ TEST_F(Hashed, durability_is_not_changed_while_another_process_has_the_file_open
     EXPECT_EQ(file.read("K"), "still works");
 }
 
-// --- lazy files
-// ----------------------------------------------------------------------------------------------------------------
+// --- lazy files ---
 
 class LazyFile : public testing::TestWithParam<const char *> {
   protected:
