@@ -43,7 +43,7 @@ class SeenElements {
         for (const ChainEntry *entry = head; entry; entry = entry->next) {
             if (entry->hash == hash && entry->element == element) return false;
         }
-        head = &entries_.emplace_back(element, hash, head);
+        head = &entries_.emplace_back(ChainEntry{element, hash, head});
         return true;
     }
 
