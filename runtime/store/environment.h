@@ -21,7 +21,7 @@
 
 namespace velda::store {
 
-// Shared by all transactions of this process, exclusive for what may not run beside one (growing, reopening). A waiting
+// Shared by all updates of this process, exclusive for what may not run beside one (growing, reopening). A waiting
 // exclusive user goes before new shared ones, so a thread never takes it twice.
 class Gate {
   public:
@@ -125,8 +125,7 @@ class Environment {
     // A consistent copy of the file into `descriptor`, while others write.
     Result<void> copy_to(int descriptor);
 
-    // --- for the environment table and its housekeeper
-    // ------------------------------------------------------------------
+    // --- for the environment table and its housekeeper ---
 
     // Lets go of the snapshots that were not used since the last sweep or are no longer the newest; of every one with
     // `all`. True when some are left.
@@ -153,15 +152,16 @@ class Environment {
         }
     }
 
+    // A reader is a share of the environment: while one is taken nothing is closed or moved, and who wants the
+    // environment alone waits until each is given back.
     struct ReadTurn {
         explicit ReadTurn(Environment &environment);
         ~ReadTurn() { end(); }
         int end();
         Environment &environment;
-        std::shared_lock<Gate> gate;
         Reader *reader = nullptr;
         int result = 0;
-        std::uint64_t seen_map_bytes;
+        std::uint64_t seen_map_bytes = 0;
     };
     struct UpdateTurn {
         explicit UpdateTurn(Environment &environment);
@@ -175,6 +175,16 @@ class Environment {
         std::uint64_t seen_map_bytes;
     };
 
+    // No transaction of this process runs while it lives, and none begins; every reader is among the idle ones.
+    class Alone {
+      public:
+        explicit Alone(Environment &environment);
+
+      private:
+        std::unique_lock<Gate> gate_;
+        std::unique_lock<std::mutex> readers_;
+    };
+
     explicit Environment(std::string path) : path_(std::move(path)) {}
 
     Result<void> open_file();
@@ -184,6 +194,7 @@ class Environment {
     Result<void> open_marked(const FileHead &head);
     Result<void> check_lock_file(bool sole_user);
     Result<void> open_lmdb();
+    Result<void> map_file();
     int try_open_lmdb(unsigned flags);
     Result<void> open_trees_amid_writers();
     Result<void> open_trees();
@@ -193,13 +204,14 @@ class Environment {
     int cause_of(int rc) const;
     int commit(MDB_txn *transaction);
     int mark_unclean();
+    Result<void> relabel(Durability durability);
     void clear_mark_if_quiet(std::uint64_t synced_transaction);
     std::uint64_t last_transaction() const;
     bool marked() const { return durability_ == Durability::Lazy && label_.is_mapped() && label_.unclean_boot() != 0; }
 
     int freshen(Reader &reader);
     Reader *take_reader();
-    int make_reader(Reader &reader);
+    int begin_reading(Reader &reader);
     void put_reader(Reader *reader);
     static void let_go(Reader &reader);
     void release_own_snapshots();
@@ -225,17 +237,22 @@ class Environment {
     MDB_dbi control_ = 0;
     std::uint64_t map_bytes_ = 0;
 
-    Gate gate_;
-    std::atomic<Reader *> hot_reader_{nullptr};
-    std::mutex idle_mutex_;
+    Gate gate_;                                  // of updates and of whoever uses LMDB without a reader
+    std::atomic<Reader *> hot_reader_{nullptr};  // the one given back last, for the next to take
+    std::mutex readers_mutex_;
     std::vector<Reader *> idle_readers_;
-    std::atomic<std::uint32_t> idle_count_{0};
+    std::atomic<std::size_t> idle_count_{0};
+    std::size_t reader_count_ = 0;           // hot, idle and taken
     std::atomic<bool> has_unsynced_{false};  // updates of a lazy file that no sync has followed
     unsigned quiet_sweeps_ = 0;
 };
 
 // The error of an LMDB result: "WHAT 'PATH': reason".
 Error lmdb_error(int rc, std::string_view what, const std::string &path);
+
+inline std::uint64_t whole_pages(std::uint64_t bytes) {
+    return (bytes + lmdb::PageBytes - 1) / lmdb::PageBytes * lmdb::PageBytes;
+}
 
 // Sizes of a file's first map; tests make them small to see it grow.
 void set_first_map_bytes(std::uint64_t sync_bytes, std::uint64_t lazy_bytes);
