@@ -77,7 +77,7 @@ class RecordDisplay {
     void print_line(const VAR &line) {
         const bool page_full = ++line_count_ == screen_depth();
         if (page_full) line_count_ = 0;
-        if (!page_full || job_.has('N') || job_.has('P')) {
+        if (!page_full || !pauses()) {
             print_line_on(job_.print_unit, line);
             return;
         }
@@ -88,6 +88,9 @@ class RecordDisplay {
         }
         clear_screen();
     }
+
+    // Output that goes to a file or a pipe has no reader, unless its replies were stacked.
+    bool pauses() const { return !job_.has('N') && !job_.has('P') && (output_is_terminal() || stacked_data()); }
 
     static bool reader_wants_more() {
         const EchoOff echo_off;

@@ -109,6 +109,8 @@ int VELDAGetOutputSize(DP *, int selector) {
     return selector == DepthSelector ? velda::screen_lines() : 0;
 }
 
+int velda_output_is_terminal(DP *dp) { return velda::output_is_terminal(dp); }
+
 int VELDAGetTTYName(DP *, VAR *target) {
     const std::string name = velda::terminal_name();
     *target = std::string_view(name);

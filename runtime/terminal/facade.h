@@ -64,6 +64,9 @@ inline bool stacked_data() { return static_cast<bool>(system_number(10)); }
 // Characters that wait to be read, stacked or typed ahead.
 inline int type_ahead() { return static_cast<int>(system_number(14).to_integer()); }
 
+// True when output is shown on a terminal now: somebody reads it page by page.
+inline bool output_is_terminal() { return velda_output_is_terminal(velda_getdp()) != 0; }
+
 inline int screen_width() { return VELDAGetOutputSize(velda_getdp(), 2); }
 inline int screen_depth() { return VELDAGetOutputSize(velda_getdp(), 3); }
 

@@ -106,6 +106,9 @@ VELDA_EXPORT const char *VRunFTerminfo(DP *dp, int number);
 // Size of the screen: 2 its columns, 3 its lines, as the SYSTEM numbers. 0 for other selectors.
 VELDA_EXPORT int VELDAGetOutputSize(DP *dp, int selector);
 
+// 1 when output is shown on a terminal now, 0 when it goes to a file, a pipe or a capture, where nobody reads page by page.
+VELDA_EXPORT int velda_output_is_terminal(DP *dp);
+
 // Stores the name of this terminal's device, such as "/dev/pts/3", and gives 1; "" and 0 when there is none.
 VELDA_EXPORT int VELDAGetTTYName(DP *dp, VAR *target);
 

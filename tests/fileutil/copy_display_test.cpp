@@ -143,6 +143,20 @@ TEST_F(CopyDisplay, TakesTheReplyToThePauseFromStackedData) {
               "003 line3\n004 line4\n005 line5\n");
 }
 
+TEST_F(CopyDisplay, DoesNotPauseWhenTheOutputIsNoTerminal) {
+    put_lines("L", 9);
+    const Program program = [](DP *dp) {
+        setenv("LINES", "4", 1);
+        copy_program("COPY F L (T")(dp);
+        VAR next;
+        input(next);
+        crt_line("next: ", next);
+    };
+    const std::string output = run_on_pipes("Q\n", program).output;
+    EXPECT_TRUE(output.starts_with("    L\n001 line1\n002 line2\n003 line3\n004 line4\n")) << output;
+    EXPECT_TRUE(output.ends_with("next: Q\n")) << "what is typed for the next command is left to it";
+}
+
 TEST_F(CopyDisplay, DoesNotPauseWithOptionN) {
     put_lines("L", 9);
     const std::string output = shown_on_terminal(80, 4, copy_program("COPY F L (TN"));
