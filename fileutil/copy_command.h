@@ -1,6 +1,7 @@
 // copy_command.h - the state of one COPY and the steps it goes through. Private to the COPY command.
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 #include "frame/utility_frame.h"
@@ -22,7 +23,8 @@ struct CopyJob {
     SelectList SourceList;
     File TargetFile;  // the source's when the answer names no other file
     SelectList TargetList;
-    VAR NotFound;  // keys without a record, one attribute each
+    std::optional<VAR> answer;  // to the prompt for the target, when the line has given it
+    VAR NotFound;               // keys without a record, one attribute each
     int print_unit = 0;
     bool compressed = false;  // records are stored in the editor's form
 };
@@ -33,8 +35,8 @@ inline constexpr const char *BinaryMode = "RB,WB";
 // Turns each quoted stretch and each comma of a command line into a word of its own.
 VAR normalise_words(const VAR &words);
 
-// Reads "COPY FROM source ... TO target ...": opens the source, builds its list, and stacks the answer to the prompt
-// for the target.
+// Reads "COPY FROM source ... TO target ...": opens the source, builds its list, and makes the answer to the prompt for
+// the target.
 void read_from_syntax(const VAR &words, CopyJob &job);
 
 // Asks for the target, or takes it from stacked data; an empty answer sets option T. False after a message when there

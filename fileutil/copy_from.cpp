@@ -30,7 +30,7 @@ class FromSyntax {
         while (!word().empty()) read_word();
         store_options();
         store_list();
-        stack_answer();
+        job_.answer = answer_;
     }
 
   private:
@@ -123,11 +123,6 @@ class FromSyntax {
             job_.SourceList = SelectList(keys_);
         else
             job_.SourceList.get_saved("");
-    }
-
-    // With T or P nobody asks for the target: a line left on the stack would answer the pause at the end of a page.
-    void stack_answer() const {
-        if (options_.find_first_of("TP") == std::string::npos) stack_data(answer_);
     }
 
     const VAR &words_;

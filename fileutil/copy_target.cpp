@@ -91,6 +91,8 @@ bool open_target(CopyJob &job, const VAR &name) {
 }  // namespace
 
 bool copy::get_target(CopyJob &job) {
+    // Stacked only now: where nobody asks for the target, the line would answer the pause at the end of a page.
+    if (job.answer) stack_data(*job.answer);
     const VAR answer = trim(ask_for_target());
     if (answer.empty()) {
         job.utility.option('T') = 1;

@@ -52,7 +52,7 @@ constexpr CommandName CommandNames[] = {
     {30, "scroll_up_page"},
     {31, "scroll_down_page"},
     // The name stands twice, here in the place of a half-page name: the first row wins, so no setting rebinds code 29.
-    // Records in use depend on that, so it stays.
+    // It is known and stays so.
     {29, "scroll_down_page"},
     {32, "scroll_top"},
     {33, "scroll_bottom"},
@@ -71,18 +71,9 @@ struct EscapePart {
 };
 
 constexpr EscapePart Escapes[] = {
-    {"^\\", '~', true},
-    {"^]", ']', true},
-    {"\\\\", '\\'},
-    {"\\^", '^'},
-    {"\\B", '\b'},
-    {"\\F", '\f'},
-    {"\\N", '\n'},
-    {"\\R", '\r'},
-    {"\\S", 'T', true},  // reads S and gives ctrl-T: on purpose,
-                         // XOFF cannot be typed on many lines
-    {"\\T", '\t'},
-    {"\\E", '\x1B'},
+    {"^\\", '~', true}, {"^]", ']', true}, {"\\\\", '\\'}, {"\\^", '^'},       {"\\B", '\b'},
+    {"\\F", '\f'},      {"\\N", '\n'},     {"\\R", '\r'},  {"\\S", 'T', true},  // reads S and gives ctrl-T, on purpose
+    {"\\T", '\t'},      {"\\E", '\x1B'},
 };
 
 bool is_octal_escape(std::string_view part) {

@@ -134,6 +134,18 @@ TEST_F(CopyFrom, ShowsRecordsOnTheTerminal) {
     EXPECT_EQ(contents("G"), "");
 }
 
+TEST_F(CopyFrom, LeavesNoAnswerBehindWhenTheRecordsAreShown) {
+    for (const int output_flag : {0, 1}) {
+        const auto body = [=](DP *dp) {
+            call_on_exit("TestShowStackedData");
+            VAR OutputFlag = output_flag;
+            VBC_VELDACopyCommand(dp, "V", &OutputFlag);
+        };
+        const char *const sentence = output_flag ? "CT FROM F K2" : "COPY FROM F CRT K2";
+        EXPECT_EQ(run_on_pipes("", command(sentence, body)).output, "    K2\n001 two\n\nstacked: 0\n") << sentence;
+    }
+}
+
 TEST_F(CopyFrom, WithoutTargetCopiesWithinTheSource) {
     copy("COPY FROM F K1,N1");
     EXPECT_EQ(contents("F"), std::string(All) + " N1=one^1]2");
@@ -213,3 +225,6 @@ TEST_F(CopyFrom, EndsAtTheEmptyWordBehindALoneComma) {
 }
 
 }  // namespace
+
+// An exit handler of the tests above.
+VBC_SUBROUTINE(TestShowStackedData, code) { crt_line("stacked: ", stacked_data()); }
