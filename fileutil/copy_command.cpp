@@ -38,6 +38,7 @@ void show_help() {
     crt_line("COPY {DICT} filename{,section} {recordlist | *} {(Options}");
     crt_line("COPY -? | -h");
     for (const CopyOption &option : Options) crt_line(option.letter, " - ", option.help);
+    crt_line("-E before the file name: the records are stored in the editor's compressed form");
     crt_line();
     show_from_help();
 }
