@@ -37,6 +37,48 @@ bool is_left_over(const std::string &name) {
     return process > 0 && kill(process, 0) < 0 && errno == ESRCH;
 }
 
+// A directory with its settings, under a name that nobody knows yet.
+Result<void> make_directory(const std::string &path, const FileSettings &settings) {
+    const mode_t mode = static_cast<mode_t>(settings.permissions & 0777);
+    const mode_t search = (mode & 0444) >> 2;  // whoever may read its records may look them up
+    if (mkdir(path.c_str(), mode | search) < 0) return system_error(errno, "cannot make file", path);
+    const Descriptor made(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (made.number() < 0 || set_special_modes(made.number(), settings.permissions) < 0)
+        return system_error(errno, "cannot make file", path);
+    auto file = DirectoryFile::open(path);
+    return file ? (*file)->change_settings(settings) : Result<void>(file.error());
+}
+
+Result<void> put_in_place(const std::string &hidden, const std::string &path) {
+    const DirectoryTurn turn(parent_directory(path));
+    if (rename_new(hidden, path) < 0) return system_error(errno, "cannot make file", path);
+    turn.sync();
+    return {};
+}
+
+Result<void> copy_records(OpenFile &source, const std::string &path) {
+    auto target = DirectoryFile::open(path);
+    if (!target) return target.error();
+    auto cursor = source.select(TransferMode::Binary);
+    if (!cursor) return cursor.error();
+    for (;;) {
+        auto item = (*cursor)->next_item();
+        if (!item) return item.error();
+        if (!*item) return {};
+        auto written = (*target)->write((*item)->key, (*item)->record, TransferMode::Binary);
+        if (!written) return written;
+    }
+}
+
+Result<void> copy_control_file(const std::string &from, const std::string &to) {
+    std::error_code failed;
+    const fs::path control = fs::path(from) / ControlFileName;
+    if (fs::exists(control, failed))
+        fs::copy_file(control, fs::path(to) / ControlFileName, fs::copy_options::overwrite_existing, failed);
+    if (failed) return system_error(failed.value(), "cannot copy file", from);
+    return {};
+}
+
 }  // namespace
 
 bool DirectoryDriver::recognises(const std::string &path) {
@@ -45,17 +87,11 @@ bool DirectoryDriver::recognises(const std::string &path) {
 }
 
 Result<void> DirectoryDriver::create(const std::string &path, const FileSettings &settings) {
-    const mode_t mode = static_cast<mode_t>(settings.permissions & 0777);
-    const mode_t search = (mode & 0444) >> 2;  // whoever may read its records may look them up
-    if (mkdir(path.c_str(), mode | search) < 0) return system_error(errno, "cannot make file", path);
-    auto file = DirectoryFile::open(path);
-    Result<void> result = file ? (*file)->change_settings(settings) : Result<void>(file.error());
-    if (!result) {
-        rmdir(path.c_str());
-        return result;
-    }
-    const DirectoryTurn turn(parent_directory(path));
-    turn.sync();
+    if (path_exists(path)) return system_error(EEXIST, "cannot make file", path);
+    const TemporaryPath hidden(path);
+    auto made = make_directory(hidden.path(), settings);
+    if (made) made = put_in_place(hidden.path(), path);
+    if (!made) return system_error(made.error().number, "cannot make file", path);
     return {};
 }
 
@@ -82,32 +118,11 @@ Result<void> DirectoryDriver::copy(const std::string &from, const std::string &t
     auto settings = (*source)->settings();
     if (!settings) return settings.error();
     const TemporaryPath hidden(to);
-    if (auto made = create(hidden.path(), *settings); !made) return made;
-    const auto fail = [&](Error error) {
-        std::error_code ignored;
-        fs::remove_all(hidden.path(), ignored);
-        return Result<void>(std::move(error));
-    };
-    auto target = DirectoryFile::open(hidden.path());
-    if (!target) return fail(target.error());
-    auto cursor = (*source)->select(TransferMode::Binary);
-    if (!cursor) return fail(cursor.error());
-    for (;;) {
-        auto item = (*cursor)->next_item();
-        if (!item) return fail(item.error());
-        if (!*item) break;
-        if (auto written = (*target)->write((*item)->key, (*item)->record, TransferMode::Binary); !written)
-            return fail(written.error());
-    }
-    std::error_code failed;
-    const fs::path control = fs::path(from) / ControlFileName;
-    if (fs::exists(control, failed))
-        fs::copy_file(control, fs::path(hidden.path()) / ControlFileName, fs::copy_options::overwrite_existing, failed);
-    if (failed) return fail(system_error(failed.value(), "cannot copy file", from));
-    const DirectoryTurn turn(parent_directory(to));
-    if (rename_new(hidden.path(), to) < 0) return fail(system_error(errno, "cannot make file", to));
-    turn.sync();
-    return {};
+    auto copied = make_directory(hidden.path(), *settings);
+    if (copied) copied = copy_records(**source, hidden.path());
+    if (copied) copied = copy_control_file(from, hidden.path());
+    if (copied) copied = put_in_place(hidden.path(), to);
+    return copied;
 }
 
 Result<void> DirectoryDriver::move(const std::string &from, const std::string &to) {

@@ -17,17 +17,20 @@
 #include "runtime/store/file_turn.h"
 #include "runtime/store/hashed_format.h"
 #include "runtime/store/page_walk.h"
+#include "runtime/store/path.h"
 
 namespace velda::store {
 namespace {
 
 constexpr std::uint64_t MiB = 1 << 20;
-constexpr unsigned MaxReaders = 2048;
 constexpr int MaxNamedTrees = 4;
 
 // A sync file's map costs address space only; a lazy file is as large as its map.
 std::uint64_t first_sync_map_bytes = 1024 * MiB;
 std::uint64_t first_lazy_map_bytes = MiB / 4;
+
+// Of all processes together; 64 bytes of the lock file each.
+unsigned max_readers = 2048;
 
 constexpr unsigned LazyFlags = MDB_WRITEMAP | MDB_MAPASYNC | MDB_NOSYNC;
 
@@ -37,6 +40,8 @@ void set_first_map_bytes(std::uint64_t sync_bytes, std::uint64_t lazy_bytes) {
     first_sync_map_bytes = whole_pages(sync_bytes);
     first_lazy_map_bytes = whole_pages(lazy_bytes);
 }
+
+void set_max_readers(unsigned readers) { max_readers = readers; }
 
 Error lmdb_error(int rc, std::string_view what, const std::string &path) {
     if (rc > 0) return system_error(rc, what, path);
@@ -181,7 +186,7 @@ int Environment::try_open_lmdb(unsigned flags) {
     lmdb_ = nullptr;
     if (const int rc = mdb_env_create(&lmdb_)) return rc;
     mdb_env_set_maxdbs(lmdb_, MaxNamedTrees);
-    mdb_env_set_maxreaders(lmdb_, MaxReaders);
+    mdb_env_set_maxreaders(lmdb_, max_readers);
     mdb_env_set_mapsize(lmdb_, map_bytes_);
     mdb_env_set_assert(lmdb_, report_damage);
     struct stat status;
@@ -259,6 +264,7 @@ Result<void> Environment::lay_out(const std::string &path, Durability durability
     mdb_filehandle_t descriptor = -1;
     if (rc == 0) rc = mdb_env_get_fd(lmdb, &descriptor);
     if (rc == 0) result = write_file_label(descriptor, durability, path);
+    if (rc == 0 && result && set_special_modes(descriptor, permissions) < 0) rc = errno;
     if (rc == 0 && result && fsync(descriptor) < 0) rc = errno;
     mdb_env_close(lmdb);
     if (rc) return lmdb_error(rc, "cannot make file", path);

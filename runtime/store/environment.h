@@ -254,7 +254,8 @@ inline std::uint64_t whole_pages(std::uint64_t bytes) {
     return (bytes + lmdb::PageBytes - 1) / lmdb::PageBytes * lmdb::PageBytes;
 }
 
-// Sizes of a file's first map; tests make them small to see it grow.
+// Sizes of a file's first map, and how many may read it at once; tests make them small.
+void set_max_readers(unsigned readers);
 void set_first_map_bytes(std::uint64_t sync_bytes, std::uint64_t lazy_bytes);
 
 }  // namespace velda::store

@@ -9,8 +9,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 namespace velda::store {
+namespace {
+
+void remove_left_over(const std::string &path) {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+}  // namespace
 
 Descriptor::~Descriptor() {
     if (number_ >= 0) ::close(number_);
@@ -35,10 +44,10 @@ TemporaryPath::TemporaryPath(const std::string &final_path) {
     path_ = parent_directory(final_path);
     if (path_.back() != '/') path_.push_back('/');
     path_.append(TemporaryPrefix).append(std::to_string(getpid())).append("-").append(std::to_string(++count));
-    unlink(path_.c_str());
+    remove_left_over(path_);
 }
 
-TemporaryPath::~TemporaryPath() { unlink(path_.c_str()); }
+TemporaryPath::~TemporaryPath() { remove_left_over(path_); }
 
 std::string parent_directory(const std::string &path) {
     const std::size_t slash = path.rfind('/');
@@ -62,6 +71,13 @@ int rename_new(const std::string &from, const std::string &to) {
         return -1;
     }
     return rename(from.c_str(), to.c_str());
+}
+
+int set_special_modes(int descriptor, int permissions) {
+    struct stat status;
+    if ((permissions & 07000) == 0) return 0;
+    if (fstat(descriptor, &status) < 0) return -1;
+    return fchmod(descriptor, (status.st_mode & 0777) | static_cast<mode_t>(permissions & 07000));
 }
 
 Result<std::string> absolute_path(const std::string &path) {

@@ -61,6 +61,9 @@ bool path_exists(const std::string &path);
 // Renames without replacing; -1 and errno, EEXIST when `to` exists.
 int rename_new(const std::string &from, const std::string &to);
 
+// The set-id and sticky bits among `permissions`, which the calls that make files do not take. -1 and errno on failure.
+int set_special_modes(int descriptor, int permissions);
+
 // Absolute, the directories' symbolic links resolved; the last part is resolved too when it is a link to something. The
 // last part need not exist.
 Result<std::string> absolute_path(const std::string &path);

@@ -15,7 +15,7 @@ constexpr std::string_view PermissionsWord = "PERMS=";
 
 std::string settings_text(const FileSettings &settings) {
     char octal[16];
-    std::snprintf(octal, sizeof octal, "0%o", static_cast<unsigned>(settings.permissions) & 0777);
+    std::snprintf(octal, sizeof octal, "0%o", static_cast<unsigned>(settings.permissions) & 07777);
     std::string text = std::string(PermissionsWord) + octal;
     if (!settings.journalled) text.append(1, AM).append(NotJournalledWord);
     for (const auto &option : settings.options) text.append(1, AM).append(option);
