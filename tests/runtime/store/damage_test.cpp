@@ -242,6 +242,22 @@ TEST_P(Permissions, a_file_that_may_only_be_read_is_read) {
     EXPECT_EQ(TestFile(path).read("K"), "r");
 }
 
+TEST_P(Permissions, a_file_is_read_where_no_lock_file_can_be_made) {
+    FileSettings settings = GetParam() == std::string("HL") ? lazy() : sync();
+    settings.permissions = 0666;
+    umask(0);
+    TestFile::create(path, GetParam(), settings).write("K", "r");
+    umask(022);
+    std::filesystem::remove(path + "-lock");
+    if (GetParam() == std::string("UD")) chmod(path.c_str(), 0755);
+    EXPECT_EQ(as_nobody([&] {
+                  const TestFile file(path);
+                  if (file.read("K") != "r" || file->writable()) return 1;
+                  return file->write("K", "x", TransferMode::Default).error().number == EACCES ? 0 : 2;
+              }),
+              0);
+}
+
 TEST_P(Permissions, a_file_that_may_not_be_read_is_not_opened) {
     FileSettings settings = sync();
     settings.permissions = 0600;
