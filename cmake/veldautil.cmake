@@ -9,6 +9,7 @@ target_compile_features(veldautil_objects PRIVATE cxx_std_20)
 
 add_library(veldautil SHARED $<TARGET_OBJECTS:veldautil_objects>)
 target_link_libraries(veldautil PUBLIC velda5)
+target_link_options(veldautil PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
 add_library(veldautil_static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:veldautil_objects>)
 target_link_libraries(veldautil_static PUBLIC velda5_static)
 
