@@ -208,8 +208,7 @@ class RawFile {
     char key_copy_[512];
 };
 
-// --- SQLite
-// ------------------------------------------------------------------------------------------------------------
+// --- SQLite --------------------------------------------------------------------------------------------------------
 
 // A table of keys and records, in WAL mode with synchronous=NORMAL, one update a commit.
 class SqliteFile {

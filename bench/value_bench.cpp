@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "runtime/value/scan.h"
-#include "runtime/vutil.h"
+#include "runtime/value/facade.h"
 
 using namespace velda;
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "runtime/vutil.h"
+#include "runtime/value/facade.h"
 #include "tests/runtime/value/model.h"
 
 using namespace velda;

@@ -17,8 +17,7 @@
 extern "C" {
 #endif
 
-// --- the configuration and its reports
-// -------------------------------------------------------------------------------
+// --- the configuration and its reports -----------------------------------------------------------------------------
 
 // Maps the configuration; where there is none, makes it, with its lock file and an empty administration log. 0. Ends
 // the command with exit code 1 when the journal cannot be had, after "Transaction Lock File Init" or "Logger Init" and
@@ -56,8 +55,7 @@ VELDA_EXPORT int VELDAGetSetStats(DP *dp, const VAR *file_name, VAR *result);
 // 1 when the set holds records, else 0; 2 for a number that is no set.
 VELDA_EXPORT int VELDALoggerCheckSetFile(DP *dp, int32_t set);
 
-// --- running duplicators
-// -----------------------------------------------------------------------------------------------
+// --- running duplicators -------------------------------------------------------------------------------------------
 
 // One value for each live duplicator: 1 process, 2 start, 3 port, 4 what it does; 10 to 15 and 20 to 25 specification,
 // device type, records, blocks, bytes and errors of its input and of its output. Slots of the dead are cleared first.
@@ -73,8 +71,7 @@ VELDA_EXPORT int VELDALoggerStatusDelete(DP *dp);
 // How many slots belong to duplicators that write to the database.
 VELDA_EXPORT int VELDALoggerStatusCountDatabase(DP *dp);
 
-// --- administration
-// ----------------------------------------------------------------------------------------------------
+// --- administration ------------------------------------------------------------------------------------------------
 
 // Switches journalling off (0), on (1), or suspends it (2): writers then wait. Needs a current set, and for 1 one whose
 // files can all be opened.

@@ -72,8 +72,7 @@ enum {
 extern "C" {
 #endif
 
-// --- files
-// ---------------------------------------------------------------------------------------------------------------
+// --- files ---------------------------------------------------------------------------------------------------------
 
 // OPEN dictionary, name TO target. `dictionary` is null, or a cell: "DICT" in any case opens the dictionary, and "", 0
 // or "DATA" the file itself. Names: NAME, "DICT NAME", "DATA NAME", "NAME,SECTION", "." for the current directory,
@@ -121,8 +120,7 @@ VELDA_EXPORT int VELDACatalogSetFileNotLogged(DP *dp, const VAR *file);
 VELDA_EXPORT int CheckIndex(DP *dp, const VAR *file);
 VELDA_EXPORT int VELDATestQFlag(DP *dp, const VAR *file, int ignore);
 
-// --- records
-// -------------------------------------------------------------------------------------------------------------
+// --- records -------------------------------------------------------------------------------------------------------
 
 // READ. With VELDA_ONE_ATTRIBUTE the target gets that attribute alone (0: all of the record). On 0 the target is "";
 // when a lock was asked for it is held all the same, so that a new record can be written under it. On 2 without reading
@@ -150,8 +148,7 @@ VELDA_EXPORT int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const 
 // cell is no file or no lock of the record was held. RELEASE of everything is VLibFRELEASEALL_I in runtime/lock/lock.h.
 VELDA_EXPORT int VLibFRELEASE_IBB(DP *dp, const VAR *file, const VAR *key);
 
-// --- select lists
-// --------------------------------------------------------------------------------------------------------
+// --- select lists --------------------------------------------------------------------------------------------------
 //
 // A list cell has the form VELDA_FORM_LIST. Copies of it name the same list: a key read through one is gone for all. A
 // list of a file's keys streams from the file, also after the file cell has been overwritten; it costs no memory for

@@ -31,8 +31,7 @@ Error invalid(std::string_view what, std::string_view value) {
     return {EINVAL, std::string(what) + " '" + shown_in_message(value) + "'"};
 }
 
-// --- words of the command
-// ------------------------------------------------------------------------------------------------
+// --- words of the command ------------------------------------------------------------------------------------------
 
 // "1", "11", "23,1": the sizes of files of older systems.
 bool is_size(std::string_view word) {
@@ -81,8 +80,7 @@ Result<Request> parse(const VAR &operands) {
     return request;
 }
 
-// --- making and removing
-// -------------------------------------------------------------------------------------------------
+// --- making and removing -------------------------------------------------------------------------------------------
 
 bool names_section(std::string_view name) { return name.find(',') != std::string_view::npos; }
 

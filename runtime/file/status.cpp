@@ -15,8 +15,7 @@
 namespace velda::file {
 namespace {
 
-// --- modes
-// ---------------------------------------------------------------------------------------------------------------
+// --- modes ---------------------------------------------------------------------------------------------------------
 
 // One word of a mode text: what it sets and to what.
 struct ModeWord {
@@ -63,8 +62,7 @@ std::string_view mode_word(store::TransferMode store::ControlBlockContent::*mode
     return {};
 }
 
-// --- status
-// --------------------------------------------------------------------------------------------------------------
+// --- status --------------------------------------------------------------------------------------------------------
 
 VAR joined_values(const std::vector<std::string> &words) {
     std::string joined;
@@ -117,8 +115,7 @@ int store_status(const Statement &statement, const VAR *file, VAR &target) {
     return Done;
 }
 
-// --- paths and keys
-// --------------------------------------------------------------------------------------------------------
+// --- paths and keys ------------------------------------------------------------------------------------------------
 
 std::string_view dir_flags(const struct stat &status) {
     if (S_ISDIR(status.st_mode)) return "D";

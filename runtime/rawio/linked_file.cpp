@@ -21,8 +21,7 @@ namespace {
 
 constexpr std::uint32_t SmallestBlock = 256, LargestBlock = 16 * 1024 * 1024;
 
-// --- the formats
-// ---------------------------------------------------------------------------------------------------------
+// --- the formats ---------------------------------------------------------------------------------------------------
 
 // In the head block of the file.
 constexpr std::int64_t FreeListOffset = 156;
@@ -69,8 +68,7 @@ Result<void> write_part(const VRunFile &file, std::int64_t offset, const Part &p
 // A block lies on a block boundary behind the head block.
 bool can_be_block(const VRunFile &file, std::int64_t offset) { return offset > 0 && offset % file.block_size == 0; }
 
-// --- free blocks
-// -----------------------------------------------------------------------------------------------------------
+// --- free blocks ---------------------------------------------------------------------------------------------------
 
 // The head block, with an empty free list, comes with the first record.
 Result<void> ensure_head(const VRunFile &file) {
@@ -116,8 +114,7 @@ Result<void> give_back_block(const VRunFile &file, std::int64_t offset) {
     return write_part(file, FreeListOffset, *list);
 }
 
-// --- records
-// ---------------------------------------------------------------------------------------------------------------
+// --- records -------------------------------------------------------------------------------------------------------
 
 // Where the blocks of a record lie and how long it is.
 struct Chain {
@@ -217,8 +214,7 @@ Result<void> resize_record(const VRunFile &file, HeldFrame &frame, std::uint32_t
     return give_back_blocks(file, *spare);
 }
 
-// --- frames
-// ----------------------------------------------------------------------------------------------------------------
+// --- frames --------------------------------------------------------------------------------------------------------
 
 VRunFrame *hold(VRunFile &file, std::int64_t offset, std::string content, bool is_record) {
     auto frame = std::make_unique<HeldFrame>();

@@ -84,8 +84,7 @@ VELDA_EXPORT int64_t VRunFileIOLockHash(DP *dp, const char *key, size_t key_leng
 // A wait that is interrupted gives EINTR (4). Any other mode gives 22.
 VELDA_EXPORT int VRunFileIOLockRecord(DP *dp, VRunFile *file, const char *key, size_t key_length, int mode);
 
-// --- linked files
-// ----------------------------------------------------------------------------------------------------------
+// --- linked files --------------------------------------------------------------------------------------------------
 //
 // A linked file consists of blocks of one size, which EnableLink tells. FrameRead gives any block as it stands, as the
 // journal's readers need it. Link records are of any length and lie in chains of blocks; the first block of the file is
@@ -119,8 +118,7 @@ VELDA_EXPORT int VRunFileIOLinkResize(DP *dp, VRunFile *file, VRunFrame *frame, 
 // Gives a frame back; changes that were not written are dropped. Null is left alone.
 VELDA_EXPORT int VRunFileIOLinkRelease(DP *dp, VRunFile *file, VRunFrame *frame);
 
-// --- lock reports
-// ----------------------------------------------------------------------------------------------------------
+// --- lock reports --------------------------------------------------------------------------------------------------
 
 // Of an open database file and a key: the file's inode and device and the key's lock hash, as integers in three cells.
 // 0, or 22 when the cell holds no open file: then nothing is stored.

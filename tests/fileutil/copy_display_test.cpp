@@ -192,8 +192,7 @@ TEST_F(CopyDisplay, RestoresPromptAndEchoAfterThePause) {
     EXPECT_TRUE(ending.output.ends_with("\n>1")) << ending.output;
 }
 
-// --- the printer
-// -------------------------------------------------------------------------------------------------------
+// --- the printer ---------------------------------------------------------------------------------------------------
 
 // What a program prints: the unit's output is the input of this command.
 std::string printed(const Program &program) {
@@ -239,8 +238,7 @@ TEST_F(CopyDisplay, PrintsOnTheUnitBehindLptr) {
     EXPECT_EQ(printed(copy_program("COPY FROM F LPTR K2")), "    K2\n001 two\n\n");
 }
 
-// --- the help
-// ----------------------------------------------------------------------------------------------------------
+// --- the help ------------------------------------------------------------------------------------------------------
 
 class CopyHelp : public CopyTest, public ::testing::WithParamInterface<const char *> {};
 

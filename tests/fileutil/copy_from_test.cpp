@@ -152,8 +152,7 @@ TEST_F(CopyFrom, WithoutTargetCopiesWithinTheSource) {
     EXPECT_EQ(copy("COPY FROM F K1").output, "'K1' already exists\n");
 }
 
-// --- the words of the line
-// ---------------------------------------------------------------------------------------------
+// --- the words of the line -----------------------------------------------------------------------------------------
 
 // Copies with these words behind "COPY FROM F TO G"; what G then holds. The source has a record for every key here.
 struct WordsCase {

@@ -261,8 +261,7 @@ TEST_F(CopyTest, KeepsTheSourceRecordsThatCouldNotBeWritten) {
     EXPECT_EQ(contents("F"), "K2=two K3=three");
 }
 
-// --- modes and the editor's form
-// --------------------------------------------------------------------------------------
+// --- modes and the editor's form -----------------------------------------------------------------------------------
 
 std::string host_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);

@@ -104,8 +104,7 @@ TEST_F(Fault, ARecordThatMayNotBeReadIsNotTakenForAMissingOne) {
     });
 }
 
-// --- what is no record and no file
-// -------------------------------------------------------------------------------------
+// --- what is no record and no file ---------------------------------------------------------------------------------
 
 TEST_F(Fault, ADirectoryInsideADirectoryFileIsNoRecord) {
     make_file("UD");
@@ -145,8 +144,7 @@ TEST_F(Fault, StatementsGoOnWorkingOnAFileThatAnotherHandleDeleted) {
     EXPECT_EQ(write("K", "new"), 1);
 }
 
-// --- full disks
-// --------------------------------------------------------------------------------------------------------
+// --- full disks ----------------------------------------------------------------------------------------------------
 
 class FullDisk : public Fault {
   protected:

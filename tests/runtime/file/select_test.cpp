@@ -250,8 +250,7 @@ TEST_F(Select, WithoutAnActiveListTheDefaultFileItselfIsSelected) {
     VLibFCLOSE_IB(dp, nullptr);
 }
 
-// --- saved lists
-// -------------------------------------------------------------------------------------------------------
+// --- saved lists ---------------------------------------------------------------------------------------------------
 
 class SavedLists : public Select {
   protected:

@@ -87,8 +87,7 @@ using Lines = std::vector<std::string>;
 
 VBC_SUBROUTINE(TestExecutedHandler, code) { notes.push_back("handler " + code.str()); }
 
-// --- in the calling process
-// ----------------------------------------------------------------------------------------------
+// --- in the calling process ----------------------------------------------------------------------------------------
 
 TEST_F(Execute, CapturedTextHasAttributeMarksForLineFeeds) {
     in_command([] {
@@ -351,8 +350,7 @@ TEST_F(Execute, ProgramWordsMayBeQuoted) {
         EXPECT_EQ(velda::program_words(row.line), row.words) << row.line;
 }
 
-// --- commands of this system in a process of their own
-// --------------------------------------------------------------------
+// --- commands of this system in a process of their own -------------------------------------------------------------
 
 TEST_F(Execute, MessagesComeBackFromACommandInAnotherProcess) {
     in_command([] {

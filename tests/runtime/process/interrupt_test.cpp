@@ -164,8 +164,7 @@ TEST_F(Interrupts, ASleepLastsAsLongAsAsked) {
     EXPECT_LT(seconds_since(start), 3);
 }
 
-// --- the end of the session: in a child, since it ends the whole process
-// ----------------------------------------------------
+// --- the end of the session: in a child, since it ends the whole process -------------------------------------------
 
 TEST_F(Interrupts, TerminationEndsTheSessionInOrder) {
     const int status = status_of_child([] {

@@ -162,8 +162,7 @@ TEST_F(RawFile, AFileThatIsOpenForReadingIsNotWritten) {
     VRunFileIOClose(dp, reader);
 }
 
-// --- locks
-// ---------------------------------------------------------------------------------------------------------------
+// --- locks ---------------------------------------------------------------------------------------------------------
 
 TEST_F(RawFile, ALockIsTakenTriedAndReleased) {
     DP *const other = velda_new_context();

@@ -6,7 +6,7 @@
 #include <ostream>
 #include <string>
 
-#include "runtime/vutil.h"
+#include "runtime/value/facade.h"
 #include "tests/support/marks.h"
 
 inline void PrintTo(const VAR &value, std::ostream *out) { *out << '"' << shown(value.view()) << '"'; }
