@@ -1,6 +1,6 @@
 # libveldautil: the system's own logic. It links the runtime and the C and C++ run-time libraries, nothing else.
 file(GLOB VELDAUTIL_SOURCES CONFIGURE_DEPENDS
-     frame/*.cpp journal/*.cpp spooler/*.cpp proc/*.cpp index/*.cpp catalog/*.cpp tape/*.cpp fileutil/*.cpp
+     frame/*.cpp journal/*.cpp journal/duplicator/*.cpp spooler/*.cpp proc/*.cpp index/*.cpp catalog/*.cpp tape/*.cpp fileutil/*.cpp
      srctools/*.cpp background/*.cpp dict/*.cpp)
 # The objects are built once; fuzz targets link them with the static runtime.
 add_library(veldautil_objects OBJECT ${VELDAUTIL_SOURCES})

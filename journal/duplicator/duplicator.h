@@ -1,0 +1,149 @@
+// duplicator.h - what the files of the duplicator share: the state of a run and the steps of its main loop. Private to
+// the subsystem. A run has one thread and one context; README.md of this folder tells the road of a record.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "journal/log_select.h"
+#include "journal/logger_context.h"
+#include "runtime/vutil.h"
+
+namespace velda::journal {
+
+// The updates of a process that wait for the end of its transaction.
+struct DupTransaction {
+    std::uint32_t pid = 0;              // 0: the entry is free
+    std::uint32_t count = 0;            // updates held
+    std::vector<unsigned char> buffer;  // each: a 4-byte length that counts itself, then the record
+    std::int64_t startTime = 0;         // stamp of its TRANSTART: a restart has to read from there
+};
+
+// One open file of the cache.
+struct CachedFile {
+    std::string name;
+    std::uint32_t hash = 0;
+    std::unique_ptr<VediControlBlock> file;  // null: the entry is free
+};
+
+// Open files by the hash of their names. Each bucket is kept in order of last use, the latest first.
+inline constexpr std::size_t CacheBuckets = 97, CachedFilesOfBucket = 30;
+using FileCache = std::array<std::array<CachedFile, CachedFilesOfBucket>, CacheBuckets>;
+
+enum class Severity { Status = 1, Warning = 2, Error = 3 };
+
+// What the codes of the callback stand for.
+enum CallbackCode : int {
+    RetryBegins = 1,
+    RetryEnds = 2,
+    WaitBegins = 3,
+    WaitEnds = 4,
+    BlockReadBegins = 5,
+    BlockReadEnds = 6,
+    PromptBegins = 7,
+    PromptEnds = 8,
+    BetweenRecords = 10,
+    ErrorText = 20
+};
+
+// How a run ends: exit codes of the process.
+enum DupExitCode : int {
+    ExitDone = 0,
+    ExitBadSpecification = 2,
+    ExitNoJournal = 3,  // or no console
+    ExitTooManyErrors = 4,
+    ExitKilled = 5,
+    ExitWriteFailed = 7,  // on standard output or a socket
+    ExitNoPrompt = 8,
+    ExitQuit = 9,
+    ExitSignal = 2000
+};
+
+struct DupContext {
+    std::uint32_t progressEvery = 0;  // show progress at each multiple of so many records; 0: never
+    std::uint32_t starsPending = 0;   // a line of progress marks is unfinished
+    std::FILE *logFile = nullptr;
+    std::string errorFileName;
+    std::unique_ptr<VAR> errorFile;  // open: where failed updates are kept
+    std::uint32_t maxErrors = 10000;
+    std::uint32_t errorCount = 0;
+    LogSelect *input = nullptr;
+    LogSelect *output = nullptr;
+    DupStatusSlot *slot = nullptr;
+    std::uint32_t startTicks = 0;   // milliseconds of the process's clock at the start
+    std::uint32_t initialised = 0;  // both specifications were reached
+    std::uint32_t useSelectList = 0;
+    std::uint32_t verboseLevel = 0;
+    std::uint32_t exclusive = 0;
+    std::uint32_t future = 0;
+    std::uint32_t lastSet = 0, lastFile = 0;  // position of the last record read
+    std::int64_t lastOffset = 0;
+    std::int64_t lastTime = 0;   // stamp of the last record read
+    std::int64_t firstTime = 0;  // of the first
+    std::int64_t ackTime = 0;    // the last milestone received
+    std::uint32_t recordsFromSet = 0;
+    FileCache fileCache;
+    std::vector<DupTransaction> transactions;
+    std::uint32_t transactionCount = 0;
+    std::int64_t lastMilestoneSent = 0;
+    std::string programName;
+};
+
+// The session's context, made at its first use.
+DupContext &dup_context(DP *dp);
+
+// --- the main loop and replay ---
+
+// The next record of the input, or null with errno.
+const unsigned char *DupReadRecord(DP *dp);
+// Hands a record to the output.
+void DupDispatch(DP *dp, const unsigned char *record);
+// Applies a record to the database. A failure is reported and the run goes on.
+void DupApply(DP *dp, const unsigned char *record);
+// The open file of a name through the cache; null after a report.
+VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, const unsigned char *record);
+// One line to the log file and standard error. `definition` and `record` may be null.
+void DupReport(DP *dp, const LogSelect *definition, const unsigned char *record, Severity severity, const char *format,
+               ...) __attribute__((format(printf, 5, 6)));
+// Ends the run: statistics, the end of the output stream, the slot. Ends the command unless it runs already.
+void DupExit(DP *dp, int code);
+// A path with the first rename of the output that applies.
+std::string renamed_path(const LogSelect &output, std::string_view path);
+
+// --- the status slot, which other processes read ---
+
+// Stores a status text and gives the one before.
+std::string set_status_text(DP *dp, std::string_view text);
+// Adds to the counters of the slot.
+void count_input(DP *dp, std::int64_t bytes);
+void count_output(DP *dp, std::int64_t bytes);
+
+// --- devices, sockets and milestones ---
+
+// The next record of a stream, or null with errno.
+const unsigned char *LoggerReadDevice(DP *dp, LogSelect *select, VELDALoggerCallback callback);
+// The next block of a stream. 0 or an error.
+int LoggerFillBlock(DP *dp, LogSelect *select, VELDALoggerCallback callback);
+// Connects (output) or waits for a connection (input). 0; -1 or 1 on failure.
+int VELDASetupSocketIO(DP *dp, LogSelect *select, int is_output, int error_value);
+// Copies a record to the output's stream.
+void DupWriteDevice(DP *dp, const unsigned char *record);
+// Writes the block; with the flag, moves to the next device.
+void DupFlushBlock(DP *dp, bool new_device);
+// Starts a block.
+void DupInitBlock(DP *dp);
+// Writes the type 1 record that ends a stream.
+void write_end_record(DP *dp);
+// Receiver: tells the sender how far the database has got.
+void DupSendMilestone(DP *dp, DupContext &context, std::int64_t time);
+// Sender: takes in what the receiver tells, and keeps it in the milestone file.
+void DupReadMilestone(DP *dp, DupContext &context);
+// The callback of a run.
+void DupCallback(DP *dp, int code, ...);
+
+}  // namespace velda::journal
