@@ -98,3 +98,19 @@ struct LogSelect {
     std::uint32_t sendMilestone = 0;  // input socket: send milestones
     std::string milestoneFile;        // output socket: the file to update
 };
+
+namespace velda::journal {
+
+// Reports a fault of the specification that is being read: "Error: ", the token if one is current, and the message, to
+// the caller's error text or else as a line on standard error. errno becomes 22.
+void LoggerSpecError(DP *dp, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+// Completes a selection of log sets: chooses the set by `set` and `startTime`, takes its first time, and gives it EOF
+// where no end was asked for. False after a report.
+bool choose_starting_set(DP *dp, LogSelect &select);
+
+// Whether damaged records are passed over. On in a new process; an output specification switches it off unless a
+// specification has said what it is to be.
+bool skips_damaged_records();
+
+}  // namespace velda::journal

@@ -17,10 +17,10 @@ struct LoggerContext {
     VRunFile *files[VELDA_LOGGER_FILES] = {};  // in configuration order, unnamed slots skipped
     VRunFrame *frame = nullptr;                // the block most recently read
     int32_t frameSize = 0;
-    int64_t lastTime = 0;     // update time of the last record read
-    std::string operand;      // of the specification token that is being parsed
-    std::string command;      // that token
-    std::string errorBuffer;  // where specification errors go; empty: standard error
+    int64_t lastTime = 0;      // update time of the last record read
+    std::string operand;       // of the specification token that is being parsed
+    std::string command;       // that token
+    VAR *errorText = nullptr;  // where specification errors go; null: standard error
     int32_t passwordAsked = 0;
 };
 

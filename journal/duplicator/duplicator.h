@@ -99,6 +99,8 @@ DupContext &dup_context(DP *dp);
 
 // --- the main loop and replay ---
 
+// Reads records and hands them on until the input ends; gives the exit code.
+int run_duplicator(DP *dp);
 // The next record of the input, or null with errno.
 const unsigned char *DupReadRecord(DP *dp);
 // Hands a record to the output.
