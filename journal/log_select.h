@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "journal/log_reading.h"
+#include "runtime/journal/config_record.h"
 
 namespace velda::journal {
 
@@ -105,9 +106,13 @@ namespace velda::journal {
 // the caller's error text or else as a line on standard error. errno becomes 22.
 void LoggerSpecError(DP *dp, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-// Completes a selection of log sets: chooses the set by `set` and `startTime`, takes its first time, and gives it EOF
-// where no end was asked for. False after a report.
-bool choose_starting_set(DP *dp, LogSelect &select);
+// The set with the smallest time among those that hold records, the lower number where times are equal; the current set
+// where none holds any.
+std::int32_t eldest_set(const VELDALoggerConfig &config);
+
+// Completes an input selection of a log set: the set that holds the start time, its time, and when to stop. `set` is
+// what the specification chose: a number, SetAuto or SetNotChosen. Gives null, or what is wrong.
+const char *choose_set(const VELDALoggerConfig &config, LogSelect &select);
 
 // Whether damaged records are passed over. On in a new process; an output specification switches it off unless a
 // specification has said what it is to be.
