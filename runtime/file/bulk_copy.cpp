@@ -18,6 +18,7 @@
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/process/stop.h"
+#include "runtime/transaction/session_file.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -72,7 +73,7 @@ struct VELDABulkCopy {
     bool target_has(std::string_view key) {
         if (const auto waits = target_.pending.will_exist(key)) return *waits;
         if (!check_key(key)) return false;
-        const auto found = target_.content->file->exists(key);
+        const auto found = transaction::record_exists(dp_, *target_.content, key);
         if (!found) stop_with(target_, Action::Read, key, found.error());
         return *found;
     }
@@ -174,7 +175,7 @@ struct VELDABulkCopy {
     // Makes the updates in order, in one commit if that succeeds.
     Made make_all(const Side &side, const Updates &updates) const {
         if (updates.empty()) return {};
-        if (side.content->file->apply(updates, side.content->write_mode)) {
+        if (transaction::apply_updates(dp_, *side.content, updates, side.content->write_mode)) {
             if (may_hold_records(dp_))
                 for (const store::Update &update : updates) release_lock(side, update.key);
             return {updates.size(), {}};
@@ -189,11 +190,11 @@ struct VELDABulkCopy {
 
     // Makes one update; the error when that fails.
     std::optional<Error> make_one(const Side &side, const store::Update &update) const {
-        store::OpenFile &file = *side.content->file;
+        store::ControlBlockContent &file = *side.content;
         if (update.record) {
-            if (const auto written = file.write(update.key, *update.record, side.content->write_mode); !written)
-                return written.error();
-        } else if (const auto removed = file.remove(update.key); !removed) {
+            const auto written = transaction::write_record(dp_, file, update.key, *update.record, file.write_mode);
+            if (!written) return written.error();
+        } else if (const auto removed = transaction::remove_record(dp_, file, update.key); !removed) {
             return removed.error();
         }
         release_lock(side, update.key);

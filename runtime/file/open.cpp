@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "runtime/file/statement.h"
+#include "runtime/transaction/session_file.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -83,7 +84,7 @@ int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting) {
     const Statement statement{dp, flags, setting};
     auto *const content = content_of_cell(dp, file);
     if (!content) return fail(statement, Action::Clear, "", "", not_open_error());
-    const auto cleared = content->file->clear();
+    const auto cleared = velda::transaction::clear_file(dp, *content);
     if (!cleared) return fail(statement, Action::Clear, content->file->path(), "", cleared.error());
     return Done;
 }

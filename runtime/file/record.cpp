@@ -4,6 +4,7 @@
 #include "runtime/file/statement.h"
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/interrupt.h"
+#include "runtime/transaction/session_file.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -81,7 +82,8 @@ int read_into(const RecordStatement &statement, VAR &target) {
     const LockAnswer answer = lock_for_read(statement);
     if (answer.lock != Lock::Granted) return answer.result;
     CellBuffer buffer(statement.dp, target);
-    const auto found = statement.file().read(statement.key, buffer, statement.content->read_mode);
+    const auto found =
+        transaction::read_record(statement.dp, *statement.content, statement.key, buffer, statement.content->read_mode);
     if (found && *found) return end_read(statement, Done, 0);
     target = "";
     if (found) return end_read(statement, ElsePath, ENOENT);
@@ -136,7 +138,8 @@ int end_update(const RecordStatement &statement) {
 int write_record(const RecordStatement &statement, std::string_view record) {
     if (const auto possible = check_record(record); !possible)
         return statement.fail_with(Action::Write, possible.error());
-    const auto written = statement.file().write(statement.key, record, statement.content->write_mode);
+    const auto written = transaction::write_record(statement.dp, *statement.content, statement.key, record,
+                                                   statement.content->write_mode);
     if (!written) return statement.fail_with(Action::Write, written.error());
     return end_update(statement);
 }
@@ -145,7 +148,8 @@ int write_record(const RecordStatement &statement, std::string_view record) {
 Result<VAR> replaced_attribute(const RecordStatement &statement, const VAR &value, int attribute) {
     VAR record;
     CellBuffer buffer(statement.dp, record);
-    const auto found = statement.file().read(statement.key, buffer, statement.content->read_mode);
+    const auto found =
+        transaction::read_record(statement.dp, *statement.content, statement.key, buffer, statement.content->read_mode);
     if (!found && !means_no_record(found.error())) return found.error();
     if (!found || !*found) record = "";
     record(attribute) = value;
@@ -165,7 +169,8 @@ int write_attribute(const RecordStatement &statement, const VAR &value, int attr
         release();
         return statement.fail_with(Action::Write, record.error());
     }
-    const auto written = statement.file().write(statement.key, record->view(), statement.content->write_mode);
+    const auto written = transaction::write_record(statement.dp, *statement.content, statement.key, record->view(),
+                                                   statement.content->write_mode);
     if (written) return end_update(statement);
     release();
     return statement.fail_with(Action::Write, written.error());
@@ -205,7 +210,7 @@ int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR
     if (!statement.content) return statement.fail_with(Action::Delete, not_open_error());
     if (const auto possible = check_key(statement.key); !possible)
         return statement.fail_with(Action::Delete, possible.error());
-    const auto removed = statement.file().remove(statement.key);
+    const auto removed = velda::transaction::remove_record(statement.dp, *statement.content, statement.key);
     if (!removed) return statement.fail_with(Action::Delete, removed.error());
     return end_update(statement);
 }

@@ -5,7 +5,7 @@
 #include "runtime/file/select_list.h"
 #include "runtime/file/statement.h"
 #include "runtime/process/system_numbers.h"
-#include "runtime/process/system_numbers.h"
+#include "runtime/transaction/session_file.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -40,7 +40,7 @@ int hand_over(const Statement &statement, VAR list, VAR *target) {
 
 int select_file(const Statement &statement, store::ControlBlockContent *content, VAR *target) {
     if (!content) return fail_list(statement, Action::Select, "", not_open_error());
-    auto cursor = content->file->select(content->read_mode);
+    auto cursor = transaction::select_records(statement.dp, *content, content->read_mode);
     if (!cursor) return fail_list(statement, Action::Select, content->file->path(), cursor.error());
     VAR list;
     store_list(statement.dp, list, std::make_unique<SelectList>(content->file, std::move(*cursor), content->read_mode));

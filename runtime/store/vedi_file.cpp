@@ -7,6 +7,7 @@
 #include "runtime/process/context.h"
 #include "runtime/store/setting_words.h"
 #include "runtime/store/vedi_call.h"
+#include "runtime/transaction/session_file.h"
 
 namespace velda::store {
 namespace {
@@ -166,7 +167,8 @@ int VediIOCTL(DP *dp, VediControlBlock *file, int command, const void *argument,
 }
 
 int VediClearFile(DP *dp, VediControlBlock *file) {
-    return call_on(dp, file, [](ControlBlockContent &content) { return content.file->clear(); });
+    return call_on(dp, file,
+                   [dp](ControlBlockContent &content) { return velda::transaction::clear_file(dp, content); });
 }
 
 int VediFileOp(DP *dp, int operation, int kind, const char *name, const char *target, char *error_text) {

@@ -4,6 +4,7 @@
 
 #include "runtime/memory/memory.h"
 #include "runtime/store/vedi_call.h"
+#include "runtime/transaction/session_file.h"
 
 namespace velda::store {
 namespace {
@@ -62,7 +63,8 @@ int VediReadRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *k
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
         CallerBuffer into(dp, buffer, buffer_size);
         try {
-            auto found = content.file->read(bytes_of(key, key_length), into, mode_of(flags, content.read_mode));
+            auto found = velda::transaction::read_record(dp, content, bytes_of(key, key_length), into,
+                                                         mode_of(flags, content.read_mode));
             if (!found) return found.error();
             if (!*found) return no_record();
         } catch (const std::bad_alloc &) {
@@ -76,13 +78,14 @@ int VediReadRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *k
 int VediWriteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length,
                     const char *data, uint32_t size, uint32_t) {
     return call_on(dp, file, [&](ControlBlockContent &content) {
-        return content.file->write(bytes_of(key, key_length), bytes_of(data, size), mode_of(flags, content.write_mode));
+        return velda::transaction::write_record(dp, content, bytes_of(key, key_length), bytes_of(data, size),
+                                                mode_of(flags, content.write_mode));
     });
 }
 
 int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t, const char *key, uint32_t key_length) {
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
-        auto removed = content.file->remove(bytes_of(key, key_length));
+        auto removed = velda::transaction::remove_record(dp, content, bytes_of(key, key_length));
         if (!removed) return removed.error();
         if (!*removed) return velda::Error{ENOENT, no_record().message};
         return {};
@@ -125,7 +128,7 @@ int VediControlDelete(DP *dp, VediControlBlock *file, uint32_t number) {
 int VediSelect(DP *dp, VediControlBlock *file, VediSelection **selection) {
     *selection = nullptr;
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
-        auto cursor = content.file->select(content.read_mode);
+        auto cursor = velda::transaction::select_records(dp, content, content.read_mode);
         if (!cursor) return cursor.error();
         *selection = new VediSelection{std::move(*cursor)};
         return {};
@@ -150,7 +153,8 @@ int VediSelectEnd(DP *, VediControlBlock *, VediSelection *selection) {
 int VediScanfileInit(DP *dp, VediControlBlock *file, int flags, int mode, VediScan **scan) {
     *scan = nullptr;
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
-        auto cursor = content.file->select(mode == 1 ? TransferMode::Binary : content.read_mode);
+        auto cursor =
+            velda::transaction::select_records(dp, content, mode == 1 ? TransferMode::Binary : content.read_mode);
         if (!cursor) return cursor.error();
         *scan = new VediScan{std::move(*cursor), (flags & VEDI_SCAN_KEYS_ONLY) != 0};
         return {};
