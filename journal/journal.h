@@ -135,8 +135,9 @@ VELDA_EXPORT int VELDALoggerFileTooFull(DP *dp, int32_t percent);
 // Asks a duplicator to stop.
 VELDA_EXPORT int VELDALoggerDupKill(DP *dp, int32_t pid);
 
-// Called with 7 before a question and with 8 behind it.
-typedef void (*VELDALoggerCallback)(DP *dp, int event);
+// Told of what the journal's operations do, so that a program can show it or stop: 7 and 8 around a question to the
+// operator; log_reading.h has the codes of reading. It may end the process.
+typedef void (*VELDALoggerCallback)(DP *dp, int code, ...);
 
 // The room that a reply needs.
 enum { VELDA_LOGGER_REPLY_BYTES = 1024 };

@@ -11,6 +11,7 @@
 #ifndef VELDA_JOURNAL_LOG_READING_H
 #define VELDA_JOURNAL_LOG_READING_H
 
+#include "journal/journal.h"
 #include "runtime/vdefc.h"
 
 #ifdef __cplusplus
@@ -20,10 +21,9 @@ extern "C" {
 // One selection, or the target of a transfer.
 typedef struct LogSelect LogSelect;
 
-// Told of what reading does, so that a program can show it or stop: 1 and 2 around the sleep before another try, 3 and 4
-// around a wait for input, 5 and 6 around the reading of a block from a device, 7 and 8 around a question to the
-// operator, 10 between records, 20 with a format and its arguments for an error. It may end the process.
-typedef void (*VELDALoggerCallback)(DP *dp, int code, ...);
+// Codes of the callback while the journal is read: 1 and 2 around the sleep before another try, 3 and 4 around a wait
+// for input, 5 and 6 around the reading of a block from a device, 7 and 8 around a question to the operator, 10 between
+// records, 20 with a format and its arguments for an error.
 
 enum { VELDA_LOGGER_KEY_BYTES = 64 };  // room for any record key and a zero byte
 

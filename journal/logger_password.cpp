@@ -26,9 +26,7 @@ std::string deciphered(DP *dp, const VELDALoggerConfig &config) {
     return "";
 }
 
-using Events = void (*)(DP *dp, int event);
-
-void call(Events callback, DP *dp, int event) {
+void call(VELDALoggerCallback callback, DP *dp, int event) {
     if (callback) callback(dp, event);
 }
 
@@ -50,7 +48,7 @@ void keep_reply(char *reply, const VAR &line) {
     std::memcpy(reply, text.c_str(), text.size() + 1);
 }
 
-int prompt(DP *dp, char *reply, Events callback, const char *format, va_list arguments) {
+int prompt(DP *dp, char *reply, VELDALoggerCallback callback, const char *format, va_list arguments) {
     constexpr int BeforeQuestion = 7, BehindQuestion = 8;
     if (system_number(1043)) {
         VELDAfprintf(dp, stderr, "Unable to prompt user when a background job\n");

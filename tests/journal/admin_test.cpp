@@ -334,11 +334,12 @@ TEST_F(Admin, ABackgroundJobIsNotAsked) {
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+void print_event(DP *dp, int event, ...) { VELDAprintf(dp, "<%d>", event); }
+
 TEST_F(Admin, APromptCallsBackBeforeAndBehindTheQuestion) {
     velda::test::OnTerminal terminal([](DP *session) {
         char reply[VELDA_LOGGER_REPLY_BYTES];
-        const auto callback = [](DP *inner, int event) { VELDAprintf(inner, "<%d>", event); };
-        const int error = VELDALoggerPromptReply(session, reply, callback, "Number %d? ", 5);
+        const int error = VELDALoggerPromptReply(session, reply, print_event, "Number %d? ", 5);
         VELDAprintf(session, "[%d:%s]\n", error, reply);
     });
     EXPECT_EQ(terminal.until("Number 5? "), "<7>");
