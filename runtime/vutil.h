@@ -20,6 +20,7 @@
 #include "runtime/print/print.h"
 #include "runtime/process/process.h"
 #include "runtime/rawio/rawio.h"
+#include "runtime/socket/socket.h"
 #include "runtime/store/vedi.h"
 #include "runtime/terminal/terminal.h"
 #ifdef __cplusplus
