@@ -9,7 +9,9 @@ namespace {
 
 class RecordCopier {
   public:
-    explicit RecordCopier(CopyJob &job) : job_(job), copy_(job.SourceFile, job.TargetFile) {}
+    explicit RecordCopier(CopyJob &job)
+        : job_(job),
+          copy_(job.SourceFile, job.TargetFile, job.has('D') ? BulkCopy::Source::Moves : BulkCopy::Source::Stays) {}
 
     void copy_list() {
         VAR key;

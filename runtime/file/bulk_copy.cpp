@@ -47,8 +47,9 @@ using namespace velda::file;
 
 struct VELDABulkCopy {
   public:
-    VELDABulkCopy(DP *dp, const VAR &source, const VAR &target)
+    VELDABulkCopy(DP *dp, const VAR &source, const VAR &target, bool moving)
         : dp_(dp),
+          moving_(moving),
           source_(dp, source),
           target_(dp, target),
           bytes_(std::make_unique_for_overwrite<char[]>(BatchBytes)) {
@@ -59,11 +60,12 @@ struct VELDABulkCopy {
 
     int read(VAR &record, const VAR &key) {
         if (removing_side().pending.will_exist(key.view())) flush();
+        if (moving_) lock_for_move(key.view());
         return VLibFNEWREAD_IIBBBIB(dp_, 0, &source_.cell, &record, &key, 0, nullptr);
     }
 
     int next(VAR &list, VAR &key, VAR &record) {
-        if (!one_file_ && list.form == VELDA_FORM_LIST &&
+        if (!one_file_ && !moving_ && list.form == VELDA_FORM_LIST &&
             SelectList::of(list).reads_items(*source_.content->file, source_.content->read_mode))
             return next_item(SelectList::of(list), key, record);
         if (VLibFREADNEXT_IBBBBB(dp_, &key, nullptr, nullptr, &list, nullptr) != 1) return VELDA_BULK_COPY_END;
@@ -79,7 +81,10 @@ struct VELDABulkCopy {
     }
 
     void write(std::string_view key, std::string_view record) { add(target_, {key, record}); }
-    void remove(std::string_view key) { add(removing_side(), {key, std::nullopt}); }
+    void remove(std::string_view key) {
+        if (locked_key_ == key) locked_key_.reset();
+        add(removing_side(), {key, std::nullopt});
+    }
 
     void flush() {
         make_updates();
@@ -88,6 +93,7 @@ struct VELDABulkCopy {
 
     // At the end of a copy that was broken off: what the caller reported as copied is copied.
     void finish() {
+        release_what_stays();
         try {
             make_updates();
         } catch (const CommandStop &) {
@@ -96,6 +102,27 @@ struct VELDABulkCopy {
     }
 
   private:
+    // From its read to its removal, so that no session that locks can change it in between. The locks of a batch are
+    // given up before this waits for another one: two moves through one file cannot wait for each other.
+    void lock_for_move(std::string_view key) {
+        release_what_stays();
+        LockOutcome outcome = lock_record(dp_, source_.content->file->identity(), key, Wait::No);
+        if (outcome.result == LockResult::Busy) flush();
+        while (outcome.result == LockResult::Busy || outcome.result == LockResult::Interrupted) {
+            poll_interrupt(dp_);
+            store::release_snapshots();
+            outcome = lock_record(dp_, source_.content->file->identity(), key, Wait::Yes);
+        }
+        if (!outcome.granted()) stop_with(source_, Action::Lock, key, outcome.error);
+        if (!outcome.was_held) locked_key_ = key;
+    }
+
+    // The record read last is not removed after all.
+    void release_what_stays() {
+        if (locked_key_) release_lock(source_, *locked_key_);
+        locked_key_.reset();
+    }
+
     // Deletes of source records wait behind the writes when both are one file, in the order of the statements.
     Side &removing_side() { return one_file_ ? target_ : source_; }
 
@@ -211,6 +238,8 @@ struct VELDABulkCopy {
     }
 
     DP *const dp_;
+    const bool moving_;
+    std::optional<std::string> locked_key_;  // of the record read last, while it is not known whether it moves
     Side source_;
     Side target_;
     bool one_file_ = false;
@@ -219,8 +248,8 @@ struct VELDABulkCopy {
     std::vector<std::size_t> writes_before_removal_;  // for each removal from the source, when it is another file
 };
 
-VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target) {
-    return new VELDABulkCopy(dp, *source, *target);
+VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target, int moving) {
+    return new VELDABulkCopy(dp, *source, *target, moving != 0);
 }
 
 int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key) { return copy->read(*record, *key); }

@@ -208,8 +208,9 @@ class File : public FileWords {
 // off.
 class BulkCopy {
   public:
-    BulkCopy(const FileWords &source, const FileWords &target)
-        : copy_(velda_bulk_copy_begin(velda_getdp(), &source.cell(), &target.cell()))
+    enum class Source { Stays, Moves };  // records that move are read under their locks
+    BulkCopy(const FileWords &source, const FileWords &target, Source then = Source::Stays)
+        : copy_(velda_bulk_copy_begin(velda_getdp(), &source.cell(), &target.cell(), then == Source::Moves))
     {
     }
     ~BulkCopy() { velda_bulk_copy_end(copy_); }

@@ -193,8 +193,10 @@ VELDA_EXPORT int VRunCountDefaultSel(DP *dp);
 
 typedef struct VELDABulkCopy VELDABulkCopy;
 
-// Begins a copy between two file cells, which may be overwritten meanwhile. To be given to velda_bulk_copy_end.
-VELDA_EXPORT VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target);
+// Begins a copy between two file cells, which may be overwritten meanwhile. To be given to velda_bulk_copy_end. With
+// `moving` the records read are meant to be removed: each is read under its lock, waiting for it, and keeps it until it
+// is removed or the next one is read, so that an update of a session that locks is never lost by the move.
+VELDA_EXPORT VELDABulkCopy *velda_bulk_copy_begin(DP *dp, const VAR *source, const VAR *target, int moving);
 
 // READ from the source: 1, or 0 and "" when there is no such record.
 VELDA_EXPORT int velda_bulk_copy_read(VELDABulkCopy *copy, VAR *record, const VAR *key);

@@ -1,5 +1,8 @@
 // Copies in batches: what the caller sees is what single statements would give.
 #include <cerrno>
+#include <chrono>
+#include <future>
+#include <thread>
 
 #include "runtime/file/facade.h"
 #include "tests/runtime/file/fixture.h"
@@ -47,6 +50,64 @@ TEST_F(Bulk, ManyRecordsAreCopiedWhole) {
     }
     EXPECT_EQ(to.status()(VELDA_STATUS_RECORDS).to_integer(), Count);
     for (int i = 0; i < Count; i += 97) EXPECT_EQ(to.read(i)->str(), "record " + std::to_string(i));
+}
+
+// What another session is told when it asks for the record's lock without waiting: 2 when this one holds it.
+int lock_result(const FileWords &file, const char *key) {
+    const ScratchSession other;
+    VAR record, name = key;
+    return VLibFNEWREAD_IIBBBIB(other, VELDA_READ_LOCK_NOWAIT, &file.cell(), &record, &name, 0, nullptr);
+}
+
+TEST_F(Bulk, ARecordThatMovesIsLockedFromItsReadToItsRemoval) {
+    from.write("A", "1");
+    BulkCopy copy(from, to, BulkCopy::Source::Moves);
+    VAR record;
+    ASSERT_TRUE(copy.read(record, "A"));
+    EXPECT_EQ(lock_result(from, "A"), 2);
+    copy.write("A", record);
+    copy.remove_source("A");
+    EXPECT_EQ(lock_result(from, "A"), 2);
+    copy.flush();
+    EXPECT_EQ(lock_result(from, "A"), 0);
+}
+
+TEST_F(Bulk, ARecordThatStaysAfterAllIsFreeAtTheNextRead) {
+    from.write("A", "1");
+    from.write("B", "2");
+    BulkCopy copy(from, to, BulkCopy::Source::Moves);
+    VAR record;
+    ASSERT_TRUE(copy.read(record, "A"));
+    ASSERT_TRUE(copy.read(record, "B"));
+    EXPECT_EQ(lock_result(from, "A"), 1);
+    EXPECT_EQ(lock_result(from, "B"), 2);
+}
+
+TEST_F(Bulk, AMoveWaitsForTheLockAndTakesTheUpdateMadeUnderIt) {
+    from.write("A", "old");
+    std::promise<void> locked;
+    std::thread holder([&] {
+        const ScratchSession session;
+        File file;
+        ASSERT_TRUE(file.open(path("FROM")));
+        VAR record;
+        const VAR key = "A";
+        ASSERT_EQ(VLibFNEWREAD_IIBBBIB(session, VELDA_READ_LOCK, &file.cell(), &record, &key, 0, nullptr), 1);
+        locked.set_value();
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        file.write("A", "new");
+    });
+    locked.get_future().wait();
+    {
+        BulkCopy copy(from, to, BulkCopy::Source::Moves);
+        VAR record;
+        EXPECT_TRUE(copy.read(record, "A"));
+        copy.write("A", record);
+        copy.remove_source("A");
+    }
+    holder.join();
+    EXPECT_EQ(content(to, "A"), "new");
+    EXPECT_EQ(content(from, "A"), "none");
 }
 
 TEST_F(Bulk, ARecordThatWaitsExistsInTheTarget) {
