@@ -118,4 +118,7 @@ const char *choose_set(const VELDALoggerConfig &config, LogSelect &select);
 // specification has said what it is to be.
 bool skips_damaged_records();
 
+// A stamp as people read it: local time and date, "14:05:09 21 NOV 2026".
+std::string readable_time(DP *dp, std::int64_t stamp);
+
 }  // namespace velda::journal
