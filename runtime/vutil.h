@@ -23,6 +23,7 @@
 #include "runtime/socket/socket.h"
 #include "runtime/store/vedi.h"
 #include "runtime/terminal/terminal.h"
+#include "runtime/transaction/transaction.h"
 #ifdef __cplusplus
 #include "runtime/convert/facade.h"
 #include "runtime/crypt/facade.h"
@@ -33,6 +34,7 @@
 #include "runtime/process/facade.h"
 #include "runtime/process/subroutine.h"
 #include "runtime/terminal/facade.h"
+#include "runtime/transaction/facade.h"
 #endif
 
 #endif

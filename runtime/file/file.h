@@ -25,6 +25,7 @@ enum {
     VELDA_READ_REPORT_LOCK = 0x200000,   // read without lock; result 2, record and all, when another port holds it
     VELDA_ONE_ATTRIBUTE = 0x2000000,     // read or write one attribute only, numbered by the attribute argument
     VELDA_WRITE_KEEP_LOCK = 0x4000000,   // write, delete: keep the record lock
+    VELDA_WRITE_NOWAIT = 0x200000,       // write, delete: in a transaction, result 2 when another port holds the lock
     VELDA_REPORT_ERRORS = 0x400000       // all: an error is result 3 and a code in the setting variable, not a stop
 };
 

@@ -5,6 +5,7 @@
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/transaction/session_file.h"
+#include "runtime/transaction/session_transaction.h"
 #include "runtime/value/value.h"
 
 namespace velda::file {
@@ -135,9 +136,16 @@ int end_update(const RecordStatement &statement) {
     return Done;
 }
 
+// In a transaction an update takes the record's lock, which is kept to its end.
+LockAnswer lock_for_update(const RecordStatement &statement) {
+    if (!transaction::open_transaction(statement.dp)) return {};
+    return take_lock(statement, statement.flags & VELDA_WRITE_NOWAIT ? Wait::No : Wait::Yes);
+}
+
 int write_record(const RecordStatement &statement, std::string_view record) {
     if (const auto possible = check_record(record); !possible)
         return statement.fail_with(Action::Write, possible.error());
+    if (const LockAnswer answer = lock_for_update(statement); answer.lock != Lock::Granted) return answer.result;
     const auto written = transaction::write_record(statement.dp, *statement.content, statement.key, record,
                                                    statement.content->write_mode);
     if (!written) return statement.fail_with(Action::Write, written.error());
@@ -210,6 +218,7 @@ int VLibFNEWDELETE_IIBBB(DP *dp, int flags, const VAR *file, const VAR *key, VAR
     if (!statement.content) return statement.fail_with(Action::Delete, not_open_error());
     if (const auto possible = check_key(statement.key); !possible)
         return statement.fail_with(Action::Delete, possible.error());
+    if (const LockAnswer answer = lock_for_update(statement); answer.lock != Lock::Granted) return answer.result;
     const auto removed = velda::transaction::remove_record(statement.dp, *statement.content, statement.key);
     if (!removed) return statement.fail_with(Action::Delete, removed.error());
     return end_update(statement);

@@ -25,12 +25,12 @@ void Owner::make_room() {
 }
 
 bool Owner::has(const Entry &entry, Unit unit) const {
-    return entry.owner_position < held.size() && held[entry.owner_position] == unit;
+    return entry.owner_position < held.size() && held[entry.owner_position].unit == unit;
 }
 
 void Owner::note(Entry &entry, Unit unit) {
     entry.owner_position = static_cast<std::uint32_t>(held.size());
-    held.push_back(unit);
+    held.push_back({unit, keeps_records && static_cast<LockKind>(entry.kind) == LockKind::Record});
     slot->lock_count.store(held.size(), std::memory_order_relaxed);
 }
 
@@ -187,15 +187,36 @@ bool LockTable::release(Owner &owner, const LockName &name) {
 }
 
 void LockTable::release_if(Owner &owner, const std::function<bool(const Entry &)> &chosen) {
-    for (std::size_t i = owner.held.size(); i-- > 0;) {
-        const Unit unit = owner.held[i];
-        const Entry &entry = segment_->entry(unit);
-        if (!chosen(entry)) continue;
-        WakeList wakes;
-        const StripeGuard guard(*this, stripe_of(entry.hash));
-        forget_held(owner, unit);
-        if (entry.owner.load(std::memory_order_relaxed) == owner.id) pass_on(guard.stripe, unit, wakes);
-    }
+    for (std::size_t i = owner.held.size(); i-- > 0;)
+        if (chosen(segment_->entry(owner.held[i].unit))) release_at(owner, i);
+}
+
+void LockTable::release_at(Owner &owner, std::size_t position) {
+    const Unit unit = owner.held[position].unit;
+    const Entry &entry = segment_->entry(unit);
+    WakeList wakes;
+    const StripeGuard guard(*this, stripe_of(entry.hash));
+    forget_held(owner, unit);
+    if (entry.owner.load(std::memory_order_relaxed) == owner.id) pass_on(guard.stripe, unit, wakes);
+}
+
+bool LockTable::keep(Owner &owner, const LockName &name) {
+    const std::uint64_t hash = hash_of(name);
+    const StripeGuard guard(*this, stripe_of(hash));
+    const Unit unit = find(guard.stripe, name, hash);
+    if (unit == 0 || !owner.has(segment_->entry(unit), unit)) return false;
+    owner.held[segment_->entry(unit).owner_position].is_kept = true;
+    return true;
+}
+
+void LockTable::keep_if(Owner &owner, const std::function<bool(const Entry &)> &chosen) {
+    for (HeldLock &lock : owner.held)
+        if (chosen(segment_->entry(lock.unit))) lock.is_kept = true;
+}
+
+void LockTable::release_kept(Owner &owner) {
+    for (std::size_t i = owner.held.size(); i-- > 0;)
+        if (owner.held[i].is_kept) release_at(owner, i);
 }
 
 // The last lock of the list takes the place of the one that goes. Both are the owner's own, so no other looks at their
@@ -203,9 +224,9 @@ void LockTable::release_if(Owner &owner, const std::function<bool(const Entry &)
 void LockTable::forget_held(Owner &owner, Unit unit) {
     const Entry &entry = segment_->entry(unit);
     if (!owner.has(entry, unit)) return;
-    const Unit last = owner.held.back();
+    const HeldLock last = owner.held.back();
     owner.held[entry.owner_position] = last;
-    segment_->entry(last).owner_position = entry.owner_position;
+    segment_->entry(last.unit).owner_position = entry.owner_position;
     owner.held.pop_back();
     owner.slot->lock_count.store(owner.held.size(), std::memory_order_relaxed);
 }

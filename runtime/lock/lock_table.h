@@ -31,11 +31,18 @@ static_assert(StripeCount == 256);
 // The class of the smallest block that holds an entry with such a key.
 std::size_t size_class_for(std::size_t key_bytes);
 
+// A lock in the list of its owner.
+struct HeldLock {
+    Unit unit = 0;
+    bool is_kept = false;  // it ends with the owner's transaction, whatever is released before
+};
+
 // A registered owner, in the process that it lives in. Used by its own thread only.
 struct Owner {
     OwnerId id = 0;
     OwnerSlot *slot = nullptr;
-    std::vector<Unit> held;  // its locks; Entry::owner_position is the index here
+    std::vector<HeldLock> held;  // its locks; Entry::owner_position is the index here
+    bool keeps_records = false;  // in a transaction: record locks that it takes are kept
 
     bool has(const Entry &entry, Unit unit) const;
     void make_room();  // for one more, so that note() cannot fail
@@ -78,6 +85,11 @@ class LockTable {
     bool release(Owner &owner, const LockName &name);
     // Releases the owner's locks that `chosen` picks; it may look at nothing but the entry's name.
     void release_if(Owner &owner, const std::function<bool(const Entry &)> &chosen);
+    // Instead of releasing a lock, or those that `chosen` picks: marks them as kept. False when it is not held.
+    bool keep(Owner &owner, const LockName &name);
+    void keep_if(Owner &owner, const std::function<bool(const Entry &)> &chosen);
+    // Releases what is kept.
+    void release_kept(Owner &owner);
 
     bool holds(const Owner &owner, const LockName &name);
     // The living holder.
@@ -163,6 +175,7 @@ class LockTable {
     Attempt found_busy(Owner &owner, Unit unit, WhenBusy when_busy);
     bool withdraw(Owner &owner);
     void forget_held(Owner &owner, Unit unit);
+    void release_at(Owner &owner, std::size_t position);
     void sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> words);
     bool is_orphan(const Entry &entry) const;
     OwnerSlot &waiter(std::uint16_t slot_and_one) const { return segment_->owner(slot_and_one - 1u); }

@@ -61,11 +61,22 @@ LockOutcome take(DP *dp, const LockName &name, Wait wait) {
 
 bool give_back(DP *dp, const LockName &name) {
     SessionOwner *session = existing_owner(dp);
-    return session && session->table().release(session->owner(), name);
+    if (!session) return false;
+    if (session->owner().keeps_records && name.kind == LockKind::Record)
+        return session->table().keep(session->owner(), name);
+    return session->table().release(session->owner(), name);
 }
 
 void give_back_if(DP *dp, const std::function<bool(const lock::Entry &)> &chosen) {
-    if (SessionOwner *session = existing_owner(dp)) session->table().release_if(session->owner(), chosen);
+    SessionOwner *session = existing_owner(dp);
+    if (!session) return;
+    lock::Owner &owner = session->owner();
+    if (!owner.keeps_records) return session->table().release_if(owner, chosen);
+    const auto is_record = [](const lock::Entry &entry) {
+        return static_cast<LockKind>(entry.kind) == LockKind::Record;
+    };
+    session->table().keep_if(owner, [&](const auto &entry) { return is_record(entry) && chosen(entry); });
+    session->table().release_if(owner, [&](const auto &entry) { return !is_record(entry) && chosen(entry); });
 }
 
 }  // namespace
@@ -81,6 +92,20 @@ bool unlock_record(DP *dp, const store::FileIdentity &file, std::string_view key
 bool may_hold_records(DP *dp) {
     SessionOwner *session = existing_owner(dp);
     return session && session->owner().held.size() > (session->port_taken ? 1 : 0);
+}
+
+Result<void> begin_keeping(DP *dp) {
+    auto session = ready_owner(dp);
+    if (!session) return session.error();
+    (*session)->owner().keeps_records = true;
+    return {};
+}
+
+void end_keeping(DP *dp) {
+    SessionOwner *session = existing_owner(dp);
+    if (!session) return;
+    session->owner().keeps_records = false;
+    session->table().release_kept(session->owner());
 }
 
 LockOutcome lock_execution(DP *dp, int number, Wait wait) {

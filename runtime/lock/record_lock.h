@@ -56,6 +56,12 @@ bool unlock_record(DP *dp, const store::FileIdentity &file, std::string_view key
 // True when this context may hold a lock on a record: what a batch of updates asks before it releases each of theirs.
 bool may_hold_records(DP *dp);
 
+// From here on the record locks that this context takes are kept until end_keeping(), which releases them: an unlock of
+// one tells whether it is held and does no more. One that was held before is kept once it is unlocked. What a
+// transaction asks; the port and execution locks are not concerned.
+Result<void> begin_keeping(DP *dp);
+void end_keeping(DP *dp);
+
 // Execution locks, the same.
 LockOutcome lock_execution(DP *dp, int number, Wait wait);
 bool unlock_execution(DP *dp, int number);

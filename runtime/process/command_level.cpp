@@ -18,6 +18,7 @@
 #include "runtime/process/stop.h"
 #include "runtime/terminal/session.h"
 #include "runtime/terminal/terminal.h"
+#include "runtime/transaction/session_transaction.h"
 
 namespace velda {
 namespace {
@@ -53,6 +54,7 @@ class LevelScope {
         show_command(dp);
     }
     ~LevelScope() {
+        transaction::end_level(dp_, command_depth(dp_));
         dp_->state<DataStack>().take_back(std::move(callers_input_));
         dp_->state<PrintUnits>() = std::move(*callers_units_);
         levels_of(dp_).pop_back();

@@ -5,6 +5,7 @@
 // them. It begins with the Handle that cells share, so that VAR::text of a file cell may be cast to either.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -30,6 +31,12 @@ inline ControlBlockContent &content_of(VediControlBlock &block) {
 }
 inline const ControlBlockContent &content_of(const VediControlBlock &block) {
     return *reinterpret_cast<const ControlBlockContent *>(block.reserved);
+}
+
+// The block whose private part this is.
+inline VediControlBlock &block_of(ControlBlockContent &content) {
+    return *reinterpret_cast<VediControlBlock *>(reinterpret_cast<char *>(&content) -
+                                                 offsetof(VediControlBlock, reserved));
 }
 
 inline Handle &handle_of(VediControlBlock &block) { return *reinterpret_cast<Handle *>(&block); }

@@ -218,6 +218,13 @@ Result<void> DirectoryFile::apply(const std::vector<Update> &updates, TransferMo
     return {};
 }
 
+std::string DirectoryFile::as_read(std::string_view record, TransferMode written, TransferMode read) const {
+    const bool written_as_text = written != TransferMode::Binary;
+    const bool read_as_text = read != TransferMode::Binary;
+    if (written_as_text == read_as_text) return std::string(record);
+    return written_as_text ? text_of_record(record) : record_of_text(record);
+}
+
 Result<void> DirectoryFile::clear() {
     DirectoryWalk walk;
     if (walk.open(directory()) < 0) return system_error(errno, "cannot clear file", path_);

@@ -31,6 +31,8 @@ class DirectoryFile : public OpenFile {
     Result<void> write(std::string_view key, std::string_view record, TransferMode mode) override;
     Result<bool> remove(std::string_view key) override;
     Result<void> apply(const std::vector<Update> &updates, TransferMode mode) override;
+    bool applies_whole() const override { return false; }
+    std::string as_read(std::string_view record, TransferMode written, TransferMode read) const override;
     Result<void> clear() override;
     Result<std::unique_ptr<Cursor>> select(TransferMode mode) override;
 

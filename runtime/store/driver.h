@@ -120,6 +120,12 @@ class OpenFile {
     virtual Result<bool> remove(std::string_view key) = 0;
     // All changes in one commit where the driver has commits; in order. Bulk work calls this with a thousand at a time.
     virtual Result<void> apply(const std::vector<Update> &updates, TransferMode mode) = 0;
+    // Whether apply() makes all changes or none, also when the process dies at any instant.
+    virtual bool applies_whole() const = 0;
+    // A record that is written in one mode as a read in another one gives it back.
+    virtual std::string as_read(std::string_view record, TransferMode, TransferMode) const {
+        return std::string(record);
+    }
     virtual Result<void> clear() = 0;
     virtual Result<std::unique_ptr<Cursor>> select(TransferMode mode) = 0;
 

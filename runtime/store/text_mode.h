@@ -29,4 +29,11 @@ inline std::string text_of_record(std::string_view record) {
     return text;
 }
 
+inline std::string record_of_text(std::string_view text) {
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    std::string record(text);
+    exchange_line_ends(record.data(), record.size());
+    return record;
+}
+
 }  // namespace velda::store

@@ -1,0 +1,51 @@
+// session_transaction.h - the transaction of a session: its begin, its end, and what it holds. Private to the runtime.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "runtime/lock/record_lock.h"
+#include "runtime/process/context.h"
+#include "runtime/transaction/held_updates.h"
+
+namespace velda::transaction {
+
+struct OpenTransaction {
+    HeldUpdates updates;
+    int level = 0;  // command level that began it: it ends with that one
+};
+
+// The state of a session.
+class SessionTransaction {
+  public:
+    explicit SessionTransaction(DP &dp) : dp_(&dp) {}
+
+    // The active transaction, or null. A forked child is in none.
+    OpenTransaction *open() const { return open_ && is_in_own_process() ? open_.get() : nullptr; }
+
+    Result<void> begin(int level);
+    // The transaction is over with either, whatever it comes to.
+    Result<void> commit();
+    Result<void> abort();
+
+    std::string error_text;  // of the last failure
+
+  private:
+    bool is_in_own_process() const;
+    void end();
+
+    DP *const dp_;
+    std::unique_ptr<OpenTransaction> open_;
+};
+
+// The session's active transaction, or null.
+inline OpenTransaction *open_transaction(DP *dp) { return dp->state<SessionTransaction>().open(); }
+
+// The end of a command level: aborts the transaction that it began and has not ended.
+void end_level(DP *dp, int level);
+
+// Takes the lock of a record that the open transaction is about to update; it is kept to the end. Waits for it, also
+// beyond an interrupt whose trap returns. An error when it cannot be had.
+Result<void> lock_for_update(DP *dp, const store::FileIdentity &file, std::string_view key);
+
+}  // namespace velda::transaction
