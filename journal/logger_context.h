@@ -12,15 +12,20 @@ struct LoggerContext {
     VRunFile *configHandle = nullptr;       // the configuration file, opened for the record locks of status slots
     unsigned char *recordBuffer = nullptr;  // of the reading layer; from VELDAmalloc, grown and not shrunk
     int32_t recordCapacity = 0;
-    int32_t openSet = -1;  // the set whose files are open; -1: none
+    int32_t recordBytes = 0;     // how much of the buffer the last read filled
+    bool hasRecord = false;      // that is a whole record, which may be given out again
+    uint32_t unfinishedPid = 0;  // who wrote the record that was last found unfinished or damaged; 0: not known
+    int32_t openSet = -1;        // the set whose files are open; -1: none
+    int64_t openSetTime = 0;     // which use of the set
     int32_t openFileCount = 0;
     VRunFile *files[VELDA_LOGGER_FILES] = {};  // in configuration order, unnamed slots skipped
     VRunFrame *frame = nullptr;                // the block most recently read
-    int32_t frameSize = 0;
-    int64_t lastTime = 0;      // update time of the last record read
-    std::string operand;       // of the specification token that is being parsed
-    std::string command;       // that token
-    VAR *errorText = nullptr;  // where specification errors go; null: standard error
+    int32_t frameSize = 0;                     // how much of it the file has
+    int32_t frameFile = 0;                     // the index of its file
+    int64_t lastTime = 0;                      // update time of the last record read
+    std::string operand;                       // of the specification token that is being parsed
+    std::string command;                       // that token
+    VAR *errorText = nullptr;                  // where specification errors go; null: standard error
     int32_t passwordAsked = 0;
 };
 

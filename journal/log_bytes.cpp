@@ -1,0 +1,204 @@
+// The stream of bytes through the blocks and files of a set.
+#include "journal/log_bytes.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "journal/journal.h"
+#include "runtime/journal/log_format.h"
+
+namespace velda::journal {
+
+namespace {
+
+constexpr int NotReadable = 2;
+
+int64_t block_size_of(const LoggerContext &context) { return context.config->blockSize; }
+
+int64_t block_start(const LoggerContext &context, const LogPosition &position) {
+    return position.offset - position.offset % block_size_of(context);
+}
+
+void close_files(DP *dp, VRunFile **handles) {
+    std::for_each_n(handles, VELDA_LOGGER_FILES, [dp](VRunFile *&handle) {
+        VRunFileIOClose(dp, handle);
+        handle = nullptr;
+    });
+}
+
+VRunFile *open_file(DP *dp, const LogFileEntry &entry, uint32_t block_size) {
+    const std::string path = logger_text(entry.path, sizeof entry.path);
+    VRunFile *const file = VRunFileIOOpen(dp, path.c_str(), VELDA_OPEN_READ_WRITE, 0);
+    const int error = !file ? errno : VRunFileIOEnableLink(dp, file, block_size);
+    if (error == 0) return file;
+    VRunFileIOClose(dp, file);
+    errno = error;
+    VELDAperror(dp, path.c_str());
+    errno = error;
+    return nullptr;
+}
+
+int open_set(DP *dp, LoggerContext &context, int32_t set) {
+    release_block(dp, context);
+    context.openSet = -1;
+    context.openSetTime = logger_set(*context.config, set).timeFirst;
+    const int count = LoggerOpenSetFiles(dp, set, context.files);
+    context.openFileCount = std::max(count, 0);
+    if (count < 0) return errno;
+    if (count == 0) return NotReadable;
+    context.openSet = set;
+    return 0;
+}
+
+// Who may see data proves it by the environment, and once in each session by the journal's password.
+int check_right(DP *dp, LoggerContext &context) {
+    const char *const allowed = std::getenv("ALLOWLOGDATA");
+    if (!allowed) return 0;
+    if (std::strcmp(allowed, "on") != 0) {
+        VELDAfprintf(dp, stderr, "\nThe environment variable ALLOWLOGDATA is not set correctly\n");
+        return NotReadable;
+    }
+    if (context.passwordAsked != 0 || context.config->password[0] == 0) return 0;
+    if (VELDALoggerTestPassword(dp) == 0) return 0;
+    VELDAfprintf(dp, stderr, "\nThe journal password is incorrect\n");
+    return NotReadable;
+}
+
+// Positions come from keys and from damaged headers: one that no block has is no position.
+bool is_in_set(const LoggerContext &context, const LogPosition &position) {
+    return position.file >= 0 && position.file < context.openFileCount && position.offset >= 0;
+}
+
+int read_block(DP *dp, LoggerContext &context, const LogPosition &position) {
+    release_block(dp, context);
+    VRunFile *const file = context.files[position.file];
+    const int error = VRunFileIOFrameRead(dp, file, block_start(context, position), &context.frame);
+    // A file that ends before the block is a damaged one: recovery may find what other files of the set hold.
+    if (error != 0) return error == ENODATA ? VELDA_LOGGER_DAMAGED : error;
+    context.frameFile = position.file;
+    context.frameSize = static_cast<int32_t>(context.frame->length);
+    return 0;
+}
+
+bool has_block_marker(const char *block) {
+    return std::memcmp(block, BlockMarker.data(), ComparedBlockMarkerBytes) == 0 ||
+           std::memcmp(block, FirstBlockMarker.data(), ComparedBlockMarkerBytes) == 0;
+}
+
+// Asked at every use: the set may have been emptied since the block was read.
+int check_block(const LoggerContext &context) {
+    const char *const block = context.frame->bytes;
+    if (context.frameSize < static_cast<int32_t>(BlockHeader::Bytes)) return VELDA_LOGGER_DAMAGED;
+    const int64_t time = vgetlong64(block + BlockHeader::TimeFirst);
+    if (time != logger_set(*context.config, context.openSet).timeFirst) return VELDA_LOGGER_DAMAGED;
+    return has_block_marker(block) ? 0 : VELDA_LOGGER_DAMAGED;
+}
+
+int load_block(DP *dp, LoggerContext &context, const LogPosition &position, bool is_new) {
+    if (!is_in_set(context, position)) return VELDA_LOGGER_DAMAGED;
+    if (is_new || !is_held(context, position))
+        if (const int error = read_block(dp, context, position)) return error;
+    return check_block(context);
+}
+
+}  // namespace
+
+LogPosition at_data(LogPosition position, int32_t files, int64_t block_size) {
+    if (position.offset % block_size != 0) return position;
+    if (position.file != 0 || position.offset != 0) {
+        if (++position.file < files)
+            position.offset -= block_size;
+        else
+            position.file = 0;
+    }
+    const bool is_first = position.file == 0 && position.offset == 0;
+    position.offset += static_cast<int64_t>(is_first ? FirstBlockData : BlockHeader::Bytes);
+    return position;
+}
+
+void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count) {
+    const LoggerContext &context = logger_context(dp);
+    const int64_t block_size = block_size_of(context);
+    LogPosition position{*file, *offset};
+    while (count > 0) {
+        position = at_data(position, context.openFileCount, block_size);
+        const int64_t part = std::min(count, block_size - position.offset % block_size);
+        position.offset += part;
+        count -= part;
+    }
+    *file = position.file;
+    *offset = position.offset;
+}
+
+int LoggerReadBytes(DP *dp, int32_t *file, int32_t set, int64_t *offset, unsigned char *buffer, int64_t count) {
+    LoggerContext &context = logger_context(dp);
+    if (const int error = begin_reading(dp, context, set)) return error;
+    LogPosition position{*file, *offset};
+    const int error = read_bytes(dp, context, position, buffer, count);
+    *file = position.file;
+    *offset = position.offset;
+    return error;
+}
+
+int begin_reading(DP *dp, LoggerContext &context, int32_t set) {
+    const uint32_t block_size = context.config->blockSize;
+    if (block_size < SmallestLogBlock || block_size > LargestLogBlock) return EINVAL;
+    // Another use of the set may have other files.
+    if (context.openSet != set || context.openSetTime != logger_set(*context.config, set).timeFirst)
+        if (const int error = open_set(dp, context, set)) return error;
+    return check_right(dp, context);
+}
+
+int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned char *buffer, int64_t count) {
+    const int64_t block_size = block_size_of(context);
+    LogPosition at = position;
+    while (count > 0) {
+        const bool is_new = at.offset % block_size == 0;
+        if (is_new) at = at_data(at, context.openFileCount, block_size);
+        if (const int error = load_block(dp, context, at, is_new)) return error;
+        const int64_t in_block = at.offset % block_size;
+        const int64_t part = std::min(count, block_size - in_block);
+        if (in_block + part > context.frameSize) return VELDA_LOGGER_DAMAGED;
+        std::memcpy(buffer, context.frame->bytes + in_block, static_cast<size_t>(part));
+        buffer += part;
+        at.offset += part;
+        count -= part;
+    }
+    position = at;
+    return 0;
+}
+
+int LoggerOpenSetFiles(DP *dp, int32_t set, VRunFile **handles) {
+    close_files(dp, handles);
+    if (set == 0) return 0;
+    const VELDALoggerConfig &config = *logger_context(dp).config;
+    int count = 0;
+    for (const LogFileEntry &entry : logger_set(config, set).files) {
+        if (!is_named(entry)) continue;
+        handles[count] = open_file(dp, entry, config.blockSize);
+        if (!handles[count++]) {
+            const int error = errno;
+            close_files(dp, handles);
+            errno = error;
+            return -1;
+        }
+    }
+    if (count > 0) return count;
+    VELDAfprintf(dp, stderr, "Error! Set %d has no files that can be opened\n", set);
+    errno = NotReadable;
+    return 0;
+}
+
+bool is_held(const LoggerContext &context, const LogPosition &position) {
+    return context.frame && context.frameFile == position.file &&
+           context.frame->offset == block_start(context, position);
+}
+
+void release_block(DP *dp, LoggerContext &context) {
+    if (context.frame) VRunFileIOLinkRelease(dp, context.files[context.frameFile], context.frame);
+    context.frame = nullptr;
+}
+
+}  // namespace velda::journal

@@ -1,0 +1,45 @@
+// log_bytes.h - the journal as a stream of bytes through the blocks and files of a set. Private to the subsystem. Files
+// are counted from 0. A result is 0 or an error number; VELDA_LOGGER_DAMAGED means a block that is damaged, missing or
+// of another use of the set.
+#pragma once
+
+#include "journal/logger_context.h"
+
+namespace velda::journal {
+
+// A place in a set: index of the file and offset in it. A place at a block boundary stands for the end of the block in
+// front of it.
+struct LogPosition {
+    int32_t file = 0;
+    int64_t offset = 0;
+    bool operator==(const LogPosition &) const = default;
+};
+
+// The bytes that a set's blocks may have: room for the description in the first one, and what the runtime can hold.
+inline constexpr uint32_t SmallestLogBlock = 4096, LargestLogBlock = 16 * 1024 * 1024;
+
+// Where the next byte lies: a position at a block boundary is moved onto the data of the block that follows.
+LogPosition at_data(LogPosition position, int32_t files, int64_t block_size);
+
+// Moves over `count` bytes of data of the set whose files are open.
+void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count);
+
+// Reads `count` bytes of a set and moves the position behind them; on an error the position stays. 2 when the set has
+// no files, or the data may not be read here: ALLOWLOGDATA has a wrong value, or the journal's password was not given;
+// 22 when the configuration has no usable block size.
+int LoggerReadBytes(DP *dp, int32_t *file, int32_t set, int64_t *offset, unsigned char *buffer, int64_t count);
+
+// The two parts of it: the set's files opened and the reader's right proven; and the reading itself.
+int begin_reading(DP *dp, LoggerContext &context, int32_t set);
+int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned char *buffer, int64_t count);
+
+// Opens the files of a set into 16 handles, which are closed before; how many, or -1 with errno when one cannot be
+// opened. 0 for set 0, and with errno 2 for a set that has no files.
+int LoggerOpenSetFiles(DP *dp, int32_t set, VRunFile **handles);
+
+// Whether a read at the position would begin in a block that is held already, and so may be older than the file; and to
+// give it up.
+bool is_held(const LoggerContext &context, const LogPosition &position);
+void release_block(DP *dp, LoggerContext &context);
+
+}  // namespace velda::journal

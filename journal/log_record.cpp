@@ -1,0 +1,206 @@
+// One record of a set: found, checked, held in the session's buffer.
+#include "journal/log_record.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <numeric>
+
+#include "journal/log_bytes.h"
+#include "journal/log_reading.h"
+#include "journal/log_select.h"
+#include "runtime/journal/record_crc.h"
+
+namespace velda::journal {
+
+namespace {
+
+constexpr int OutsideOfSet = 2;
+constexpr int64_t SmallestRecord = RecordHeader::Bytes + RecordTrailerBytes;
+
+// A size up to this is believed; a larger one is held against the size of the set's files.
+constexpr int32_t CommonRecordSize = 1 << 16;
+
+// What is asked for: a place in a set and, unless 0, the stamp of the record there.
+struct Wanted {
+    int32_t set;
+    LogPosition place;
+    int64_t time;
+};
+
+bool is_wanted(const LogHeader &header, const Wanted &wanted) {
+    return header.offset == wanted.place.offset && header.file == wanted.place.file && header.set == wanted.set &&
+           header.time == wanted.time;
+}
+
+int64_t size_of_files(DP *dp, const LoggerContext &context) {
+    return std::accumulate(context.files, context.files + context.openFileCount, int64_t{0},
+                           [dp](int64_t sum, const VRunFile *file) {
+                               VRunFileStatus status{};
+                               return VRunFileIOGetStatus(dp, file, &status) == 0 ? sum + status.size_bytes : sum;
+                           });
+}
+
+// A header that lies must not make the reader allocate more than the set could hold.
+bool can_stand_in_set(DP *dp, const LoggerContext &context, const LogHeader &header) {
+    return has_possible_sizes(header) &&
+           (header.record_size <= CommonRecordSize || header.record_size <= size_of_files(dp, context));
+}
+
+int check_time(DP *dp, const LoggerContext &context, const Wanted &wanted, const LogHeader &header) {
+    const LogSetInfo &set = logger_set(*context.config, wanted.set);
+    if (header.time >= set.timeFirst && (header.time <= set.timeLast || set.timeLast == 0)) return 0;
+    VediLoggerError(dp, 0,
+                    "Time update is now outside of start and end of logset \n Record time update is %x\n"
+                    " Set time.first is %x\n  Set time last is %x\n ",
+                    static_cast<unsigned>(header.time), static_cast<unsigned>(set.timeFirst),
+                    static_cast<unsigned>(set.timeLast));
+    return OutsideOfSet;
+}
+
+int check_header(DP *dp, const LoggerContext &context, const Wanted &wanted, const LogHeader &header) {
+    if (wanted.time != 0 && header.time != wanted.time) return VELDA_LOGGER_DAMAGED;
+    if (!header.has_marker) return VELDA_LOGGER_DAMAGED;
+    if (const int error = check_time(dp, context, wanted, header)) return error;
+    return can_stand_in_set(dp, context, header) ? 0 : VELDA_LOGGER_DAMAGED;
+}
+
+// The trailer is written last. A record that carries a checksum must also agree with it and stand where it says, so that
+// a torn write, an old sector or a file in the wrong place of the stripe is no record.
+bool is_finished(const LoggerContext &context, const Wanted &wanted, const LogHeader &header) {
+    const unsigned char *const record = context.recordBuffer;
+    const unsigned char *const trailer = record + header.record_size - RecordTrailerBytes;
+    if (std::memcmp(record + RecordHeader::UpdateTime, trailer, RecordTrailerBytes) != 0) return false;
+    if (header.crc == 0) return true;
+    return stands_at(header, wanted.place.file, wanted.place.offset, context.openFileCount,
+                     context.config->blockSize) &&
+           agrees_with_crc(header, record);
+}
+
+int read_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
+    LogPosition at = wanted.place;
+    if (const int error = read_bytes(dp, context, at, context.recordBuffer, RecordHeader::Bytes)) return error;
+    context.recordBytes = RecordHeader::Bytes;
+    VediLoggerMisc(dp, VELDA_LOGGER_REFRESH);
+    const LogHeader header(context.recordBuffer);
+    context.lastTime = header.time;
+    if (const int error = check_header(dp, context, wanted, header)) return error;
+    if (!ensure_record_buffer(dp, context, header.record_size)) return errno;
+    const int error = read_bytes(dp, context, at, context.recordBuffer + RecordHeader::Bytes,
+                                 header.record_size - static_cast<int64_t>(RecordHeader::Bytes));
+    if (error != 0) return error;
+    context.recordBytes = header.record_size;
+    if (is_finished(context, wanted, header)) return 0;
+    context.unfinishedPid = header.pid;
+    return VELDA_LOGGER_DAMAGED;
+}
+
+// A block that was held may have been written to since: what fails in it is read again from the file.
+int read_fresh_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
+    if (const int error = begin_reading(dp, context, wanted.set)) return error;
+    const bool was_held = is_held(context, wanted.place);
+    const int error = read_record(dp, context, wanted);
+    if (error != VELDA_LOGGER_DAMAGED || !was_held) return error;
+    release_block(dp, context);
+    return read_record(dp, context, wanted);
+}
+
+// A stream goes forward only.
+const unsigned char *find_in_stream(DP *dp, LogSelect *select, const Wanted &wanted, VELDALoggerCallback callback) {
+    const unsigned char *record = nullptr;
+    do record = read_stream(dp, select, callback);
+    while (record && !is_wanted(LogHeader(record), wanted));
+    return record;
+}
+
+}  // namespace
+
+LogHeader::LogHeader(const unsigned char *record)
+    : is_encrypted(std::memcmp(record, EncryptedMarker.data(), EncryptedMarker.size()) == 0),
+      time(vgetlong64(record + RecordHeader::UpdateTime)),
+      offset(vgetlong64(record + RecordHeader::Offset)),
+      pid(static_cast<uint32_t>(vgetint32(record + RecordHeader::Pid))),
+      crc(static_cast<uint32_t>(vgetint32(record + RecordHeader::Reserved))),
+      type(record[RecordHeader::Type]),
+      flags(record[RecordHeader::Flags]),
+      set(record[RecordHeader::Set]),
+      file(record[RecordHeader::File]),
+      port(vgetint32(record + RecordHeader::Port)),
+      record_size(vgetint32(record + RecordHeader::RecordSize)),
+      strings_size(vgetint32(record + RecordHeader::StringsSize)) {
+    has_marker = is_encrypted || std::memcmp(record, RecordMarker.data(), RecordMarker.size()) == 0;
+}
+
+bool has_possible_sizes(const LogHeader &header) {
+    return header.record_size >= SmallestRecord && header.strings_size >= 0 &&
+           header.strings_size <= header.record_size - SmallestRecord;
+}
+
+RecordTexts record_texts(std::string_view area) {
+    RecordTexts texts;
+    for (std::string_view &text : texts) {
+        const auto end = std::find_if(area.begin(), area.end(), [](char c) { return (c & 0xFE) == 0xFE; });
+        text = {area.begin(), end};
+        area.remove_prefix(std::min(text.size() + 1, area.size()));
+    }
+    return texts;
+}
+
+LogParts::LogParts(const unsigned char *record) : header(record) {
+    if (!has_possible_sizes(header)) return;
+    const std::string_view behind_header(reinterpret_cast<const char *>(record) + RecordHeader::Bytes,
+                                         static_cast<size_t>(header.record_size - SmallestRecord));
+    strings = behind_header.substr(0, static_cast<size_t>(header.strings_size));
+    payload = behind_header.substr(strings.size());
+    texts = record_texts(strings);
+}
+
+std::string_view record_type_name(uint8_t type) {
+    return type < RecordTypeNames.size() ? RecordTypeNames[type] : RecordTypeNames[0];
+}
+
+bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {
+    if (context.recordBuffer && size <= context.recordCapacity) return true;
+    const int64_t wanted = context.recordBuffer ? size + context.config->blockSize
+                                                : std::max<int64_t>(context.config->blockSize, SmallestRecord);
+    if (wanted > INT32_MAX) return errno = ENOMEM, false;
+    void *const grown = VELDArealloc(dp, context.recordBuffer, static_cast<size_t>(wanted), "vutil.logger", __LINE__);
+    if (!grown) return errno = ENOMEM, false;
+    context.recordBuffer = static_cast<unsigned char *>(grown);
+    context.recordCapacity = static_cast<int32_t>(wanted);
+    return true;
+}
+
+bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t files, int64_t block_size) {
+    return at_data({header.file, header.offset}, files, block_size) == at_data({file, offset}, files, block_size);
+}
+
+bool agrees_with_crc(const LogHeader &header, const unsigned char *record) {
+    return header.crc == 0 || header.crc == record_crc(record, static_cast<size_t>(header.record_size));
+}
+
+}  // namespace velda::journal
+
+using namespace velda::journal;
+
+const unsigned char *VELDALoggerReadRecord(DP *dp, LogSelect *select, int32_t file, int32_t set, int64_t offset,
+                                           int64_t time, VELDALoggerCallback callback) {
+    LoggerContext &context = logger_context(dp);
+    const Wanted wanted{set, {file, offset}, time};
+    if (context.hasRecord && is_wanted(LogHeader(context.recordBuffer), wanted)) return context.recordBuffer;
+    context.hasRecord = false;
+    context.unfinishedPid = 0;
+    if (!map_logger(dp, context)) {
+        VELDAfprintf(dp, stderr, "Error! Velda Journaler not defined\n");
+        errno = ENOENT;
+        return nullptr;
+    }
+    if (!ensure_record_buffer(dp, context, 0)) return nullptr;
+    if (select && (select->deviceType & StreamDevices) != 0) return find_in_stream(dp, select, wanted, callback);
+    if (const int error = read_fresh_record(dp, context, wanted)) {
+        errno = error;
+        return nullptr;
+    }
+    context.hasRecord = true;
+    return context.recordBuffer;
+}
