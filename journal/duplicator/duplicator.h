@@ -35,6 +35,22 @@ struct CachedFile {
 inline constexpr std::size_t CacheBuckets = 97, CachedFilesOfBucket = 30;
 using FileCache = std::array<std::array<CachedFile, CachedFilesOfBucket>, CacheBuckets>;
 
+// The file of the last update, by the name that its record has: the next update is most often one of the same file.
+struct OpenFileMemo {
+    std::string recordName;
+    std::string name;  // with its renames
+    VediControlBlock *file = nullptr;  // null: nothing is remembered
+};
+
+class UpdateBatch;
+
+// Codes of VediLoggerMisc that only replay uses.
+enum LoggerCode : int {
+    LoggerFreshView = 7,    // what the session knows of journal and files is fresh from here on
+    LoggerApplyBegins = 16,  // encloses what is applied to the database
+    LoggerApplyEnds = 17
+};
+
 enum class Severity { Status = 1, Warning = 2, Error = 3 };
 
 // What the codes of the callback stand for.
@@ -74,8 +90,11 @@ struct DupContext {
     std::uint32_t errorCount = 0;
     LogSelect *input = nullptr;
     LogSelect *output = nullptr;
-    DupStatusSlot *slot = nullptr;
-    std::uint32_t startTicks = 0;   // milliseconds of the process's clock at the start
+    DupStatusSlot unlistedSlot{};         // where a run counts that has no slot of its own
+    DupStatusSlot *slot = &unlistedSlot;  // never null
+    std::int64_t startTicks = 0;    // milliseconds of a steady clock at the start
+    double startUserSeconds = 0;    // processor time of the process at the start
+    double startSystemSeconds = 0;
     std::uint32_t initialised = 0;  // both specifications were reached
     std::uint32_t useSelectList = 0;
     std::uint32_t verboseLevel = 0;
@@ -92,10 +111,22 @@ struct DupContext {
     std::uint32_t transactionCount = 0;
     std::int64_t lastMilestoneSent = 0;
     std::string programName;
+    std::uint32_t terminationReason = 0;  // low half: the error that ended the reading; high half: why it ended
+    bool tooManyErrors = false;           // the limit was exceeded, and that was reported
+    bool exiting = false;                 // DupExit runs or has run
+    bool staysAfterExit = false;          // DupExit returns to its caller
+    bool allowsManyFiles = false;         // the process's limit of open files was raised
+    OpenFileMemo memo;
+    std::unique_ptr<UpdateBatch> batch;   // exclusive use: updates that wait to be applied together
+
+    DupContext();
+    ~DupContext();
 };
 
 // The session's context, made at its first use.
 DupContext &dup_context(DP *dp);
+// The same as new, with its start noted: what a run calls before anything else.
+DupContext &start_dup_context(DP *dp);
 
 // --- the main loop and replay ---
 
@@ -112,18 +143,29 @@ VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, 
 // One line to the log file and standard error. `definition` and `record` may be null.
 void DupReport(DP *dp, const LogSelect *definition, const unsigned char *record, Severity severity, const char *format,
                ...) __attribute__((format(printf, 5, 6)));
-// Ends the run: statistics, the end of the output stream, the slot. Ends the command unless it runs already.
+// Ends the run: statistics, the end of the output stream, the slot. Ends the command with the code, unless the context
+// says to stay; returns at once when it runs already.
 void DupExit(DP *dp, int code);
+// Applies what waits in a batch. Called before whatever may wait, and before the database is said to have got anywhere.
+void apply_pending(DP *dp);
+// Shows the progress that the options ask for, for a record that was read last.
+void show_progress(DP *dp, const unsigned char *record);
+// Closes each file of the cache that has this name.
+void close_cached(DP *dp, DupContext &context, std::string_view name);
+void close_all_cached(DP *dp, DupContext &context);
+// Milliseconds of a clock that never goes back.
+std::int64_t steady_milliseconds();
 // A path with the first rename of the output that applies.
 std::string renamed_path(const LogSelect &output, std::string_view path);
 
 // --- the status slot, which other processes read ---
 
-// Stores a status text and gives the one before.
+// Stores a status text and gives the one before. No lock: whoever reads the slot while it changes may see a mixture for
+// a moment, and nobody decides anything by it.
 std::string set_status_text(DP *dp, std::string_view text);
-// Adds to the counters of the slot.
+// Add records and their bytes to the counters of the slot.
 void count_input(DP *dp, std::int64_t bytes);
-void count_output(DP *dp, std::int64_t bytes);
+void count_output(DP *dp, std::int64_t bytes, std::int64_t records = 1);
 
 // --- devices, sockets and milestones ---
 

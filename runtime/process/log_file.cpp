@@ -65,3 +65,7 @@ int VELDAWriteLogFile(DP *dp, int set, int file, int64_t offset, const void *buf
     if (!directory) return directory.error().number;
     return append_line(*directory + "/system.log", log_line(dp, text));
 }
+
+int NTLogMessage(DP *dp, const char *text) {
+    return VELDAWriteLogFile(dp, VELDA_SYSTEM_LOG, 0, 0, text, static_cast<int>(std::string_view(text).size()));
+}

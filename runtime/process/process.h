@@ -249,6 +249,18 @@ VELDA_EXPORT void VLibEMSLEEP_VB(DP *dp, const VAR *milliseconds);
 // else the error number.
 VELDA_EXPORT int VELDAWriteLogFile(DP *dp, int set, int file, int64_t offset, const void *buffer, int size);
 
+// Adds a zero-ended text to the system's log. 0 when done, else the error number.
+VELDA_EXPORT int NTLogMessage(DP *dp, const char *text);
+
+// --- resources of the process ---------------------------------------------------------------------------------------
+
+// Processor time that the process has used so far, in its own code and in the system's.
+VELDA_EXPORT void velda_process_times(DP *dp, double *user_seconds, double *system_seconds);
+
+// Lets the process have at least `wanted` files open at once, as far as the system's hard limit goes. The limit that
+// holds now.
+VELDA_EXPORT int64_t velda_allow_open_files(DP *dp, int64_t wanted);
+
 #ifdef __cplusplus
 }
 #endif

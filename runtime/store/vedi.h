@@ -79,6 +79,19 @@ VELDA_EXPORT int VediWriteRecord(DP *dp, VediControlBlock *file, uint32_t flags,
 // Removes a record. 2 when there is none.
 VELDA_EXPORT int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length);
 
+// One change of a batch: a write, or with null `data` a delete.
+typedef struct VELDAUpdate {
+    const char *key;
+    uint32_t key_length;
+    uint32_t size;  // of the data
+    const char *data;
+} VELDAUpdate;
+
+// Makes all changes in their order, in one commit where the file's driver has commits: all of them or, on an error,
+// none. A record to be deleted may be absent. Keys in ascending order of their bytes go fastest.
+VELDA_EXPORT int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VELDAUpdate *updates,
+                                     uint32_t count);
+
 // --- selections ---
 
 // A walk over the keys of a file. It holds no snapshot between calls; a record that is written or deleted meanwhile may
@@ -121,6 +134,10 @@ enum { VEDI_FILE_COPY = 0, VEDI_FILE_MOVE = 1, VEDI_FILE_DELETE = 2 };
 // there is. `target` is the name for a copy or move and "" for a delete. `error_text`, when not null, has room for
 // VEDI_ERROR_TEXT_BYTES and receives the message of a failure.
 VELDA_EXPORT int VediFileOp(DP *dp, int operation, int kind, const char *name, const char *target, char *error_text);
+
+// Moves what a path names, a database file or a plain one, to another path, or removes it where `to` is "". What stood
+// at the target is replaced, but a directory never replaces a plain file or the reverse.
+VELDA_EXPORT int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int logged);
 
 // Makes one section of a database file. `arguments` are words as CREATE-FILE takes them (TYPE=UD, TYPE=HL, PERMS=,
 // LOG=, DURABILITY=, -L and so on, sizes such as 1,1), ended by an empty or null one. `driver_text` is more such words,

@@ -1,6 +1,7 @@
 // The driver layer's entries for records, control records, selections and scans.
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "runtime/memory/memory.h"
 #include "runtime/store/vedi_call.h"
@@ -89,6 +90,17 @@ int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t, const char *key, 
         if (!removed) return removed.error();
         if (!*removed) return velda::Error{ENOENT, no_record().message};
         return {};
+    });
+}
+
+int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VELDAUpdate *updates, uint32_t count) {
+    return call_on(dp, file, [&](ControlBlockContent &content) {
+        std::vector<Update> changes(count);
+        for (uint32_t i = 0; i < count; ++i) {
+            changes[i].key = bytes_of(updates[i].key, updates[i].key_length);
+            if (updates[i].data) changes[i].record = bytes_of(updates[i].data, updates[i].size);
+        }
+        return content.file->apply(changes, mode_of(flags, content.write_mode));
     });
 }
 

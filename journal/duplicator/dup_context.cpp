@@ -1,0 +1,87 @@
+// What a run keeps for its session, and the slot in which other processes watch it.
+//
+// The slot has one writer, the run itself, so its counters and its text are stored in place and published, without the
+// lock that guards changes of the table: a record costs no system call here.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <new>
+
+#include "journal/duplicator/dup_batch.h"
+#include "journal/duplicator/duplicator.h"
+#include "journal/journal.h"
+
+namespace velda::journal {
+
+namespace {
+
+void make_context(DP *, void *block) { new (block) DupContext; }
+
+void close_files(DP *dp, DupContext &context) {
+    for (auto &bucket : context.fileCache)
+        for (CachedFile &cached : bucket)
+            if (cached.file) VediClose(dp, cached.file.get(), 0);
+}
+
+void free_context(DP *dp, void *block) {
+    auto *const context = static_cast<DupContext *>(block);
+    close_files(dp, *context);
+    context->~DupContext();
+}
+
+// The slot's numbers have one writer: a plain load is the present value.
+void add(std::uint64_t &counter, std::int64_t amount) {
+    const std::atomic_ref<std::uint64_t> shared(counter);
+    shared.store(shared.load(std::memory_order_relaxed) + static_cast<std::uint64_t>(amount), std::memory_order_relaxed);
+}
+
+}  // namespace
+
+DupContext::DupContext() = default;
+DupContext::~DupContext() = default;
+
+DupContext &dup_context(DP *dp) {
+    static int key = 0;
+    return *static_cast<DupContext *>(
+        VLibCreateUserDataEx(dp, "vlogdupC", sizeof(DupContext), &key, make_context, free_context));
+}
+
+DupContext &start_dup_context(DP *dp) {
+    DupContext &context = dup_context(dp);
+    free_context(dp, &context);
+    new (&context) DupContext;
+    context.startTicks = steady_milliseconds();
+    velda_process_times(dp, &context.startUserSeconds, &context.startSystemSeconds);
+    return context;
+}
+
+std::int64_t steady_milliseconds() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+std::string set_status_text(DP *dp, std::string_view text) {
+    DupStatusSlot &slot = *dup_context(dp).slot;
+    std::string before = logger_text(slot.statusText, sizeof slot.statusText);
+    if (before == text) return before;
+    char padded[sizeof slot.statusText] = {};
+    text.copy(padded, sizeof padded - 1);
+    std::memcpy(slot.statusText, padded, sizeof padded);
+    VediLoggerMisc(dp, VELDA_LOGGER_PUBLISH);
+    return before;
+}
+
+void count_input(DP *dp, std::int64_t bytes) {
+    DupStatusSlot &slot = *dup_context(dp).slot;
+    add(slot.inputRecords, 1);
+    add(slot.inputBytes, bytes);
+}
+
+void count_output(DP *dp, std::int64_t bytes, std::int64_t records) {
+    DupStatusSlot &slot = *dup_context(dp).slot;
+    add(slot.outputRecords, records);
+    add(slot.outputBytes, bytes);
+}
+
+}  // namespace velda::journal

@@ -1,0 +1,165 @@
+// The road of a record through a run: read, handed to the output, and on to the next.
+#include <cerrno>
+#include <cstdarg>
+
+#include "journal/duplicator/dup_apply.h"
+#include "journal/journal.h"
+
+namespace velda::journal {
+
+namespace {
+
+// Why a run ended: the high half of the termination reason.
+enum EndReason : std::uint32_t { ListAtEnd = 1, ConnectionLost = 2, StreamAtEnd = 3, InputAtEnd = 4 };
+
+constexpr int ErrorConnectionReset = 10054;
+constexpr int ErrorNoMore = 2;
+constexpr int ErrorStreamEnd = 38;
+constexpr std::uint32_t LowByte = 0xFF, LowHalf = 0xFFFF;
+constexpr std::uint32_t ReasonShift = 16;
+
+void note_end(DupContext &context, EndReason reason, std::uint32_t error) {
+    context.terminationReason = static_cast<std::uint32_t>(reason) << ReasonShift | (error & LowHalf);
+}
+
+// What reading tells on its way goes to the run's callback; before a wait everything read so far is applied.
+void reading_callback(DP *dp, int code, ...) {
+    if (code == RetryBegins || code == WaitBegins || code == PromptBegins || code == BlockReadBegins) apply_pending(dp);
+    if (code != ErrorText) return DupCallback(dp, code);
+    va_list arguments;
+    va_start(arguments, code);
+    const char *const format = va_arg(arguments, const char *);
+    char text[1024];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    DupCallback(dp, code, "%s", text);
+}
+
+const unsigned char *take_input(DP *dp, const unsigned char *record) {
+    count_input(dp, record_size(record));
+    ++dup_context(dp).recordsFromSet;
+    return record;
+}
+
+const unsigned char *read_listed_record(DP *dp, DupContext &context) {
+    VAR key;
+    while (VLibFREADNEXT_IBBBBB(dp, &key, nullptr, nullptr, VLibReturnDefaultSelect(dp), nullptr) == 1) {
+        int32_t file = 0, set = 0;
+        int64_t offset = 0, time = 0;
+        VELDALoggerSplitKey(dp, &file, &set, &offset, &time, key.view().data(), static_cast<int>(key.view().size()));
+        if (const unsigned char *const record =
+                VELDALoggerReadRecord(dp, context.input, file, set, offset, time, reading_callback))
+            return take_input(dp, record);
+        DupReport(dp, context.input, nullptr, Severity::Error, "Error number %d reading log record id %s", errno,
+                  key.str().c_str());
+        if (context.exiting) break;
+    }
+    note_end(context, ListAtEnd, ErrorNoMore);
+    errno = ErrorNoMore;
+    return nullptr;
+}
+
+void note_position(DupContext &context, const unsigned char *record) {
+    context.lastSet = record[RecordHeader::Set];
+    context.lastFile = record[RecordHeader::File];
+    context.lastOffset = vgetlong64(record + RecordHeader::Offset);
+    context.lastTime = record_time(record);
+    if (context.firstTime == 0) context.firstTime = context.lastTime;
+}
+
+// Whether the failed read ends the input; errno is then what the run ends with.
+bool is_end_of_input(DP *dp, DupContext &context, std::uint32_t error) {
+    context.terminationReason = error & LowHalf;
+    // Deliberate order: the error is cut to a byte before it is looked at, so the numbers above 255 never match. A lost
+    // connection is error 70 here and a stopped read is error 221: both are reported and reading goes on.
+    const int reduced = static_cast<int>(error & LowByte);
+    errno = reduced;
+    if (reduced == ErrorConnectionReset) {
+        DupReport(dp, context.input, nullptr, Severity::Error,
+                  "An existing connection was forclibly closed by the remote host");
+        note_end(context, ConnectionLost, error);
+        errno = reduced;
+        return true;
+    }
+    if (reduced == ErrorStreamEnd) {
+        note_end(context, StreamAtEnd, error);
+        errno = ErrorNoMore;
+        return true;
+    }
+    if (reduced == ErrorNoMore || reduced == ReadingStopped) {
+        note_end(context, InputAtEnd, error);
+        errno = ErrorNoMore;
+        return true;
+    }
+    DupReport(dp, context.input, nullptr, Severity::Error, "Error number %d reading next key from set %s", reduced,
+              context.input->specText.c_str());
+    return context.exiting;
+}
+
+bool is_stream(const LogSelect &output) { return output.deviceType & StreamDevices; }
+
+void write_to_stream(DP *dp, const unsigned char *record) {
+    if (record_type(record) != RecordType::Eof) count_output(dp, record_size(record));
+    DupWriteDevice(dp, record);
+}
+
+// The bracket stands around the record or, where updates are kept for a batch, around the batch.
+void write_to_database(DP *dp, const DupContext &context, const unsigned char *record) {
+    if (context.exclusive) return DupApply(dp, record);
+    const ApplyBracket bracket(dp);
+    DupApply(dp, record);
+}
+
+}  // namespace
+
+const unsigned char *DupReadRecord(DP *dp) {
+    DupContext &context = dup_context(dp);
+    VediLoggerMisc(dp, VELDA_LOGGER_REFRESH);
+    set_status_text(dp, "READING");
+    if (context.useSelectList) return read_listed_record(dp, context);
+    for (;;) {
+        errno = 0;
+        if (const unsigned char *const record = VELDALoggerReadnext(dp, context.input, reading_callback)) {
+            note_position(context, record);
+            return take_input(dp, record);
+        }
+        const auto error = static_cast<std::uint32_t>(errno);
+        apply_pending(dp);
+        if (is_end_of_input(dp, context, error)) return nullptr;
+    }
+}
+
+void DupDispatch(DP *dp, const unsigned char *record) {
+    DupContext &context = dup_context(dp);
+    if (context.future) show_progress(dp, record);
+    if (is_stream(*context.output))
+        write_to_stream(dp, record);
+    else if (context.output->deviceType == Database)
+        write_to_database(dp, context, record);
+    if (context.exiting) return;
+    if (record_type(record) != RecordType::Eof)
+        context.slot->inputBlocks = static_cast<std::uint64_t>(context.input->blockCount);
+    if (!context.future) show_progress(dp, record);
+}
+
+int run_duplicator(DP *dp) {
+    DupContext &context = dup_context(dp);
+    while (const unsigned char *const record = DupReadRecord(dp)) {
+        const bool is_checkpoint = record_type(record) == RecordType::Checkpoint;
+        if (is_checkpoint && record_time(record) == context.input->endTime) {
+            errno = ErrorNoMore;
+            break;
+        }
+        if (!(context.input->flags & SelectSkipToCheckpoint))
+            DupDispatch(dp, record);
+        else if (is_checkpoint)
+            context.input->flags &= ~static_cast<std::uint32_t>(SelectSkipToCheckpoint);
+        if (context.exiting) break;
+        DupCallback(dp, BetweenRecords);
+    }
+    const int error = errno;
+    apply_pending(dp);
+    return error == ErrorNoMore ? ExitDone : error;
+}
+
+}  // namespace velda::journal
