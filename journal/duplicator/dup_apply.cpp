@@ -4,6 +4,7 @@
 
 #include "journal/duplicator/dup_apply.h"
 #include "journal/duplicator/dup_batch.h"
+#include "journal/duplicator/dup_weak.h"
 
 namespace velda::journal {
 
@@ -97,8 +98,8 @@ bool find_file(Replay &replay) {
     replay.file_name = replay.renamed;
     if (!is_usable_path(replay.dp, replay.renamed, replay.record.bytes)) return false;
     if (replay.record.type == RecordType::CreateFile) return true;
-    replay.file = DupOpenCached(replay.dp, replay.file_name.data(),
-                                static_cast<std::uint32_t>(replay.file_name.size()), replay.record.bytes);
+    replay.file = DupOpenCached(replay.dp, replay.file_name.data(), static_cast<std::uint32_t>(replay.file_name.size()),
+                                replay.record.bytes);
     if (replay.file) context.memo = {std::string(record_name), replay.renamed, replay.file};
     return replay.file != nullptr;
 }

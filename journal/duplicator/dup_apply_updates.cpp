@@ -61,10 +61,10 @@ Outcome report_no_file(const Replay &replay, const char *type_name) {
 }  // namespace
 
 void report_failed_update(DP *dp, const FileUpdate &update, int error) {
-    DupReport(dp, dup_context(dp).output, update.record, Severity::Error,
-              update.is_delete ? "Error number %d deleting record from file '%s'"
-                               : "Error number %d writing to file '%s'",
-              error, std::string(update.file_name).c_str());
+    DupReport(
+        dp, dup_context(dp).output, update.record, Severity::Error,
+        update.is_delete ? "Error number %d deleting record from file '%s'" : "Error number %d writing to file '%s'",
+        error, std::string(update.file_name).c_str());
 }
 
 void apply_update(DP *dp, const FileUpdate &update) {

@@ -74,9 +74,9 @@ bool UpdateBatch::add(const FileUpdate &update) {
     FileUpdate copy = update;
     copy.record = reinterpret_cast<const unsigned char *>(kept.data());
     copy.key = kept.substr(static_cast<std::size_t>(update.key.data() - record.data()), update.key.size());
-    copy.data = has_own_data ? keep_bytes(update.data)
-                             : kept.substr(static_cast<std::size_t>(update.data.data() - record.data()),
-                                           update.data.size());
+    copy.data = has_own_data
+                    ? keep_bytes(update.data)
+                    : kept.substr(static_cast<std::size_t>(update.data.data() - record.data()), update.data.size());
     copy.file_name = {};  // the group has it
     group->updates.push_back(copy);
     if (count_++ == 0) first_added_ = steady_milliseconds();

@@ -33,7 +33,8 @@ void free_context(DP *dp, void *block) {
 // The slot's numbers have one writer: a plain load is the present value.
 void add(std::uint64_t &counter, std::int64_t amount) {
     const std::atomic_ref<std::uint64_t> shared(counter);
-    shared.store(shared.load(std::memory_order_relaxed) + static_cast<std::uint64_t>(amount), std::memory_order_relaxed);
+    shared.store(shared.load(std::memory_order_relaxed) + static_cast<std::uint64_t>(amount),
+                 std::memory_order_relaxed);
 }
 
 }  // namespace

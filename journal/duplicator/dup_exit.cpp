@@ -2,6 +2,7 @@
 #include <cinttypes>
 
 #include "journal/duplicator/dup_batch.h"
+#include "journal/duplicator/dup_weak.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
 
@@ -34,7 +35,8 @@ void log_statistics(DP *dp, const DupContext &context, const RunTimes &times) {
     VediLoggerError(dp, OperatorSeverity,
                     "Termination Statistics: usr %.2lf , sys %.2lf , elapsed %dm%.2lf\n"
                     "\t%d records read from current log set number %d\n"
-                    "\tINPUT : %" PRId64 " records , %" PRId64 " blocks , %" PRId64 " record bytes , %d errors\n"
+                    "\tINPUT : %" PRId64 " records , %" PRId64 " blocks , %" PRId64
+                    " record bytes , %d errors\n"
                     "\tOUTPUT: %" PRId64 " records , %" PRId64 " blocks , %" PRId64 " bytes , %d errors",
                     times.user_seconds, times.system_seconds, times.minutes, times.seconds,
                     static_cast<int>(context.recordsFromSet), static_cast<int>(context.lastSet), slot.inputRecords,
@@ -56,7 +58,8 @@ void report_statistics(DP *dp, const DupContext &context, const RunTimes &times,
     const DupStatusSlot &slot = *context.slot;
     DupReport(dp, nullptr, nullptr, Severity::Status,
               "Termination Statistics: usr %.2lf , sys %.2lf , elapsed %dm%.2lf\n"
-              "    INPUT : %" PRId64 " records , %" PRId64 " blocks , %" PRId64 " record bytes , %d errors\n"
+              "    INPUT : %" PRId64 " records , %" PRId64 " blocks , %" PRId64
+              " record bytes , %d errors\n"
               "    OUTPUT: %" PRId64 " records , %" PRId64 " blocks , %" PRId64 "\tbytes ,\t%d errors",
               times.user_seconds, times.system_seconds, times.minutes, times.seconds, slot.inputRecords,
               slot.inputBlocks, slot.inputBytes, static_cast<int>(slot.inputErrors), slot.outputRecords,
@@ -76,7 +79,7 @@ void release_all(DP *dp, DupContext &context) {
     VELDALoggerSelectEnd(dp, &context.output);
     VELDALoggerStatusDelete(dp);
     context.slot = &context.unlistedSlot;
-    if (context.logFile) std::fclose(context.logFile);
+    VRunFileIOClose(dp, context.logFile);
     context.logFile = nullptr;
     context.errorFile.reset();
     close_all_cached(dp, context);

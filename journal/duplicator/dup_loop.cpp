@@ -1,8 +1,10 @@
 // The road of a record through a run: read, handed to the output, and on to the next.
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 
 #include "journal/duplicator/dup_apply.h"
+#include "journal/duplicator/dup_weak.h"
 #include "journal/journal.h"
 
 namespace velda::journal {

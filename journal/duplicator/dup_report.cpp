@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
+#include <cstdio>
 
+#include "journal/duplicator/dup_weak.h"
 #include "journal/duplicator/duplicator.h"
 
 namespace velda::journal {
@@ -39,12 +41,12 @@ std::string report_line(const LogSelect *definition, Severity severity, const st
 }
 
 void write_line(DP *dp, DupContext &context, const std::string &line) {
-    if (context.starsPending) std::fputc('\n', stderr);
+    VELDAfprintf(dp, stderr, "%s%s", context.starsPending ? "\n" : "", line.c_str());
     context.starsPending = 0;
-    VELDAfprintf(dp, stderr, "%s", line.c_str());
     if (!context.logFile) return;
-    std::fputs(line.c_str(), context.logFile);
-    std::fflush(context.logFile);
+    std::size_t written = 0;
+    VRunFileIOWrite(dp, context.logFile, context.logFileSize, line.data(), line.size(), &written);
+    context.logFileSize += static_cast<std::int64_t>(written);
 }
 
 void add_one(std::uint32_t &counter) {
@@ -77,8 +79,8 @@ void keep_failed_update(DP *dp, DupContext &context, const unsigned char *record
         char key[VELDA_LOGGER_KEY_BYTES];
         const int length = VELDALoggerMakeKey(dp, record, key);
         FileWords file(*context.errorFile);
-        error = file.try_write(std::string_view(key, static_cast<std::size_t>(length)),
-                               std::string_view(converted, size));
+        error =
+            file.try_write(std::string_view(key, static_cast<std::size_t>(length)), std::string_view(converted, size));
     }
     VELDAfree(dp, converted, "vlogdupC", __LINE__);
     if (error != 0)

@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,7 +37,7 @@ using FileCache = std::array<std::array<CachedFile, CachedFilesOfBucket>, CacheB
 // The file of the last update, by the name that its record has: the next update is most often one of the same file.
 struct OpenFileMemo {
     std::string recordName;
-    std::string name;  // with its renames
+    std::string name;                  // with its renames
     VediControlBlock *file = nullptr;  // null: nothing is remembered
 };
 
@@ -46,7 +45,7 @@ class UpdateBatch;
 
 // Codes of VediLoggerMisc that only replay uses.
 enum LoggerCode : int {
-    LoggerFreshView = 7,    // what the session knows of journal and files is fresh from here on
+    LoggerFreshView = 7,     // what the session knows of journal and files is fresh from here on
     LoggerApplyBegins = 16,  // encloses what is applied to the database
     LoggerApplyEnds = 17
 };
@@ -83,7 +82,8 @@ enum DupExitCode : int {
 struct DupContext {
     std::uint32_t progressEvery = 0;  // show progress at each multiple of so many records; 0: never
     std::uint32_t starsPending = 0;   // a line of progress marks is unfinished
-    std::FILE *logFile = nullptr;
+    VRunFile *logFile = nullptr;  // opened for writing and emptied
+    std::int64_t logFileSize = 0;
     std::string errorFileName;
     std::unique_ptr<VAR> errorFile;  // open: where failed updates are kept
     std::uint32_t maxErrors = 10000;
@@ -92,8 +92,8 @@ struct DupContext {
     LogSelect *output = nullptr;
     DupStatusSlot unlistedSlot{};         // where a run counts that has no slot of its own
     DupStatusSlot *slot = &unlistedSlot;  // never null
-    std::int64_t startTicks = 0;    // milliseconds of a steady clock at the start
-    double startUserSeconds = 0;    // processor time of the process at the start
+    std::int64_t startTicks = 0;          // milliseconds of a steady clock at the start
+    double startUserSeconds = 0;          // processor time of the process at the start
     double startSystemSeconds = 0;
     std::uint32_t initialised = 0;  // both specifications were reached
     std::uint32_t useSelectList = 0;
@@ -117,7 +117,7 @@ struct DupContext {
     bool staysAfterExit = false;          // DupExit returns to its caller
     bool allowsManyFiles = false;         // the process's limit of open files was raised
     OpenFileMemo memo;
-    std::unique_ptr<UpdateBatch> batch;   // exclusive use: updates that wait to be applied together
+    std::unique_ptr<UpdateBatch> batch;  // exclusive use: updates that wait to be applied together
 
     DupContext();
     ~DupContext();

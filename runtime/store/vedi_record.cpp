@@ -100,7 +100,7 @@ int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VE
             changes[i].key = bytes_of(updates[i].key, updates[i].key_length);
             if (updates[i].data) changes[i].record = bytes_of(updates[i].data, updates[i].size);
         }
-        return content.file->apply(changes, mode_of(flags, content.write_mode));
+        return velda::transaction::apply_updates(dp, content, changes, mode_of(flags, content.write_mode));
     });
 }
 
