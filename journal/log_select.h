@@ -8,6 +8,7 @@
 
 #include "journal/log_reading.h"
 #include "runtime/journal/config_record.h"
+#include "runtime/vutil.h"
 
 namespace velda::journal {
 
@@ -52,6 +53,17 @@ struct RenamePair {
     std::string to;
 };
 
+// The socket on which a receiver waits for its sender.
+struct ListeningSocket {
+    ListeningSocket() = default;
+    ListeningSocket(const ListeningSocket &) = delete;
+    ListeningSocket &operator=(const ListeningSocket &) = delete;
+    ~ListeningSocket() {
+        if (descriptor >= 0) velda_socket_close(velda_getdp(), descriptor);
+    }
+    int descriptor = -1;
+};
+
 }  // namespace velda::journal
 
 // Which fields belong to a log set, a device or a socket is told by the comments of each group.
@@ -82,6 +94,7 @@ struct LogSelect {
     std::string hostName;
     bool hostNameGiven = false;
     std::uint16_t port = 0;
+    velda::journal::ListeningSocket listener;  // input
 
     // Log set.
     std::int64_t setFirstTime = 0;  // timeFirst of the set being read

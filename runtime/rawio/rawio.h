@@ -39,10 +39,12 @@ typedef struct VRunFrame {
 // Modes of VRunFileIOOpen for logic that does not know the system's own, whose values they have.
 enum {
     VELDA_OPEN_READ = 0,
+    VELDA_OPEN_WRITE = 1,  // of VediWin32open only
     VELDA_OPEN_READ_WRITE = 2,
     VELDA_OPEN_CREATE = 0100,
     VELDA_OPEN_NEW = 0300,  // creates, and fails with 17 when there is such a file
-    VELDA_OPEN_TRUNCATE = 01000
+    VELDA_OPEN_TRUNCATE = 01000,
+    VELDA_OPEN_NO_WAIT = 04000  // of VediWin32open only: a pipe is opened though nobody has its other end
 };
 
 // Opens a path; both kinds of slash divide it. `mode` is that of open(2): O_RDONLY or O_RDWR, with O_CREAT, O_TRUNC and

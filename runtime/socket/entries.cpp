@@ -40,6 +40,8 @@ int connect_to(DP *dp, const addrinfo &address) {
     return error == 0 ? keep_connection(dp, descriptor) : close_and_fail(descriptor, error);
 }
 
+short poll_events(int direction) { return direction == VELDA_SOCKET_INPUT ? POLLIN : POLLOUT; }
+
 Connection *connection_or_fail(DP *dp, int descriptor) {
     Connection *const connection = velda_socket_context(dp)->find(descriptor);
     if (!connection) errno = ENOTCONN;
@@ -139,6 +141,11 @@ ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t s
 int velda_socket_ready(DP *dp, int descriptor, int direction) {
     const Connection *const connection = velda_socket_context(dp)->find(descriptor);
     if (direction == VELDA_SOCKET_INPUT && connection && connection->has_bytes()) return 1;
-    pollfd asked{descriptor, static_cast<short>(direction == VELDA_SOCKET_INPUT ? POLLIN : POLLOUT), 0};
+    pollfd asked{descriptor, poll_events(direction), 0};
     return poll(&asked, 1, 0) > 0 ? 1 : 0;
+}
+
+int velda_socket_wait(DP *dp, int descriptor, int direction) {
+    if (velda_socket_ready(dp, descriptor, direction)) return 0;
+    return wait_for(dp, descriptor, poll_events(direction)) ? 0 : -1;
 }

@@ -75,8 +75,12 @@ VELDA_EXPORT ptrdiff_t velda_socket_recv(DP *dp, int descriptor, void *buffer, s
 VELDA_EXPORT ptrdiff_t velda_write(DP *dp, int descriptor, const void *buffer, size_t size);
 VELDA_EXPORT ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t size);
 
-// 1 when bytes (or the end of the stream) can be read, or bytes written, without a wait; else 0. Never waits.
+// 1 when bytes (or the end of the stream) can be read, or bytes written, without a wait; else 0. Never waits. For any
+// descriptor, as velda_read.
 VELDA_EXPORT int velda_socket_ready(DP *dp, int descriptor, int direction);
+
+// Waits until velda_socket_ready would give 1. 0.
+VELDA_EXPORT int velda_socket_wait(DP *dp, int descriptor, int direction);
 
 #ifdef __cplusplus
 }
