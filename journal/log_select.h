@@ -48,6 +48,10 @@ inline constexpr std::int32_t SetNotChosen = -1, SetAuto = -2;
 // LogSelect::deviceIndex outside of a device.
 inline constexpr std::int32_t NoDevice = -1, DeviceInChange = -2, SocketAtStart = -3;
 
+// A record's header has to fit into one block, and blocks are held in memory.
+inline constexpr std::int32_t SmallestBlockBytes = 28 + 48, LargestBlockBytes = std::int32_t{64} << 20;
+inline bool is_block_size(std::int32_t bytes) { return bytes >= SmallestBlockBytes && bytes <= LargestBlockBytes; }
+
 struct RenamePair {
     std::string from;
     std::string to;

@@ -7,9 +7,6 @@ namespace velda::journal {
 
 namespace {
 
-// A record's header has to fit into one block, and blocks are held in memory.
-constexpr std::int32_t LeastBlockBytes = 28 + 48, MostBlockBytes = 64 * 1024 * 1024;
-
 std::int64_t stamp_of(DP *dp, const TimeOperand &operand) {
     return operand.stamp != 0 ? operand.stamp : LoggerMakeTime(dp, operand.time, operand.date);
 }
@@ -61,7 +58,7 @@ bool SpecParser::complete_stream() {
         fault = "No host name specified for socket";
     else if (select_.deviceType == Socket && select_.port == 0)
         fault = "No TCP port specified for socket";
-    else if (select_.blockSize < LeastBlockBytes || select_.blockSize > MostBlockBytes)
+    else if (!is_block_size(select_.blockSize))
         fault = "The block size is an invalid value";
     if (fault) LoggerSpecError(dp_, "%s", fault);
     return !fault;

@@ -18,10 +18,7 @@ inline constexpr std::size_t LargestRecordBytes = (std::size_t{1} << 30) + (std:
 inline constexpr std::size_t LargestBodyBytes = LargestRecordBytes / 3 * 4 + 64;  // in base 64
 inline constexpr std::size_t LargestKeyBytes = std::size_t{64} << 10;
 
-// A block holds its header and at least the header of a record.
-inline constexpr std::int32_t SmallestBlockBytes = BlockHeader::Bytes + RecordHeader::Bytes;
-inline constexpr std::int32_t LargestBlockBytes = std::int32_t{16} << 20;
-inline bool is_block_size(std::int32_t bytes) { return bytes >= SmallestBlockBytes && bytes <= LargestBlockBytes; }
+static_assert(SmallestBlockBytes == BlockHeader::Bytes + RecordHeader::Bytes);
 
 inline std::string_view marker_at(const unsigned char *bytes) {
     return {reinterpret_cast<const char *>(bytes), RecordMarker.size()};

@@ -4,7 +4,6 @@
 
 #include "journal/duplicator/dup_apply.h"
 #include "journal/duplicator/dup_batch.h"
-#include "journal/duplicator/dup_weak.h"
 
 namespace velda::journal {
 

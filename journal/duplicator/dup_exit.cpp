@@ -2,7 +2,6 @@
 #include <cinttypes>
 
 #include "journal/duplicator/dup_batch.h"
-#include "journal/duplicator/dup_weak.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
 
@@ -68,12 +67,6 @@ void report_statistics(DP *dp, const DupContext &context, const RunTimes &times,
               "Program terminated. Exit code is %d, Exit Termination Reason = %#.8x", code, context.terminationReason);
 }
 
-void end_stream(DP *dp, const DupContext &context) {
-    if (!context.output || !(context.output->deviceType & StreamDevices)) return;
-    write_end_record(dp);
-    DupFlushBlock(dp, false);
-}
-
 void release_all(DP *dp, DupContext &context) {
     VELDALoggerSelectEnd(dp, &context.input);
     VELDALoggerSelectEnd(dp, &context.output);
@@ -99,7 +92,8 @@ void DupExit(DP *dp, int code) {
     const RunTimes times = times_of_run(dp, context);
     log_statistics(dp, context, times);
     if (context.input && context.output) report_open_transactions(dp, context);
-    end_stream(dp, context);
+    if (context.output && (context.output->deviceType & StreamDevices))
+        end_stream(dp, code != ExitKilled && code != ExitSignal);
     if (context.initialised) report_statistics(dp, context, times, code);
     release_all(dp, context);
     if (!context.staysAfterExit) exit_command(code);

@@ -1,10 +1,7 @@
 // The road of a record through a run: read, handed to the output, and on to the next.
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 
 #include "journal/duplicator/dup_apply.h"
-#include "journal/duplicator/dup_weak.h"
 #include "journal/journal.h"
 
 namespace velda::journal {
@@ -24,19 +21,6 @@ void note_end(DupContext &context, EndReason reason, std::uint32_t error) {
     context.terminationReason = static_cast<std::uint32_t>(reason) << ReasonShift | (error & LowHalf);
 }
 
-// What reading tells on its way goes to the run's callback; before a wait everything read so far is applied.
-void reading_callback(DP *dp, int code, ...) {
-    if (code == RetryBegins || code == WaitBegins || code == PromptBegins || code == BlockReadBegins) apply_pending(dp);
-    if (code != ErrorText) return DupCallback(dp, code);
-    va_list arguments;
-    va_start(arguments, code);
-    const char *const format = va_arg(arguments, const char *);
-    char text[1024];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    DupCallback(dp, code, "%s", text);
-}
-
 const unsigned char *take_input(DP *dp, const unsigned char *record) {
     count_input(dp, record_size(record));
     ++dup_context(dp).recordsFromSet;
@@ -50,7 +34,7 @@ const unsigned char *read_listed_record(DP *dp, DupContext &context) {
         int64_t offset = 0, time = 0;
         VELDALoggerSplitKey(dp, &file, &set, &offset, &time, key.view().data(), static_cast<int>(key.view().size()));
         if (const unsigned char *const record =
-                VELDALoggerReadRecord(dp, context.input, file, set, offset, time, reading_callback))
+                VELDALoggerReadRecord(dp, context.input, file, set, offset, time, DupCallback))
             return take_input(dp, record);
         DupReport(dp, context.input, nullptr, Severity::Error, "Error number %d reading log record id %s", errno,
                   key.str().c_str());
@@ -121,7 +105,7 @@ const unsigned char *DupReadRecord(DP *dp) {
     if (context.useSelectList) return read_listed_record(dp, context);
     for (;;) {
         errno = 0;
-        if (const unsigned char *const record = VELDALoggerReadnext(dp, context.input, reading_callback)) {
+        if (const unsigned char *const record = VELDALoggerReadnext(dp, context.input, DupCallback)) {
             note_position(context, record);
             return take_input(dp, record);
         }

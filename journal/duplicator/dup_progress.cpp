@@ -1,6 +1,5 @@
 // What a run shows while it works: a mark for so many records, or a line for each.
 #include "journal/duplicator/dup_record.h"
-#include "journal/duplicator/dup_weak.h"
 #include "journal/duplicator/duplicator.h"
 
 namespace velda::journal {

@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "journal/duplicator/dup_weak.h"
 #include "journal/duplicator/duplicator.h"
 
 namespace velda::journal {

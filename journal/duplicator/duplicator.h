@@ -79,6 +79,23 @@ enum DupExitCode : int {
     ExitSignal = 2000
 };
 
+// What the devices of a run keep.
+struct TransferState {
+    struct {
+        std::array<unsigned char, 8> bytes{};
+        std::size_t filled = 0;
+    } milestone;                    // the one that arrives, as far as it is there
+    bool hasMilestoneFile = false;  // the milestone file has a milestone
+    bool isEndingDevice = false;    // the record that ends a device is under way
+    bool isKilled = false;          // an operator has asked the run to stop, and that was reported
+    bool hasTrap = false;           // the trap for signals is set
+    std::string savedStatusText;    // from before a wait
+};
+
+// How often a receiver tells how far it is, at most, and by which clock. Tests change them.
+inline std::int64_t milestone_seconds = 30;
+inline std::int64_t (*milestone_clock)() = present_time;
+
 struct DupContext {
     std::uint32_t progressEvery = 0;  // show progress at each multiple of so many records; 0: never
     std::uint32_t starsPending = 0;   // a line of progress marks is unfinished
@@ -107,6 +124,7 @@ struct DupContext {
     std::int64_t ackTime = 0;    // the last milestone received
     std::uint32_t recordsFromSet = 0;
     FileCache fileCache;
+    TransferState transfer;
     std::vector<DupTransaction> transactions;
     std::uint32_t transactionCount = 0;
     std::int64_t lastMilestoneSent = 0;
@@ -181,12 +199,17 @@ void DupWriteDevice(DP *dp, const unsigned char *record);
 void DupFlushBlock(DP *dp, bool new_device);
 // Starts a block.
 void DupInitBlock(DP *dp);
-// Writes the type 1 record that ends a stream.
+// Writes the type 1 record that ends a stream or a device.
 void write_end_record(DP *dp);
+// Ends the output's stream and sends what is left of it. A sender then waits, if told so, until the receiver has taken
+// all and closed the connection.
+void end_stream(DP *dp, bool waits_for_receiver);
 // Receiver: tells the sender how far the database has got.
 void DupSendMilestone(DP *dp, DupContext &context, std::int64_t time);
 // Sender: takes in what the receiver tells, and keeps it in the milestone file.
 void DupReadMilestone(DP *dp, DupContext &context);
+// Takes the milestones that have arrived. False when the receiver has closed the connection.
+bool take_milestones(DP *dp, DupContext &context);
 // The callback of a run.
 void DupCallback(DP *dp, int code, ...);
 

@@ -1,5 +1,4 @@
 // Milestones: how far the receiver of a transfer has got, told to the sender, who keeps it in a file for a restart.
-#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 
@@ -10,13 +9,6 @@ namespace velda::journal {
 namespace {
 
 constexpr int NewFileMode = 438;  // octal 666
-
-// The time that a restart has to read from: that of the record, or of an earlier transaction that has not ended yet.
-std::int64_t time_applied(const DupContext &context, std::int64_t time) {
-    for (const DupTransaction &transaction : context.transactions)
-        if (transaction.pid != 0) time = std::min(time, transaction.startTime);
-    return time;
-}
 
 std::string milestone_line(DP *dp, const char *label, std::int64_t time) {
     int day = 0, seconds = 0;
@@ -83,9 +75,8 @@ void DupSendMilestone(DP *dp, DupContext &context, std::int64_t time) {
     if (!input || input->deviceType != Socket || !input->sendMilestone) return;
     const std::int64_t now = milestone_clock();
     if (now - context.lastMilestoneSent < milestone_seconds) return;
-    apply_pending(dp);
     unsigned char bytes[sizeof(std::int64_t)];
-    vputlong64(bytes, time_applied(context, time));
+    vputlong64(bytes, time);
     if (velda_socket_ready(dp, input->fd, VELDA_SOCKET_OUTPUT))
         velda_socket_send(dp, input->fd, bytes, sizeof bytes);  // a receiver that is cut off learns that by reading
     context.lastMilestoneSent = now;

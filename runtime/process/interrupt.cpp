@@ -144,6 +144,8 @@ int VLibSignalTest(DP *dp) {
     return 1;
 }
 
+int velda_session_end_signal(DP *) { return velda::session_end_signal(); }
+
 VELDADebugTrap VRunADebugSetTrap(DP *dp, VELDADebugTrap handler) {
     return std::exchange(velda::current_level(dp).debug_trap, handler);
 }

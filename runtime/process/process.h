@@ -192,6 +192,10 @@ VELDA_EXPORT VELDASignalTrap VLibSignalTrap(DP *dp, VELDASignalTrap handler, voi
 // Gives 1 when the trap ran, 0 when nothing had happened. A long loop calls it once a turn.
 VELDA_EXPORT int VLibSignalTest(DP *dp);
 
+// The signal that asked the session to end (SIGTERM or SIGHUP), 0 when none did. The next test for signals ends the
+// command, so logic that has something to finish asks first.
+VELDA_EXPORT int velda_session_end_signal(DP *dp);
+
 // Called with the error number and the text of a failure that is about to end the command; it may throw instead. An
 // error of 0 means that nothing failed.
 typedef void (*VELDADebugTrap)(DP *dp, int error, const char *text);
