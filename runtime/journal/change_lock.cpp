@@ -39,8 +39,9 @@ int LockFile::set(LockByte byte, short type) const {
     return result == 0 ? 0 : errno;
 }
 
-int LockFile::take(LockByte byte, std::uint64_t session) {
+int LockFile::take(LockByte byte, const DP *dp) {
     if (file_ < 0) return open_error_;
+    const std::uint64_t session = session_word(dp);
     std::atomic<std::uint64_t> &holder = holders_[static_cast<int>(byte)];
     for (std::uint64_t seen = holder.load();;) {
         if (seen != 0 && is_of_this_process(seen)) {
@@ -71,7 +72,7 @@ int HeldLock::take(DP *dp, LockFile &file, LockByte byte) {
         return 0;
     }
     depth_ = 0;
-    if (const int error = file.take(byte, session_word(dp))) return error;
+    if (const int error = file.take(byte, dp)) return error;
     file_ = &file;
     byte_ = byte;
     depth_ = 1;

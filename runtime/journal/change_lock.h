@@ -12,7 +12,8 @@
 
 namespace velda::journal {
 
-enum class LockByte { Table = 0, Change = 1 };
+enum class LockByte { Table = 0, Change = 1, Writer = 2 };
+inline constexpr int LockBytes = 3;
 
 // The lock file of one configuration, opened once in a process: closing any handle of it would drop the locks.
 class LockFile {
@@ -22,7 +23,7 @@ class LockFile {
     LockFile &operator=(const LockFile &) = delete;
 
     // Waits for the lock. 0 or the error number.
-    int take(LockByte byte, std::uint64_t session);
+    int take(LockByte byte, const DP *dp);
     void leave(LockByte byte);
 
   private:
@@ -30,7 +31,7 @@ class LockFile {
 
     int file_ = -1;
     int open_error_ = 0;
-    std::atomic<std::uint64_t> holders_[2] = {};  // session of this process; 0: none
+    std::atomic<std::uint64_t> holders_[LockBytes] = {};  // session of this process; 0: none
 };
 
 // One session's hold of a lock: taken with the first `take`, left with the last `leave`.

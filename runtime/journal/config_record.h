@@ -119,7 +119,9 @@ typedef struct VELDALoggerConfig {
     int32_t lastCheckpoint;  // -1: none
     unsigned char reserved980[20];
     DupStatusSlot dupSlots[VELDA_LOGGER_DUP_SLOTS];
-    unsigned char reserved6632[14496];
+    unsigned char reserved6632[1560];
+    unsigned char writer[4096];  // what the writers of records share; only the runtime looks at it
+    unsigned char reserved12288[8840];
     char password[32];  // enciphered; first byte 0: none
     char mqNames[VELDA_LOGGER_QUEUE_NAMES][40];
     LogSetInfo sets[VELDA_LOGGER_SETS];
@@ -199,6 +201,7 @@ VELDA_PROVE(VELDALoggerConfig, encryptedRecords, 968);
 VELDA_PROVE(VELDALoggerConfig, syncTransactions, 972);
 VELDA_PROVE(VELDALoggerConfig, lastCheckpoint, 976);
 VELDA_PROVE(VELDALoggerConfig, dupSlots, 1000);
+VELDA_PROVE(VELDALoggerConfig, writer, 8192);
 VELDA_PROVE(VELDALoggerConfig, password, 21128);
 VELDA_PROVE(VELDALoggerConfig, mqNames, 21160);
 VELDA_PROVE(VELDALoggerConfig, sets, 21480);

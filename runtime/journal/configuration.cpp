@@ -6,6 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -101,10 +102,26 @@ Result<Configuration *> find_or_map(const std::string &path) {
             return configuration.get();
     const auto record = map_record(file.number, path);
     if (!record) return record.error();
-    known.all.push_back(std::make_unique<Configuration>(
-        Configuration{path, status->st_dev, status->st_ino, *record,
-                      std::make_unique<LockFile>(configuration_directory() + LockName)}));
+    known.all.push_back(std::make_unique<Configuration>(Configuration{
+        path, status->st_dev, status->st_ino, *record, std::make_unique<LockFile>(configuration_directory() + LockName),
+        std::make_unique<SetStream>()}));
     return known.all.back().get();
+}
+
+std::int64_t coarse_nanoseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+}
+
+// The session's configuration; a missing one is looked for again from time to time.
+Configuration *known_configuration(JournalSession &session) {
+    if (session.configuration) return session.configuration;
+    const std::int64_t now = coarse_nanoseconds();
+    if (now < session.looked_until) return nullptr;
+    if (const auto mapped = map_configuration()) return session.configuration = *mapped;
+    session.looked_until = now + MissingConfigurationNanoseconds;
+    return nullptr;
 }
 
 std::string given_directory() {
@@ -137,6 +154,15 @@ Result<Configuration *> configuration_of(DP *dp) {
 Configuration *configuration_or_null(DP *dp) {
     const auto configuration = configuration_of(dp);
     return configuration ? *configuration : nullptr;
+}
+
+Configuration *journal_of_updates(DP *dp) {
+    auto &session = dp->state<JournalSession>();
+    if (session.stays_out) return nullptr;
+    Configuration *const configuration = known_configuration(session);
+    if (!configuration) return nullptr;
+    const std::uint32_t status = std::atomic_ref(configuration->record->status).load(std::memory_order_acquire);
+    return status == VELDA_LOGGER_INACTIVE ? nullptr : configuration;
 }
 
 }  // namespace velda::journal

@@ -10,6 +10,7 @@
 #include "runtime/base/result.h"
 #include "runtime/journal/change_lock.h"
 #include "runtime/journal/journal.h"
+#include "runtime/journal/set_stream.h"
 
 namespace velda::journal {
 
@@ -20,6 +21,7 @@ struct Configuration {
     ino_t inode = 0;
     VELDALoggerConfig *record = nullptr;
     std::unique_ptr<LockFile> lock_file;  // guards the record between processes
+    std::unique_ptr<SetStream> stream;    // the set that is being written
 };
 
 // The directory in which the configuration, the lock file and the first administration log lie.
@@ -28,18 +30,29 @@ std::string configuration_directory();
 // The configuration of the present environment, mapped at its first use.
 Result<Configuration *> map_configuration();
 
+// For how long a session believes that there is no configuration: who makes one waits that long before it is used.
+inline constexpr std::int64_t MissingConfigurationNanoseconds = 20'000'000;
+
 // What a session knows of the journal.
 struct JournalSession {
     ~JournalSession();
 
     Configuration *configuration = nullptr;
-    std::string error;  // of the last failed VediLoggerInit
+    std::string error;              // of the last failed VediLoggerInit
+    bool stays_out = false;         // its updates are not journalled
+    bool in_transaction = false;    // between the records of a transaction's start and end
+    std::int64_t looked_until = 0;  // when a configuration that was missing is looked for again, monotonic nanoseconds
+    std::int32_t port = 0;          // 0: not asked for yet
     HeldLock table_lock;
     HeldLock change_lock;
 };
 
 // The session's configuration, mapped if need be.
 Result<Configuration *> configuration_of(DP *dp);
+
+// The configuration when this session's updates are to be journalled: null while the journal is inactive, without one,
+// and for a session that stays out. Costs a few nanoseconds.
+Configuration *journal_of_updates(DP *dp);
 
 // The configuration if it is there; null without a journal. Errors count as none.
 Configuration *configuration_or_null(DP *dp);

@@ -67,6 +67,21 @@ VELDA_EXPORT int VediLoggerMisc(DP *dp, int code, ...);
 // severity and the entry, and not waited for. Never fails and leaves errno as it was.
 VELDA_EXPORT void VediLoggerError(DP *dp, int severity, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
+// While on, updates of this session are not journalled: they come out of this system's own journal.
+VELDA_EXPORT void velda_logger_set_replay(DP *dp, int on);
+
+// The records around the updates of a transaction, which its session makes one behind the other between start and end:
+// each carries the flag of a transaction. `text` (may be null) is kept in the records up to its first mark.
+// `update_bytes` is how much the updates will need at least, keys and records: when the set has no room for that the
+// start fails. One transaction of a process at a time is between start and end, others wait; so does a change of set.
+//
+// 0, also when the journal is inactive, or an error number; velda_logger_error has the message. After an error of the
+// start the session is in no transaction; an end or an abort leaves it whatever it returns. 1 when the session is, or is
+// not, in one.
+VELDA_EXPORT int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t update_bytes);
+VELDA_EXPORT int velda_logger_transaction_end(DP *dp, const VAR *text);
+VELDA_EXPORT int velda_logger_transaction_abort(DP *dp, const VAR *text);
+
 // Whether updates are journalled: 0 inactive, or no journal is configured here, 1 active, 2 suspended.
 VELDA_EXPORT int VediLoggerStatus(DP *dp);
 
@@ -74,8 +89,8 @@ VELDA_EXPORT int VediLoggerStatus(DP *dp);
 // directory. 0, or the error number.
 VELDA_EXPORT int velda_logger_make_directory(DP *dp);
 
-// What was wrong at this session's last failed VediLoggerInit, naming the file and the reason; "" before. Valid until
-// the next call.
+// What was wrong at this session's last failed call of this header, naming the thing and the reason; "" before. Valid
+// until the next call.
 VELDA_EXPORT const char *velda_logger_error(DP *dp);
 
 #ifdef __cplusplus

@@ -18,6 +18,7 @@
 #include "runtime/store/hashed_format.h"
 #include "runtime/store/page_walk.h"
 #include "runtime/store/path.h"
+#include "runtime/store/settings_text.h"
 
 namespace velda::store {
 namespace {
@@ -241,8 +242,9 @@ void Environment::close() {
     descriptor_ = -1;
 }
 
-Result<void> Environment::lay_out(const std::string &path, Durability durability, int permissions,
-                                  std::string_view settings) {
+Result<void> Environment::lay_out(const std::string &path, const FileSettings &file_settings) {
+    const int permissions = file_settings.permissions;
+    const std::string settings = settings_text(file_settings);
     MDB_env *lmdb = nullptr;
     int rc = mdb_env_create(&lmdb);
     if (rc) return lmdb_error(rc, "cannot make file", path);
@@ -263,7 +265,7 @@ Result<void> Environment::lay_out(const std::string &path, Durability durability
     Result<void> result;
     mdb_filehandle_t descriptor = -1;
     if (rc == 0) rc = mdb_env_get_fd(lmdb, &descriptor);
-    if (rc == 0) result = write_file_label(descriptor, durability, path);
+    if (rc == 0) result = write_file_label(descriptor, file_settings.durability, file_settings.journalled, path);
     if (rc == 0 && result && set_special_modes(descriptor, permissions) < 0) rc = errno;
     if (rc == 0 && result && fsync(descriptor) < 0) rc = errno;
     mdb_env_close(lmdb);

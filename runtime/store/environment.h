@@ -76,9 +76,8 @@ class Environment {
     // one file twice in a process.
     static Result<std::unique_ptr<Environment>> open(const std::string &path);
 
-    // Lays out a new, empty file at `path`, which is nobody's yet; `settings` becomes its first control record.
-    static Result<void> lay_out(const std::string &path, Durability durability, int permissions,
-                                std::string_view settings);
+    // Lays out a new, empty file at `path`, which is nobody's yet; the settings become its first control record.
+    static Result<void> lay_out(const std::string &path, const FileSettings &settings);
 
     // The last share is gone: syncs and cleans the mark of a lazy file, closes.
     ~Environment();
@@ -121,6 +120,10 @@ class Environment {
 
     // Closes, relabels and opens again. Error 16 when another process has the file open.
     Result<void> change_durability(Durability durability);
+
+    // Whether changes are journalled, as the last change of the settings by any process left it.
+    bool is_journalled() const { return !label_.is_mapped() || label_.is_journalled(); }
+    void set_journalled(bool journalled) { label_.set_journalled(journalled); }
 
     // A consistent copy of the file into `descriptor`, while others write.
     Result<void> copy_to(int descriptor);

@@ -3,7 +3,7 @@
 // LMDB keeps a meta block at the start of page 0 and never touches the rest of that page. What must be known before
 // LMDB may open the file stands there: that it is a database file at all, with which durability (all processes must
 // open it with the same flags), which lock file its users share, and whether a lazy file was in use when the machine
-// last stopped. The file's other settings are ordinary records of its control database.
+// last stopped. Whether it is journalled stands there too, since every update asks for it. The file's other settings are ordinary records of its control database.
 #pragma once
 
 #include <atomic>
@@ -25,10 +25,11 @@ struct FileLabel {
     std::uint32_t durability;  // 0 sync, 1 lazy
     std::uint64_t
         unclean_boot;  // 0: every update is on disk; else the boot in which updates may have been left unwritten
-    std::uint64_t lock_inode;  // the lock file that the present users share; meaningless when there are none
+    std::uint64_t lock_inode;      // the lock file that the present users share; meaningless when there are none
+    std::uint64_t not_journalled;  // 1: changes stay out of the journal
 };
-static_assert(sizeof(FileLabel) == 32 && offsetof(FileLabel, unclean_boot) == 16 &&
-              offsetof(FileLabel, lock_inode) == 24);
+static_assert(sizeof(FileLabel) == 40 && offsetof(FileLabel, unclean_boot) == 16 &&
+              offsetof(FileLabel, lock_inode) == 24 && offsetof(FileLabel, not_journalled) == 32);
 static_assert(LabelOffset >= sizeof(lmdb::MetaPage) && LabelOffset % 512 == 0,
               "clear of the meta block, inside one sector");
 
@@ -59,7 +60,7 @@ Result<FileHead> read_file_head(int descriptor, const std::string &path);
 bool has_file_label(int descriptor);
 
 // Writes a new label; the caller has the file to itself.
-Result<void> write_file_label(int descriptor, Durability durability, const std::string &path);
+Result<void> write_file_label(int descriptor, Durability durability, bool journalled, const std::string &path);
 
 // The label of an open file, mapped: the words that change while the file is open are read and written in place, each
 // by one atomic access.
@@ -78,6 +79,8 @@ class MappedLabel {
     void set_unclean_boot(std::uint64_t boot) { word(label_->unclean_boot).store(boot, std::memory_order_release); }
     std::uint64_t lock_inode() const { return word(label_->lock_inode).load(std::memory_order_acquire); }
     void set_lock_inode(std::uint64_t inode) { word(label_->lock_inode).store(inode, std::memory_order_release); }
+    bool is_journalled() const { return word(label_->not_journalled).load(std::memory_order_relaxed) == 0; }
+    void set_journalled(bool journalled) { word(label_->not_journalled).store(journalled ? 0 : 1); }
     void set_durability(Durability durability) { label_->durability = static_cast<std::uint32_t>(durability); }
 
   private:

@@ -10,7 +10,6 @@
 #include "runtime/store/file_turn.h"
 #include "runtime/store/hashed_file.h"
 #include "runtime/store/path.h"
-#include "runtime/store/settings_text.h"
 
 namespace velda::store {
 namespace {
@@ -52,8 +51,7 @@ bool HashedDriver::recognises(const std::string &path) {
 Result<void> HashedDriver::create(const std::string &path, const FileSettings &settings) {
     if (path_exists(path)) return system_error(EEXIST, "cannot make file", path);
     const TemporaryPath temporary(path);
-    auto laid_out =
-        Environment::lay_out(temporary.path(), settings.durability, settings.permissions, settings_text(settings));
+    auto laid_out = Environment::lay_out(temporary.path(), settings);
     if (!laid_out) return named(laid_out.error(), temporary.path(), path);
     return put_in_place(temporary.path(), path);
 }
@@ -85,7 +83,7 @@ Result<void> HashedDriver::copy(const std::string &from, const std::string &to) 
         ::open(temporary.path().c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, status.st_mode & 0777));
     if (target.number() < 0) return system_error(errno, "cannot make file", to);
     if (auto copied = (*source)->copy_to(target.number()); !copied) return copied;
-    if (auto labelled = write_file_label(target.number(), (*source)->durability(), to); !labelled) return labelled;
+    if (auto labelled = write_file_label(target.number(), (*source)->durability(), (*source)->is_journalled(), to); !labelled) return labelled;
     if (fsync(target.number()) < 0) return system_error(errno, "cannot make file", to);
     return put_in_place(temporary.path(), to);
 }

@@ -6,6 +6,7 @@
 #include "runtime/store/hashed_cursor.h"
 #include "runtime/store/hashed_format.h"
 #include "runtime/store/hashed_records.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/settings_text.h"
 
 #include <sys/stat.h>
@@ -32,6 +33,30 @@ Result<void> check_sizes(std::string_view key, std::size_t record_bytes, std::st
         return Error{EFBIG, "file '" + std::string(path) + "': a record of " + std::to_string(record_bytes) +
                                 " bytes is larger than " + std::to_string(MaxRecordBytes)};
     return {};
+}
+
+// Makes a change in the file's write turn and journals it there, before it is committed.
+template <class Change, class Journal>
+Result<void> HashedFile::change(std::size_t room_bytes, std::string_view failed, Change &&change, Journal &&journal) {
+    constexpr int Refused = -2;    // by the journal; beside LMDB's own results
+    std::size_t journalled_in = 0;  // number of the transaction
+    for (;;) {
+        if (environment_->is_journalled())
+            if (auto may_go = journal_wait(); !may_go) return may_go;
+        Result<void> journalled;
+        const int rc = environment_->update(room_bytes, [&](MDB_txn *transaction) {
+            if (const int unchanged = change(transaction)) return unchanged;
+            // Once more after a commit that found the map full, unless another change came in between.
+            const std::size_t number = mdb_txn_id(transaction);
+            if (environment_->is_journalled() && number != journalled_in) journalled = journal();
+            if (!journalled) return Refused;
+            journalled_in = number;
+            return 0;
+        });
+        if (rc == 0) return {};
+        if (rc != Refused) return failure(rc, failed);
+        if (journalled.error().number != JournalSuspended) return journalled;
+    }
 }
 
 Result<bool> HashedFile::read(std::string_view key, RecordBuffer &into, TransferMode) {
@@ -61,26 +86,37 @@ Result<bool> HashedFile::exists(std::string_view key) {
     return failure(rc, "cannot read from file");
 }
 
-Result<void> HashedFile::write(std::string_view key, std::string_view record, TransferMode) {
+Result<void> HashedFile::write(std::string_view key, std::string_view record, TransferMode mode) {
     if (auto sized = check_sizes(key, record.size(), path_); !sized) return sized;
-    const int rc = environment_->update(UpdateRoomBytes + key.size() + record.size(), [&](MDB_txn *transaction) {
-        return put_record(transaction, environment_->records(), key, record);
-    });
-    if (rc) return failure(rc, "cannot write to file");
-    return {};
+    const Update update{key, record};
+    return change(
+        UpdateRoomBytes + key.size() + record.size(), "cannot write to file",
+        [&](MDB_txn *transaction) { return put_record(transaction, environment_->records(), key, record); },
+        [&] {
+            return journal_updates(path_, {&update, 1}, mode);
+        });
 }
 
 Result<bool> HashedFile::remove(std::string_view key) {
     if (key.size() > MaxKeyBytes) return check_sizes(key, 0, path_).error();
-    const int rc = environment_->update(UpdateRoomBytes, [&](MDB_txn *transaction) {
-        return remove_record(transaction, environment_->records(), key);
-    });
-    if (rc == 0) return true;
-    if (rc == MDB_NOTFOUND) return false;
-    return failure(rc, "cannot delete from file");
+    const Update update{key, std::nullopt};
+    bool found = true;
+    const auto removed = change(
+        UpdateRoomBytes, "cannot delete from file",
+        [&](MDB_txn *transaction) {
+            const int rc = remove_record(transaction, environment_->records(), key);
+            found = rc != MDB_NOTFOUND;
+            return rc;
+        },
+        [&] {
+            return journal_updates(path_, {&update, 1}, TransferMode::Default);
+        });
+    if (!found) return false;
+    if (!removed) return removed.error();
+    return true;
 }
 
-Result<void> HashedFile::apply(const std::vector<Update> &updates, TransferMode) {
+Result<void> HashedFile::apply(const std::vector<Update> &updates, TransferMode mode) {
     if (updates.empty()) return {};
     std::size_t room_bytes = UpdateRoomBytes;
     for (const Update &update : updates) {
@@ -88,17 +124,17 @@ Result<void> HashedFile::apply(const std::vector<Update> &updates, TransferMode)
         if (auto sized = check_sizes(update.key, record_bytes, path_); !sized) return sized;
         room_bytes += update.key.size() + record_bytes;
     }
-    const int rc = environment_->update(
-        room_bytes, [&](MDB_txn *transaction) { return make_updates(transaction, environment_->records(), updates); });
-    if (rc) return failure(rc, "cannot write to file");
-    return {};
+    return change(
+        room_bytes, "cannot write to file",
+        [&](MDB_txn *transaction) { return make_updates(transaction, environment_->records(), updates); },
+        [&] { return journal_updates(path_, updates, mode); });
 }
 
 Result<void> HashedFile::clear() {
-    const int rc = environment_->update(
-        UpdateRoomBytes, [&](MDB_txn *transaction) { return mdb_drop(transaction, environment_->records(), 0); });
-    if (rc) return failure(rc, "cannot clear file");
-    return {};
+    return change(
+        UpdateRoomBytes, "cannot clear file",
+        [&](MDB_txn *transaction) { return mdb_drop(transaction, environment_->records(), 0); },
+        [&] { return journal_clear(path_); });
 }
 
 Result<std::unique_ptr<Cursor>> HashedFile::select(TransferMode) {
@@ -160,7 +196,9 @@ Result<FileSettings> HashedFile::settings() {
 
 Result<void> HashedFile::change_settings(const FileSettings &settings) {
     if (auto changed = environment_->change_durability(settings.durability); !changed) return changed;
-    return write_control(SettingsKey, settings_text(settings));
+    if (auto written = write_control(SettingsKey, settings_text(settings)); !written) return written;
+    environment_->set_journalled(settings.journalled);
+    return {};
 }
 
 Result<FileStatus> HashedFile::status() {

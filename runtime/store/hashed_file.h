@@ -38,6 +38,8 @@ class HashedFile : public OpenFile {
     Result<void> sync() override { return environment_->sync(); }
 
   private:
+    template <class Change, class Journal>
+    Result<void> change(std::size_t room_bytes, std::string_view failed, Change &&change, Journal &&journal);
     Result<std::optional<std::string>> read_control(std::string_view key);
     Result<void> write_control(std::string_view key, std::string_view block);
     Error failure(int rc, std::string_view what) const { return lmdb_error(rc, what, path_); }

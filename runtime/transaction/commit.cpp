@@ -4,6 +4,8 @@
 #include <map>
 #include <tuple>
 
+#include "runtime/store/journalling.h"
+
 namespace velda::transaction {
 namespace {
 
@@ -33,9 +35,11 @@ std::vector<Batch> batches_of(const HeldUpdates &held) {
 
 }  // namespace
 
-Result<void> make_updates(DP *, const HeldUpdates &held) {
-    for (const Batch &batch : batches_of(held))
+Result<void> make_updates(DP *dp, const HeldUpdates &held) {
+    for (const Batch &batch : batches_of(held)) {
+        const store::UpdateScope scope(dp, batch.journalled);
         if (auto applied = batch.file->apply(batch.updates, batch.mode); !applied) return applied;
+    }
     return {};
 }
 

@@ -2,10 +2,16 @@
 
 #include <cerrno>
 
+#include "runtime/store/journalling.h"
 #include "runtime/transaction/session_transaction.h"
 
 namespace velda::transaction {
 namespace {
+
+// Changes made through a block that says so stay out of the journal.
+bool is_journalled(store::ControlBlockContent &file) {
+    return !(store::block_of(file).flags & VEDI_FILE_NOT_JOURNALLED);
+}
 
 // What the session's transaction holds of a record, or null.
 const HeldUpdate *held_update(DP *dp, const store::ControlBlockContent &file, std::string_view key) {
@@ -37,7 +43,7 @@ Result<void> hold(DP *dp, store::ControlBlockContent &file, const store::Update 
     HeldUpdate held;
     if (update.record) held.record.emplace(*update.record);
     held.mode = mode;
-    held.journalled = !(block_of(file).flags & VEDI_FILE_NOT_JOURNALLED);
+    held.journalled = is_journalled(file);
     // The wait for the lock may have run a trap that ended the transaction.
     OpenTransaction *const open = open_transaction(dp);
     if (!open) return Error{ECANCELED, "the transaction was ended during a wait for the record's lock"};
@@ -66,11 +72,15 @@ Result<bool> record_exists(DP *dp, store::ControlBlockContent &file, std::string
 Result<void> write_record(DP *dp, store::ControlBlockContent &file, std::string_view key, std::string_view record,
                           store::TransferMode mode) {
     if (open_transaction(dp)) return hold(dp, file, {key, record}, mode);
+    const store::UpdateScope scope(dp, is_journalled(file));
     return file.file->write(key, record, mode);
 }
 
 Result<bool> remove_record(DP *dp, store::ControlBlockContent &file, std::string_view key) {
-    if (!open_transaction(dp)) return file.file->remove(key);
+    if (!open_transaction(dp)) {
+        const store::UpdateScope scope(dp, is_journalled(file));
+        return file.file->remove(key);
+    }
     if (auto locked = lock_for_update(dp, file.file->identity(), key); !locked) return locked.error();
     const auto exists = record_exists(dp, file, key);
     if (!exists || !*exists) return exists;
@@ -80,7 +90,10 @@ Result<bool> remove_record(DP *dp, store::ControlBlockContent &file, std::string
 
 Result<void> apply_updates(DP *dp, store::ControlBlockContent &file, const std::vector<store::Update> &updates,
                            store::TransferMode mode) {
-    if (!open_transaction(dp)) return file.file->apply(updates, mode);
+    if (!open_transaction(dp)) {
+        const store::UpdateScope scope(dp, is_journalled(file));
+        return file.file->apply(updates, mode);
+    }
     for (const store::Update &update : updates)
         if (auto held = hold(dp, file, update, mode); !held) return held;
     return {};
@@ -89,6 +102,7 @@ Result<void> apply_updates(DP *dp, store::ControlBlockContent &file, const std::
 Result<void> clear_file(DP *dp, store::ControlBlockContent &file) {
     if (open_transaction(dp))
         return Error{EBUSY, "file '" + std::string(file.file->path()) + "' cannot be cleared within a transaction"};
+    const store::UpdateScope scope(dp, is_journalled(file));
     return file.file->clear();
 }
 

@@ -1,0 +1,44 @@
+#include "runtime/journal/append_lock.h"
+
+#include <cerrno>
+
+#include "runtime/process/context.h"
+#include "runtime/store/boot_id.h"
+
+namespace velda::journal {
+
+namespace {
+
+void make_robust(pthread_mutex_t &mutex) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    pthread_mutex_init(&mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+}  // namespace
+
+int prepare_writer_state(DP *dp, Configuration &configuration) {
+    WriterState &state = writer_state(*configuration.record);
+    const std::uint64_t boot = store::current_boot();
+    if (state.boot.load(std::memory_order_acquire) == boot) return 0;
+    if (const int error = configuration.lock_file->take(LockByte::Writer, dp)) return error;
+    if (state.boot.load(std::memory_order_acquire) != boot) {
+        make_robust(state.append_lock);
+        state.boot.store(boot, std::memory_order_release);
+    }
+    configuration.lock_file->leave(LockByte::Writer);
+    return 0;
+}
+
+AppendLock::AppendLock(WriterState &state) : state_(state) {
+    if (pthread_mutex_lock(&state_.append_lock) != EOWNERDEAD) return;
+    pthread_mutex_consistent(&state_.append_lock);
+    inherited_ = true;
+}
+
+AppendLock::~AppendLock() { pthread_mutex_unlock(&state_.append_lock); }
+
+}  // namespace velda::journal

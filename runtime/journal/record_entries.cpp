@@ -1,0 +1,84 @@
+// Entries of the journal that append records which are no updates of a record.
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+
+#include "runtime/journal/journal.h"
+#include "runtime/journal/record_batch.h"
+#include "runtime/process/context.h"
+#include "runtime/store/journalling.h"
+#include "runtime/value/value.h"
+
+namespace velda::journal {
+
+namespace {
+
+// Readers tell the transactions of one process apart by nothing: one at a time.
+std::mutex &transaction_turn() {
+    static auto &turn = *new std::mutex;
+    return turn;
+}
+
+// A transaction's text stands where other records have their key, so it ends at a mark.
+std::string_view plain_text(const VAR *text) {
+    const std::string_view all = text ? text->view() : std::string_view();
+    const auto mark =
+        std::find_if(all.begin(), all.end(), [](char byte) { return static_cast<unsigned char>(byte) >= 0xFE; });
+    return all.substr(0, static_cast<std::size_t>(mark - all.begin()));
+}
+
+Result<void> append_transaction_record(DP *dp, RecordType type, const VAR *text) {
+    for (;;) {
+        Configuration *const configuration = journal_of_updates(dp);
+        if (!configuration) return {};
+        const store::UpdateScope scope(dp, true);
+        if (!dp->state<JournalSession>().in_transaction)
+            if (auto may_go = store::journal_wait(); !may_go) return may_go;
+        RecordBatch batch(dp, *configuration);
+        if (auto begun = batch.begin({}, plain_text(text)); !begun) return begun;
+        batch.add_long(dp->serial);
+        batch.add_bytes(std::string_view("\0", 1));
+        batch.add_long(0);
+        batch.end(type, {}, type == RecordType::TranStart ? 0 : FlushDevice);
+        auto appended = batch.append();
+        if (appended || appended.error().number != store::JournalSuspended) return appended;
+    }
+}
+
+int number_of(DP *dp, const Result<void> &result) {
+    if (result) return 0;
+    dp->state<JournalSession>().error = result.error().message;
+    return errno = result.error().number;
+}
+
+int end_transaction(DP *dp, RecordType type, const VAR *text) {
+    auto &session = dp->state<JournalSession>();
+    if (!session.in_transaction) return errno = EPERM;
+    const int error = number_of(dp, append_transaction_record(dp, type, text));
+    session.in_transaction = false;
+    transaction_turn().unlock();
+    return error;
+}
+
+}  // namespace
+}  // namespace velda::journal
+
+using namespace velda::journal;
+
+void velda_logger_set_replay(DP *dp, int on) { dp->state<JournalSession>().stays_out = on != 0; }
+
+int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t) {
+    auto &session = dp->state<JournalSession>();
+    if (session.in_transaction) return errno = EPERM;
+    transaction_turn().lock();
+    const int error = number_of(dp, append_transaction_record(dp, RecordType::TranStart, text));
+    if (error != 0)
+        transaction_turn().unlock();
+    else
+        session.in_transaction = true;
+    return error;
+}
+
+int velda_logger_transaction_end(DP *dp, const VAR *text) { return end_transaction(dp, RecordType::TranEnd, text); }
+
+int velda_logger_transaction_abort(DP *dp, const VAR *text) { return end_transaction(dp, RecordType::TranAbort, text); }

@@ -1,0 +1,247 @@
+#include "runtime/journal/set_stream.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "runtime/convert/convert.h"
+#include "runtime/journal/bus_error.h"
+#include "runtime/journal/log_format.h"
+
+namespace velda::journal {
+
+namespace {
+
+constexpr std::uint64_t LeastAllocatedRows = 16;   // 64 KiB of each file
+constexpr std::uint64_t MostAllocatedRows = 1024;  // at once
+constexpr std::uint64_t LeastReadyRows = 2;
+constexpr std::uint64_t MostReadyRows = 64;
+
+std::size_t header_bytes(std::uint64_t block) { return block == 0 ? FirstBlockData : BlockHeader::Bytes; }
+
+std::string path_of(const LogFileEntry &entry) { return {entry.path, strnlen(entry.path, sizeof entry.path)}; }
+
+// A set's file that is not there or not usable must not look like a missing record.
+Error set_file_error(int number, std::string_view what, const std::string &path) {
+    Error error = system_error(number, what, path);
+    if (number == ENOENT) error.number = EIO;
+    return error;
+}
+
+}  // namespace
+
+std::uint64_t stream_behind(std::uint64_t stream, std::uint64_t size) {
+    while (size > 0) {
+        const std::uint64_t block = stream / BlockBytes;
+        if (stream % BlockBytes == 0) stream += header_bytes(block);
+        const std::uint64_t left = (block + 1) * BlockBytes - stream;
+        if (size <= left) return stream + size;
+        size -= left;
+        stream += left;
+        // Whole blocks at once: a record may have a million of them.
+        constexpr std::uint64_t DataBytes = BlockBytes - BlockHeader::Bytes;
+        const std::uint64_t whole = (size - 1) / DataBytes;
+        stream += whole * BlockBytes;
+        size -= whole * DataBytes;
+    }
+    return stream;
+}
+
+// --- the files -----------------------------------------------------------------------------------------------------
+
+Result<void> SetStream::use(const LogSetInfo &set, const WrittenTo &written) {
+    if (count_ > 0 && time_first_ == written.time_first) return {};
+    forget();
+    catch_bus_errors();
+    if (auto opened = open_files(set, written); !opened) {
+        forget();
+        return opened;
+    }
+    time_first_ = written.time_first;
+    return {};
+}
+
+Result<void> SetStream::open_files(const LogSetInfo &set, const WrittenTo &written) {
+    int named = 0;
+    for (const LogFileEntry &entry : set.files) named += entry.path[0] != 0;
+    const std::uint64_t blocks = (written.stream + BlockBytes - 1) / BlockBytes;
+    for (const LogFileEntry &entry : set.files) {
+        if (entry.path[0] == 0) continue;
+        const bool is_begun = blocks > static_cast<std::uint64_t>(count_);
+        // It belongs to the stream at once, so that forget() closes it.
+        File &file = files_[count_++];
+        if (auto opened = open_file(file, entry, is_begun, count_ == 1); !opened) return opened;
+        if (!is_begun) continue;
+        char head[BlockHeader::Bytes];
+        if (pread(file.descriptor, head, sizeof head, 0) != static_cast<ssize_t>(sizeof head) ||
+            vgetlong64(head + BlockHeader::TimeFirst) != written.time_first)
+            return Error{EIO, "journal file '" + file.path + "' is not the one that its set was written to"};
+    }
+    if (named == 0) return Error{EIO, "the current set of the journal has no files"};
+    return {};
+}
+
+Result<void> SetStream::open_file(File &file, const LogFileEntry &entry, bool is_begun, bool is_first) {
+    file = File{};
+    file.path = path_of(entry);
+    file.max_size = entry.maxSize;
+    file.descriptor = open(file.path.c_str(), O_RDWR | O_CLOEXEC);
+    if (file.descriptor < 0) return set_file_error(errno, "cannot open journal file", file.path);
+    struct stat status;
+    if (fstat(file.descriptor, &status) < 0) return set_file_error(errno, "cannot open journal file", file.path);
+    if (!S_ISREG(status.st_mode)) return Error{EIO, "journal file '" + file.path + "' is not a plain file"};
+    if (is_begun && status.st_size < static_cast<off_t>(BlockBytes))
+        return Error{EIO, "journal file '" + file.path + "' was cut short"};
+    if (!is_first) return {};
+    void *const page = mmap(nullptr, BlockBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, 0);
+    if (page == MAP_FAILED) return set_file_error(errno, "cannot map journal file", file.path);
+    first_block_ = static_cast<char *>(page);
+    return {};
+}
+
+void SetStream::forget() {
+    for (int number = 0; number < count_; ++number) {
+        File &file = files_[number];
+        if (file.window) munmap(file.window, WindowRows * BlockBytes);
+        if (file.descriptor >= 0) close(file.descriptor);
+        file = File{};
+    }
+    if (first_block_) munmap(first_block_, BlockBytes);
+    first_block_ = nullptr;
+    count_ = 0;
+    time_first_ = 0;
+    rows_ = 0;
+}
+
+// --- room ----------------------------------------------------------------------------------------------------------
+
+Result<void> SetStream::make_room(const LogSetInfo &, WriterState &state, std::uint64_t end) {
+    const std::uint64_t rows = ((end + BlockBytes - 1) / BlockBytes + count_ - 1) / count_;
+    if (rows <= state.allocated_rows) {
+        rows_ = state.allocated_rows;
+        return {};
+    }
+    const std::uint64_t step = std::clamp(state.allocated_rows, LeastAllocatedRows, MostAllocatedRows);
+    for (const std::uint64_t wanted : {std::max(rows, state.allocated_rows + step), rows}) {
+        Result<void> allocated;
+        for (int number = 0; number < count_ && allocated; ++number)
+            allocated = allocate(files_[number], state.allocated_rows, wanted);
+        if (allocated) {
+            rows_ = state.allocated_rows = wanted;
+            return {};
+        }
+        if (wanted == rows) return allocated;
+    }
+    return {};
+}
+
+Result<void> SetStream::allocate(File &file, std::uint64_t rows_before, std::uint64_t rows) {
+    const auto begin = static_cast<off_t>(rows_before * BlockBytes), end = static_cast<off_t>(rows * BlockBytes);
+    if (file.max_size > 0 && end > file.max_size)
+        return Error{ENOSPC, "journal file '" + file.path + "' is full: it may have " + std::to_string(file.max_size) +
+                                 " bytes; switch to another set"};
+    int failed;
+    do failed = posix_fallocate(file.descriptor, begin, end - begin);
+    while (failed == EINTR);
+    if (failed == 0) return {};
+    if (file.max_size < 1) (void)!ftruncate(file.descriptor, std::max<off_t>(begin, BlockBytes));
+    return set_file_error(failed, "cannot extend journal file", file.path);
+}
+
+// --- stores --------------------------------------------------------------------------------------------------------
+
+char *SetStream::block(std::uint64_t number) {
+    File &file = files_[number % count_];
+    const std::uint64_t row = number / count_;
+    if (!file.window || file.number != row / WindowRows) {
+        if (!map_window(file, row / WindowRows)) return nullptr;
+    }
+    const std::uint64_t row_of_window = row % WindowRows;
+    if (row_of_window >= file.ready_rows && !make_ready(file, row)) return nullptr;
+    return file.window + row_of_window * BlockBytes;
+}
+
+bool SetStream::map_window(File &file, std::uint64_t number) {
+    constexpr std::size_t Bytes = WindowRows * BlockBytes;
+    if (file.window) munmap(file.window, Bytes);
+    void *const window =
+        mmap(nullptr, Bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, static_cast<off_t>(number * Bytes));
+    file.window = window == MAP_FAILED ? nullptr : static_cast<char *>(window);
+    file.number = number;
+    file.ready_rows = 0;
+    if (!file.window) failed_ = &file;
+    return file.window != nullptr;
+}
+
+// Brings pages in before they are stored to, several at once, which costs less than a fault for each.
+bool SetStream::make_ready(File &file, std::uint64_t row) {
+    const std::uint64_t first = row % WindowRows;
+    const std::uint64_t left = std::min(WindowRows - first, rows_ - row);
+    file.step_rows = std::clamp(file.step_rows * 2, LeastReadyRows, MostReadyRows);
+    const std::uint64_t count = std::min(file.step_rows, left);
+    int result;
+    do result = madvise(file.window + first * BlockBytes, count * BlockBytes, MADV_POPULATE_WRITE);
+    while (result != 0 && errno == EINTR);
+    if (result != 0 && errno != EINVAL) {  // EINVAL: this kernel does not know it
+        failed_ = &file;
+        return false;
+    }
+    file.ready_rows = first + count;
+    return true;
+}
+
+int SetStream::begin_block(std::uint64_t number, char *at, const LogSetInfo &set) {
+    std::memset(at, 0, BlockBytes);  // an earlier use of the set may have left its records here
+    const std::string_view marker = number == 0 ? FirstBlockMarker : BlockMarker;
+    std::memcpy(at + BlockHeader::Marker, marker.data(), marker.size());
+    vputlong64(at + BlockHeader::TimeFirst, set.timeFirst);
+    if (number == 0) {
+        std::memcpy(at + FirstBlockSetInfo, &set, sizeof set);
+        return 0;
+    }
+    vputint32(at + BlockHeader::BlockNumber, static_cast<std::int32_t>(number));
+    vputint32(at + BlockHeader::BlockSize, static_cast<std::int32_t>(BlockBytes));
+    return 0;
+}
+
+int SetStream::put(std::uint64_t &stream, std::string_view bytes, const LogSetInfo &set) {
+    while (!bytes.empty()) {
+        const std::uint64_t number = stream / BlockBytes;
+        char *const at = block(number);
+        if (!at) return errno;
+        if (stream % BlockBytes == 0) {
+            begin_block(number, at, set);
+            stream += header_bytes(number);
+        }
+        const std::size_t in_block = stream % BlockBytes;
+        const std::size_t part = std::min(bytes.size(), BlockBytes - in_block);
+        std::memcpy(at + in_block, bytes.data(), part);
+        stream += part;
+        bytes.remove_prefix(part);
+    }
+    return 0;
+}
+
+void SetStream::show(const LogSetInfo &set) {
+    char *const copy = first_block_ + FirstBlockSetInfo;
+    constexpr std::size_t Begin = offsetof(LogSetInfo, timeLast), End = offsetof(LogSetInfo, archivedTime);
+    std::memcpy(copy + Begin, reinterpret_cast<const char *>(&set) + Begin, End - Begin);
+}
+
+Error SetStream::failure(int number) const {
+    return set_file_error(number, "cannot write to journal file", failed_ ? failed_->path : files_[0].path);
+}
+
+int SetStream::sync() const {
+    int first_error = 0;
+    for (int number = 0; number < count_; ++number)
+        if (fdatasync(files_[number].descriptor) != 0 && first_error == 0) first_error = errno;
+    return first_error;
+}
+
+}  // namespace velda::journal

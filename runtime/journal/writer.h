@@ -1,0 +1,33 @@
+// writer.h - appending records to the set that is being written. Private to the folder.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "runtime/base/result.h"
+#include "runtime/journal/configuration.h"
+#include "runtime/journal/log_format.h"
+
+namespace velda::journal {
+
+// A record, but for what its place in the set decides. `body` is everything between header and trailer less the data,
+// which a large record keeps where it is.
+struct NewRecord {
+    RecordType type;
+    std::uint8_t flags = 0;
+    bool is_encrypted = false;
+    std::uint32_t strings_size = 0;
+    std::string_view body;
+    std::string_view data;
+};
+
+// Whether an append has to respect the suspended status.
+enum class Hold { WhileSuspended, Never };
+
+// Appends the records one behind the other, all or none, in the name of the session. Error store::JournalSuspended when
+// the journal is suspended. Nothing is appended, and that is no error, when it has become inactive.
+Result<void> append_records(DP *dp, Configuration &configuration, std::span<const NewRecord> records, Hold hold);
+
+}  // namespace velda::journal
