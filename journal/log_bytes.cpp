@@ -66,9 +66,11 @@ int check_right(DP *dp, LoggerContext &context) {
     return NotReadable;
 }
 
-// Positions come from keys and from damaged headers: one that no block has is no position.
+// Positions come from keys: one that no file has is no position.
 bool is_in_set(const LoggerContext &context, const LogPosition &position) {
-    return position.file >= 0 && position.file < context.openFileCount && position.offset >= 0;
+    constexpr int64_t LargestOffset = int64_t{1} << 60;
+    return position.file >= 0 && position.file < context.openFileCount && position.offset >= 0 &&
+           position.offset < LargestOffset;
 }
 
 int read_block(DP *dp, LoggerContext &context, const LogPosition &position) {
@@ -97,7 +99,6 @@ int check_block(const LoggerContext &context) {
 }
 
 int load_block(DP *dp, LoggerContext &context, const LogPosition &position, bool is_new) {
-    if (!is_in_set(context, position)) return VELDA_LOGGER_DAMAGED;
     if (is_new || !is_held(context, position))
         if (const int error = read_block(dp, context, position)) return error;
     return check_block(context);
@@ -143,11 +144,11 @@ int LoggerReadBytes(DP *dp, int32_t *file, int32_t set, int64_t *offset, unsigne
 }
 
 int begin_reading(DP *dp, LoggerContext &context, int32_t set) {
-    const uint32_t block_size = context.config->blockSize;
-    if (block_size < SmallestLogBlock || block_size > LargestLogBlock) return EINVAL;
     // Another use of the set may have other files.
     if (context.openSet != set || context.openSetTime != logger_set(*context.config, set).timeFirst)
         if (const int error = open_set(dp, context, set)) return error;
+    const uint32_t block_size = context.config->blockSize;
+    if (block_size < SmallestLogBlock || block_size > LargestLogBlock) return EINVAL;
     return check_right(dp, context);
 }
 
@@ -156,7 +157,8 @@ int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned c
     LogPosition at = position;
     while (count > 0) {
         const bool is_new = at.offset % block_size == 0;
-        if (is_new) at = at_data(at, context.openFileCount, block_size);
+        if (is_new && is_in_set(context, at)) at = at_data(at, context.openFileCount, block_size);
+        if (!is_in_set(context, at)) return VELDA_LOGGER_DAMAGED;
         if (const int error = load_block(dp, context, at, is_new)) return error;
         const int64_t in_block = at.offset % block_size;
         const int64_t part = std::min(count, block_size - in_block);

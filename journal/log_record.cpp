@@ -172,7 +172,8 @@ bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {
 }
 
 bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t files, int64_t block_size) {
-    return at_data({header.file, header.offset}, files, block_size) == at_data({file, offset}, files, block_size);
+    return header.offset >= 0 &&
+           at_data({header.file, header.offset}, files, block_size) == at_data({file, offset}, files, block_size);
 }
 
 bool agrees_with_crc(const LogHeader &header, const unsigned char *record) {
