@@ -77,12 +77,13 @@ Step wait_for_input(const Reading &reading) {
 // The end of the set: to a later one, a wait, or the end of reading. Without an error and a record: another round.
 Step leave_set(const Reading &reading, bool &found_set) {
     LogSelect &select = reading.select;
-    select.setSwitched = 0;
     if ((select.flags & SelectEos) != 0 && (select.flags & SelectWait) == 0) return {nullptr, StopEndOfSet};
     if (reading.context.config->currentSet == 0) return {nullptr, StopEndOfSet};
     const std::int32_t set = later_set(reading);
     found_set = set != 0;
     if (!found_set) return wait_for_input(reading);
+    // Not before: while no later set is there, reading on behind the EOF record would find nothing but damage.
+    select.setSwitched = 0;
     select.set = set;
     select.setFirstTime = logger_set(*reading.context.config, set).timeFirst;
     select.file = 0;

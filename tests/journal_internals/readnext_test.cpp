@@ -37,6 +37,13 @@ class Readnext : public ReadingTest {
         return set;
     }
 
+    // The writer leaves the set, and logging is off.
+    void leave(SetBuilder &set) {
+        set.add(record_of(EofType));
+        publish(set);
+        config.currentSet = 0;
+    }
+
     // As keys_until_stop, with the callback.
     std::string keys(LogSelect &select) {
         std::string found;
@@ -211,7 +218,7 @@ TEST_F(Readnext, WaitingAtTheEndOfTheNewestSetNeverCountsAsAFailedRead) {
             set.add(keyed("late"));
             publish(set);
         }
-        if (waits == 40) config.currentSet = 0;
+        if (code == 3 && waits == 40) leave(set);
     };
     EXPECT_EQ(keys(*selection(1, SelectWait)), "1a 1b late stop 514");
     EXPECT_EQ(waits, 40);
@@ -219,11 +226,12 @@ TEST_F(Readnext, WaitingAtTheEndOfTheNewestSetNeverCountsAsAFailedRead) {
 }
 
 TEST_F(Readnext, AWaitCallsBackBeforeAndBehindEachSleep) {
-    publish(small_set(1, FirstTime, false));
+    SetBuilder set = small_set(1, FirstTime, false);
+    publish(set);
     std::string codes;
     at_event = [&](int code) {
         codes += std::to_string(code);
-        if (codes.size() == 4) config.currentSet = 0;
+        if (codes.size() == 4) leave(set);
     };
     keys(*selection(1, SelectWait));
     EXPECT_EQ(codes, "3434");
@@ -245,27 +253,29 @@ TEST_F(Readnext, AWaitEndsWhenTheTimeoutIsOver) {
 }
 
 TEST_F(Readnext, EachWaitHasTheWholeTimeout) {
-    publish(small_set(1, FirstTime, false));
+    SetBuilder set = small_set(1, FirstTime, false);
+    publish(set);
     auto select = selection(1, SelectWait);
     select->timeout = 1'000'000;
     select->waitStart = 1;  // of the wait before
-    at_event = [&](int) { config.currentSet = 0; };
+    at_event = [&](int code) {
+        if (code == 3) leave(set);
+    };
     EXPECT_EQ(keys(*select), "1a 1b stop 514");
 }
 
 TEST_F(Readnext, AWaitingReaderFollowsTheWriterIntoTheNextSet) {
-    SetBuilder one = small_set(1, FirstTime, false);
+    SetBuilder one = small_set(1, FirstTime, false), two = small_set(2, FirstTime + 100, false);
     publish(one);
     int waits = 0;
     at_event = [&](int code) {
         if (code != 3) return;
         if (++waits == 1) {
             one.add(keyed("last"));
-            one.add(record_of(EofType));
-            publish(one);
-            publish(small_set(2, FirstTime + 100, false));
+            leave(one);
+            publish(two);
         } else {
-            config.currentSet = 0;
+            leave(two);
         }
     };
     EXPECT_EQ(keys(*selection(1, SelectWait)), "1a 1b last 2a 2b stop 514");
@@ -324,6 +334,11 @@ TEST_F(Readnext, AtEveryMomentOfASwitchNothingIsLostOrReadTwice) {
             two.write();
             store(two);
         },
+        [&] {
+            two.add(record_of(EofType));
+            two.write();
+            store(two);
+        },
         [&] { config.currentSet = 0; },
     };
     std::size_t next = 0;
@@ -347,7 +362,9 @@ class Damage : public Readnext {
         torn.pid = pid;
         set.add(torn);
         set.add(keyed("c"));
-        publish(set);
+        set.add(record_of(EofType));
+        publish(set, false);
+        config.currentSet = 2;
     }
     // No process has this number: the kernel's are at most 2^22.
     static constexpr std::uint32_t NoProcess = 0x7FFFFFF0;
@@ -384,7 +401,7 @@ TEST_F(Damage, WithoutTheSkipFlagReadingIsTerminated) {
     logged();
     EXPECT_EQ(quiet_keys(*selection()), "a stop 2013");
     const std::string log = logged();
-    EXPECT_NE(log.find("Error reading file 0, set 1, offset 3764"), std::string::npos) << log;
+    EXPECT_NE(log.find("Error reading file 0, set 1, offset 3768"), std::string::npos) << log;
     EXPECT_NE(log.find("The process which started writing to the Transaction Journal (Pid 2147483632) has terminated "
                        "before completion"),
               std::string::npos)
@@ -433,7 +450,7 @@ TEST_F(Damage, ARecordThatIsWholeButBadIsPassedByItsSize) {
     auto select = selection();
     EXPECT_EQ(quiet_keys(*select), "a c stop 514");
     EXPECT_EQ(said, "");
-    EXPECT_EQ(select->recordsRead, 4);  // deliberately the bad record counts twice
+    EXPECT_EQ(select->recordsRead, 5);  // deliberately the bad record counts twice
 }
 
 TEST_F(Damage, TheCountOfSetOneDecidesWhicheverSetIsRead) {
@@ -443,7 +460,9 @@ TEST_F(Damage, TheCountOfSetOneDecidesWhicheverSetIsRead) {
     torn.is_complete = false;
     set.add(torn);
     set.add(keyed("c"));
-    publish(set);
+    set.add(record_of(EofType));
+    publish(set, false);
+    config.currentSet = 3;
     config.sets[0].recordCount = 0;
     EXPECT_EQ(quiet_keys(*selection(2)), "a c stop 514");
     EXPECT_NE(said.find("Log file skipped "), std::string::npos) << said;
