@@ -53,6 +53,10 @@ constexpr CommandEntry Entries[] = {
      "SET        another set than the current one\n"
      "--metrics  in the text format of Prometheus",
      journal_status},
+    {"vlogkill", "[--wait SECONDS] PID ...|all", "orders duplicators to stop",
+     "--wait  does not return before they have ended, or the seconds have passed\n"
+     "Exit code 1 when a process is no duplicator, or still runs after the wait.",
+     kill_duplicators},
 };
 
 }  // namespace

@@ -61,11 +61,62 @@ constexpr Column FileColumns[] = {
     {4, "Limit", "max_size", true},
 };
 
-constexpr Column DuplicatorColumns[] = {{1, "Process", "pid", true},          {3, "Port", "port", true},
-                                        {4, "Doing", "status", false},        {10, "Input", "input", false},
-                                        {12, "Read", "records_read", true},   {15, "Errors", "input_errors", true},
-                                        {20, "Output", "output", false},      {22, "Written", "records_written", true},
-                                        {25, "Errors", "output_errors", true}};
+// Attributes of a duplicator's row: those of its slot, and from 30 on how far it has got.
+enum DuplicatorAttribute {
+    Process = 1,
+    Started = 2,
+    Port = 3,
+    Doing = 4,
+    Input = 10,
+    RecordsRead = 12,
+    BytesRead = 14,
+    InputErrors = 15,
+    Output = 20,
+    RecordsWritten = 22,
+    BytesWritten = 24,
+    OutputErrors = 25,
+    LastTime = 30,
+    Rate = 31,
+    RecordsBehind = 32,
+    SecondsBehind = 33,
+    Milestone = 34,
+    MilestoneForPeople = 35
+};
+
+constexpr Column DuplicatorColumns[] = {{Process, "Process", "pid", true},
+                                        {Port, "Port", "port", true},
+                                        {Doing, "Doing", "status", false},
+                                        {Input, "Input", "input", false},
+                                        {RecordsRead, "Read", "records_read", true},
+                                        {BytesRead, "Bytes", "bytes_read", true},
+                                        {Rate, "A second", "records_per_second", true},
+                                        {InputErrors, "Errors", "input_errors", true},
+                                        {RecordsBehind, "Behind", "lag_records", true},
+                                        {SecondsBehind, "Seconds", "lag_seconds", true},
+                                        {Output, "Output", "output", false},
+                                        {RecordsWritten, "Written", "records_written", true},
+                                        {BytesWritten, "Bytes", "bytes_written", true},
+                                        {OutputErrors, "Errors", "output_errors", true},
+                                        {MilestoneForPeople, "Milestone", "milestone", false}};
+
+// The same for programs, with the times as numbers.
+constexpr Column DuplicatorMembers[] = {{Process, "", "pid", true},
+                                        {Started, "", "start_time", true},
+                                        {Port, "", "port", true},
+                                        {Doing, "", "status", false},
+                                        {Input, "", "input", false},
+                                        {RecordsRead, "", "records_read", true},
+                                        {BytesRead, "", "bytes_read", true},
+                                        {InputErrors, "", "input_errors", true},
+                                        {Output, "", "output", false},
+                                        {RecordsWritten, "", "records_written", true},
+                                        {BytesWritten, "", "bytes_written", true},
+                                        {OutputErrors, "", "output_errors", true},
+                                        {Rate, "", "records_per_second", true},
+                                        {LastTime, "", "last_time", true},
+                                        {RecordsBehind, "", "lag_records", true},
+                                        {SecondsBehind, "", "lag_seconds", true},
+                                        {Milestone, "", "milestone", true}};
 
 struct Reports {
     VAR status;
@@ -86,19 +137,6 @@ std::vector<VAR> rows_of(const VAR &report, int counted_attribute, std::initiali
     return rows;
 }
 
-Reports read_reports(DP *dp, int set) {
-    Reports reports;
-    VELDALoggerGetStatus(&reports.status, dp, set);
-    if (text_at(reports.status, 1) == "-1")
-        fail("vlogstatus: " + text_at(reports.status, 2) + "\n" + velda_logger_error(dp));
-    reports.files = rows_of(reports.status, 3, {{3, 1}, {4, 2}, {5, 3}, {6, 4}});
-    VAR slots;
-    VELDALoggerStatusRead(dp, &slots);
-    reports.duplicators =
-        rows_of(slots, 1, {{1, 1}, {3, 3}, {4, 4}, {10, 10}, {12, 12}, {15, 15}, {20, 20}, {22, 22}, {25, 25}});
-    return reports;
-}
-
 std::string time_for_people(const std::string &seconds) {
     const std::time_t time = static_cast<std::time_t>(VAR(seconds).to_integer());
     if (time <= 0) return "never";
@@ -107,6 +145,49 @@ std::string time_for_people(const std::string &seconds) {
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts);
     return text;
+}
+
+// The row of the process in a report of all, or an empty one.
+VAR row_of_process(const std::vector<VAR> &rows, const VAR &process) {
+    const auto found = std::find_if(rows.begin(), rows.end(), [&](const VAR &row) { return row(1) == process; });
+    return found == rows.end() ? VAR() : *found;
+}
+
+std::vector<VAR> read_duplicators(DP *dp) {
+    VAR slots, lags;
+    VELDALoggerStatusRead(dp, &slots);
+    velda_duplicator_lag(dp, &lags);
+    std::vector<VAR> duplicators = rows_of(slots, 1,
+                                           {{1, Process},
+                                            {2, Started},
+                                            {3, Port},
+                                            {4, Doing},
+                                            {10, Input},
+                                            {12, RecordsRead},
+                                            {14, BytesRead},
+                                            {15, InputErrors},
+                                            {20, Output},
+                                            {22, RecordsWritten},
+                                            {24, BytesWritten},
+                                            {25, OutputErrors}});
+    const std::vector<VAR> rows = rows_of(lags, 1, {{1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 5}, {6, 6}});
+    for (VAR &duplicator : duplicators) {
+        const VAR lag = row_of_process(rows, VAR(duplicator(Process)));
+        constexpr int Places[] = {0, 0, LastTime, Rate, RecordsBehind, SecondsBehind, Milestone};
+        for (int attribute = 2; attribute <= 6; ++attribute) duplicator(Places[attribute]) = VAR(lag(attribute));
+        if (!VAR(lag(6)).empty()) duplicator(MilestoneForPeople) = time_for_people(VAR(lag(6)).str());
+    }
+    return duplicators;
+}
+
+Reports read_reports(DP *dp, int set) {
+    Reports reports;
+    VELDALoggerGetStatus(&reports.status, dp, set);
+    if (text_at(reports.status, 1) == "-1")
+        fail("vlogstatus: " + text_at(reports.status, 2) + "\n" + velda_logger_error(dp));
+    reports.files = rows_of(reports.status, 3, {{3, 1}, {4, 2}, {5, 3}, {6, 4}});
+    reports.duplicators = read_duplicators(dp);
+    return reports;
 }
 
 std::string status_word(const std::string &number) {
@@ -147,7 +228,7 @@ std::string report_as_json(const Reports &reports) {
                 (is_number ? value : json_string(field.kind == Kind::Status ? status_word(value) : value)) + ",\n ";
     }
     text += "\"files\": " + without_line_end(table_as_json(FileColumns, reports.files)) + ",\n ";
-    return text + "\"duplicators\": " + without_line_end(table_as_json(DuplicatorColumns, reports.duplicators)) + "}\n";
+    return text + "\"duplicators\": " + without_line_end(table_as_json(DuplicatorMembers, reports.duplicators)) + "}\n";
 }
 
 struct Metric {
@@ -179,15 +260,17 @@ constexpr std::pair<int, Metric> SetMetrics[] = {
 
 constexpr Metric PercentUsed = {"file_used_percent", "gauge", "How full a file of the set is."};
 constexpr std::pair<int, Metric> DuplicatorMetrics[] = {
-    {12, {"duplicator_records_read", "counter", "Records that a duplicator has read."}},
-    {22, {"duplicator_records_written", "counter", "Records that a duplicator has written."}},
+    {RecordsRead, {"duplicator_records_read", "counter", "Records that a duplicator has read."}},
+    {BytesRead, {"duplicator_bytes_read", "counter", "Bytes of records that a duplicator has read."}},
+    {RecordsWritten, {"duplicator_records_written", "counter", "Records that a duplicator has written."}},
+    {BytesWritten, {"duplicator_bytes_written", "counter", "Bytes of records that a duplicator has written."}},
+    {InputErrors, {"duplicator_input_errors", "counter", "Errors of a duplicator's input."}},
+    {OutputErrors, {"duplicator_output_errors", "counter", "Errors of a duplicator's output."}},
+    {RecordsBehind, {"duplicator_lag_records", "gauge", "Records of the journal that a duplicator has not read yet."}},
+    {SecondsBehind, {"duplicator_lag_seconds", "gauge", "Seconds that a duplicator is behind the journal."}},
+    {LastTime, {"duplicator_last_record_seconds", "gauge", "Time of the last record that a duplicator has read."}},
+    {Milestone, {"duplicator_milestone_seconds", "gauge", "Last milestone of a duplicator, come in or sent."}},
 };
-constexpr Metric Lag = {"duplicator_lag_records", "gauge", "Records of the set that a duplicator has not read yet."};
-
-std::string lag_of(const Reports &reports, const VAR &duplicator) {
-    const int64_t behind = VAR(reports.status(8)).to_integer() - VAR(duplicator(12)).to_integer();
-    return std::to_string(std::max<int64_t>(behind, 0));
-}
 
 std::string report_as_metrics(const Reports &reports) {
     std::string text;
@@ -198,12 +281,11 @@ std::string report_as_metrics(const Reports &reports) {
         if (!text_at(file, 2).empty()) text += sample(PercentUsed, "file", text_at(file, 1), text_at(file, 2));
     for (const auto &[attribute, metric] : DuplicatorMetrics) {
         text += metric_head(metric);
-        for (const VAR &duplicator : reports.duplicators)
-            text += sample(metric, "pid", text_at(duplicator, 1), text_at(duplicator, attribute));
+        for (const VAR &duplicator : reports.duplicators) {
+            const std::string value = text_at(duplicator, attribute);
+            if (!value.empty()) text += sample(metric, "pid", text_at(duplicator, Process), value);
+        }
     }
-    text += metric_head(Lag);
-    for (const VAR &duplicator : reports.duplicators)
-        text += sample(Lag, "pid", text_at(duplicator, 1), lag_of(reports, duplicator));
     return text;
 }
 

@@ -71,6 +71,12 @@ VELDA_EXPORT int VELDALoggerStatusDelete(DP *dp);
 // How many slots belong to duplicators that write to the database.
 VELDA_EXPORT int VELDALoggerStatusCountDatabase(DP *dp);
 
+// How far they have got: one value for each slot in use, in the same order but without a clearing: 1 process, 2 stamp of
+// the last record read, 3 records read a second since the start; where the journal's own sets are read, 4 records and 5
+// seconds (between stamps) that it is behind them; 6 the last milestone, come to a sender or sent by a receiver. What is
+// not known is "". 0.
+VELDA_EXPORT int velda_duplicator_lag(DP *dp, VAR *result);
+
 // --- administration ------------------------------------------------------------------------------------------------
 
 // Switches journalling off (0), on (1), or suspends it (2): writers then wait. Needs a current set, and for 1 one whose

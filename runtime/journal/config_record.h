@@ -61,7 +61,13 @@ typedef struct DupStatusSlot {
     char statusText[48];
     uint32_t killerPid;  // process that asked it to stop; 0: none
     uint32_t killerPort;
-    unsigned char reserved76[36];
+    uint32_t reserved76;
+    // How far the input has been read, for those who watch; no part of the reports.
+    int64_t lastTime;        // stamp of the last record read; 0: none yet
+    int64_t milestone;       // what a receiver has told its sender last, at either end; 0: nothing yet
+    uint32_t inputSet;       // a log set: which one is read; 0: none yet
+    uint32_t reserved100;
+    int64_t inputSetRecords; // and how many of its records were taken
     char inputSpec[256];
     uint32_t inputDevice;
     uint32_t inputFlags;
@@ -154,6 +160,10 @@ VELDA_PROVE(DupStatusSlot, port, 16);
 VELDA_PROVE(DupStatusSlot, statusText, 20);
 VELDA_PROVE(DupStatusSlot, killerPid, 68);
 VELDA_PROVE(DupStatusSlot, killerPort, 72);
+VELDA_PROVE(DupStatusSlot, lastTime, 80);
+VELDA_PROVE(DupStatusSlot, milestone, 88);
+VELDA_PROVE(DupStatusSlot, inputSet, 96);
+VELDA_PROVE(DupStatusSlot, inputSetRecords, 104);
 VELDA_PROVE(DupStatusSlot, inputSpec, 112);
 VELDA_PROVE(DupStatusSlot, inputDevice, 368);
 VELDA_PROVE(DupStatusSlot, inputFlags, 372);

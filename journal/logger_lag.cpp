@@ -1,0 +1,70 @@
+// How far the running duplicators have got, and how far behind the journal those are that read it.
+#include <algorithm>
+#include <atomic>
+#include <cinttypes>
+
+#include "journal/journal.h"
+#include "journal/log_select.h"
+#include "journal/logger_context.h"
+
+namespace velda::journal {
+
+namespace {
+
+// The slot belongs to another process, which stores each number at once.
+template <class Number>
+Number now(const Number &field) {
+    return std::atomic_ref<Number>(const_cast<Number &>(field)).load(std::memory_order_relaxed);
+}
+
+bool reads_log_set(const DupStatusSlot &slot) { return slot.inputDevice == LogSetDevice && now(slot.inputSet) != 0; }
+
+// Records that the journal holds behind the last one read: the rest of that set, and all of the later sets.
+std::int64_t records_behind(const VELDALoggerConfig &config, const DupStatusSlot &slot) {
+    const LogSetInfo &held = logger_set(config, now(slot.inputSet));
+    std::int64_t records = std::max<std::int64_t>(now(held.recordCount) - now(slot.inputSetRecords), 0);
+    for (const LogSetInfo &set : config.sets)
+        if (set.timeFirst > held.timeFirst) records += now(set.recordCount);
+    return records;
+}
+
+std::int64_t seconds_behind(const VELDALoggerConfig &config, const DupStatusSlot &slot, std::int64_t records) {
+    if (records == 0) return 0;
+    std::int64_t newest = 0;
+    for (const LogSetInfo &set : config.sets) newest = std::max(newest, now(set.timeLast));
+    return std::max<std::int64_t>(
+        newest - std::max(now(slot.lastTime), logger_set(config, now(slot.inputSet)).timeFirst), 0);
+}
+
+double records_a_second(const DupStatusSlot &slot) {
+    const std::int64_t seconds = present_time() - static_cast<std::int64_t>(slot.startTime);
+    return static_cast<double>(now(slot.inputRecords)) / static_cast<double>(std::max<std::int64_t>(seconds, 1));
+}
+
+}  // namespace
+}  // namespace velda::journal
+
+using namespace velda::journal;
+
+int velda_duplicator_lag(DP *dp, VAR *result) {
+    LoggerContext &context = logger_context(dp);
+    result->clear();
+    if (!map_logger(dp, context)) return 0;
+    VediLoggerMisc(dp, VELDA_LOGGER_REFRESH);
+    int value = 0;
+    for (const DupStatusSlot &slot : context.config->dupSlots) {
+        if (slot.pid == 0) continue;
+        ++value;
+        LoggerStoreField(dp, result, 1, value, "%d", static_cast<int>(slot.pid));
+        if (const std::int64_t time = now(slot.lastTime)) LoggerStoreField(dp, result, 2, value, "%" PRId64, time);
+        LoggerStoreField(dp, result, 3, value, "%.1f", records_a_second(slot));
+        if (reads_log_set(slot)) {
+            const std::int64_t records = records_behind(*context.config, slot);
+            LoggerStoreField(dp, result, 4, value, "%" PRId64, records);
+            LoggerStoreField(dp, result, 5, value, "%" PRId64, seconds_behind(*context.config, slot, records));
+        }
+        if (const std::int64_t milestone = now(slot.milestone))
+            LoggerStoreField(dp, result, 6, value, "%" PRId64, milestone);
+    }
+    return 0;
+}
