@@ -85,18 +85,21 @@ void create_lock_file(DP *dp, const std::string &path) {
 }
 
 }  // namespace
+
+bool ensure_logger(DP *dp) {
+    LoggerContext &context = logger_context(dp);
+    if (map_logger(dp, context)) return true;
+    if (errno != ENOENT) return false;
+    create_configuration(dp, logger_path(dp, "vediLoggerConfig"), logger_path(dp, "vediLoggerAdminLog"));
+    create_lock_file(dp, logger_path(dp, "vediLoggerTransLock"));
+    return map_logger(dp, context);
+}
+
 }  // namespace velda::journal
 
 using namespace velda::journal;
 
 int VELDALoggerGetDefinition(DP *dp) {
-    LoggerContext &context = logger_context(dp);
-    if (map_logger(dp, context)) return 0;
-    if (errno == ENOENT) {
-        create_configuration(dp, logger_path(dp, "vediLoggerConfig"), logger_path(dp, "vediLoggerAdminLog"));
-        create_lock_file(dp, logger_path(dp, "vediLoggerTransLock"));
-        map_logger(dp, context);
-    }
-    if (context.config == VELDA_LOGGER_NOT_MAPPED && !VELDAgetenv(dp, "MULTIAPP")) refuse_to_run(dp);
+    if (!ensure_logger(dp) && !VELDAgetenv(dp, "MULTIAPP")) refuse_to_run(dp);
     return 0;
 }

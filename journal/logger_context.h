@@ -35,6 +35,9 @@ LoggerContext &logger_context(DP *dp);
 // Maps the configuration if it is not mapped yet. False, with errno set, when that cannot be done.
 bool map_logger(DP *dp, LoggerContext &context);
 
+// The same, and makes the configuration when there is none. Ends the command when its lock file cannot be made.
+bool ensure_logger(DP *dp);
+
 // The one way that changes reach the file: stamps the record with user, time and port, and writes it to disk.
 void LoggerSaveConfig(DP *dp);
 
