@@ -36,9 +36,10 @@ void kill_process(DP *dp, const Words &words);
 void remove_paths(DP *dp, const Words &words);
 void move_path(DP *dp, const Words &words);
 
-// vlogadmin.cpp, vlogstatus.cpp, vlogkill.cpp
+// vlogadmin.cpp, vlogstatus.cpp, vlogdup.cpp, vlogkill.cpp
 void journal_admin(DP *dp, const Words &words);
 void journal_status(DP *dp, const Words &words);
+void duplicate(DP *dp, const Words &words);
 void kill_duplicators(DP *dp, const Words &words);
 
 }  // namespace velda::commands

@@ -53,6 +53,9 @@ constexpr CommandEntry Entries[] = {
      "SET        another set than the current one\n"
      "--metrics  in the text format of Prometheus",
      journal_status},
+    {"vlogdup", "[OPTIONS] INPUT SPECIFICATION OUTPUT SPECIFICATION",
+     "copies journal records: from the journal, a file, a terminal or a socket to the database and elsewhere", "",
+     duplicate, true},
     {"vlogkill", "[--wait SECONDS] PID ...|all", "orders duplicators to stop",
      "--wait  does not return before they have ended, or the seconds have passed\n"
      "Exit code 1 when a process is no duplicator, or still runs after the wait.",

@@ -1,4 +1,6 @@
 // How far the running duplicators have got, and how far behind the journal those are that read it.
+#include "journal/logger_lag.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cinttypes>
@@ -42,6 +44,13 @@ double records_a_second(const DupStatusSlot &slot) {
 }
 
 }  // namespace
+
+DuplicatorLag lag_of(const VELDALoggerConfig &config, const DupStatusSlot &slot) {
+    if (!reads_log_set(slot)) return {};
+    const std::int64_t records = records_behind(config, slot);
+    return {true, records, seconds_behind(config, slot, records)};
+}
+
 }  // namespace velda::journal
 
 using namespace velda::journal;
@@ -58,10 +67,9 @@ int velda_duplicator_lag(DP *dp, VAR *result) {
         LoggerStoreField(dp, result, 1, value, "%d", static_cast<int>(slot.pid));
         if (const std::int64_t time = now(slot.lastTime)) LoggerStoreField(dp, result, 2, value, "%" PRId64, time);
         LoggerStoreField(dp, result, 3, value, "%.1f", records_a_second(slot));
-        if (reads_log_set(slot)) {
-            const std::int64_t records = records_behind(*context.config, slot);
-            LoggerStoreField(dp, result, 4, value, "%" PRId64, records);
-            LoggerStoreField(dp, result, 5, value, "%" PRId64, seconds_behind(*context.config, slot, records));
+        if (const DuplicatorLag lag = lag_of(*context.config, slot); lag.is_known) {
+            LoggerStoreField(dp, result, 4, value, "%" PRId64, lag.records);
+            LoggerStoreField(dp, result, 5, value, "%" PRId64, lag.seconds);
         }
         if (const std::int64_t milestone = now(slot.milestone))
             LoggerStoreField(dp, result, 6, value, "%" PRId64, milestone);

@@ -55,7 +55,9 @@ void store_text(char (&field)[Size], const std::string &text) {
 }
 
 void open_log_file(DP *dp, DupContext &context, const std::string &name) {
-    context.logFile = std::fopen(name.c_str(), "w");
+    constexpr int AnyoneMayUse = 0666;
+    context.logFile =
+        VRunFileIOOpen(dp, name.c_str(), VELDA_OPEN_READ_WRITE | VELDA_OPEN_CREATE | VELDA_OPEN_TRUNCATE, AnyoneMayUse);
     if (!context.logFile)
         VELDAfprintf(dp, stderr, "%s: Error, the log file '%s' cannot be opened: %s\n", context.programName.c_str(),
                      name.c_str(), std::strerror(errno));
@@ -162,7 +164,7 @@ void tell_of_begin(DP *dp, const DupContext &context, const DupSpecifications &t
     warn_of_others(dp);
     context.useSelectList = VRunCountDefaultSel(dp) > 0;
     tell_of_begin(dp, context, *texts);
-    VediLoggerMisc(dp, VELDA_LOGGER_VIEW_IS_FRESH);
+    VediLoggerMisc(dp, LoggerFreshView);
     DupExit(dp, run_duplicator(dp));
     exit_command(ExitDone);
 }
@@ -184,7 +186,7 @@ int velda_dup_log(DP *dp, const VELDADupOptions *) {
     }
     if (!ensure_logger(dp)) {
         VELDAfprintf(dp, stderr, "Error number %d reading the logger configuration\n", errno);
-        exit_command(ExitNoJournal);
+        velda::exit_command(ExitNoJournal);
     }
     DupContext &context = start_dup_context(dp);
     context.programName = program;

@@ -21,9 +21,11 @@ VELDA_EXPORT int DupLog(DP *dp);
 
 // What a run does besides.
 typedef struct VELDADupOptions {
+    int skipped_words;          // words behind the command's name that are the caller's
     const char *json_progress;  // a file that gets a JSON object a line, each second and at the end; null: none
-    int terminal_progress;      // whether a line on the terminal shows how far it is
-    int dry_run;                // whether it only counts what it would do
+    int terminal_progress;  // whether a line on standard error, a terminal, shows how far the run is; not with -v, -V, -u
+    int dry_run;            // whether it only counts what it would do
+    int help;               // whether it only prints the verbose help, whatever the words are
 } VELDADupOptions;
 
 // The same with these. A null address is DupLog.

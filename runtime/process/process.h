@@ -244,6 +244,16 @@ VELDA_EXPORT void VLibESLEEP_VB(DP *dp, const VAR *seconds);
 VELDA_EXPORT int VLibESLEEP_II(DP *dp, int seconds);
 VELDA_EXPORT void VLibEMSLEEP_VB(DP *dp, const VAR *milliseconds);
 
+// A function that is called at a steady pace, while the session does something else.
+typedef struct VELDATicker VELDATicker;
+
+// Calls `tick` every so many milliseconds, at least 1, on a thread of its own that takes no signals. The function must
+// not use the session. Null and errno on failure.
+VELDA_EXPORT VELDATicker *velda_ticker_start(DP *dp, int milliseconds, void (*tick)(void *argument), void *argument);
+
+// Ends it and waits for a call that is under way. Null is left alone.
+VELDA_EXPORT void velda_ticker_stop(DP *dp, VELDATicker *ticker);
+
 #define VELDA_SYSTEM_LOG (-1)
 
 // Writes to a log. For the set VELDA_SYSTEM_LOG, the system's log `log/system.log` in the global directory: `size`
