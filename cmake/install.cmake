@@ -24,7 +24,8 @@ foreach(directory ${VELDA_RUNTIME_FAMILIES})
     endif()
 endforeach()
 list(APPEND VELDA_PUBLIC_HEADERS runtime/value/cell.h runtime/process/subroutine.h runtime/process/stop.h runtime/store/vedi.h
-     runtime/journal/config_record.h journal/journal.h journal/log_reading.h)
+     runtime/journal/config_record.h journal/journal.h journal/log_reading.h
+     journal/duplicator/dup_log.h)
 foreach(header ${VELDA_PUBLIC_HEADERS})
     cmake_path(GET header PARENT_PATH directory)
     install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${VELDA_INCLUDE_DIRECTORY}/${directory})

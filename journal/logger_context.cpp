@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <system_error>
 
 namespace velda::journal {
 
@@ -72,6 +73,8 @@ int named_files(const LogSetInfo &set) {
 }
 
 std::string command_name() { return system_number(1000)(1).str(); }
+
+std::string error_words(int error) { return std::generic_category().message(error); }
 
 int64_t present_time() { return static_cast<int64_t>(std::time(nullptr)); }
 

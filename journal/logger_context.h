@@ -59,6 +59,9 @@ int named_files(const LogSetInfo &set);
 // The name of the running command: the first word of its sentence.
 std::string command_name();
 
+// What an error number of the system means.
+std::string error_words(int error);
+
 // Seconds since 1970, UTC.
 int64_t present_time();
 

@@ -1,6 +1,7 @@
 // What is settled behind the last token of a specification: the times, the device, the summary, the connection.
 #include <cerrno>
 
+#include "journal/duplicator/duplicator.h"
 #include "journal/select_parser.h"
 
 namespace velda::journal {
@@ -45,7 +46,7 @@ bool SpecParser::complete_device() {
     if (static_cast<std::int32_t>(context_.config->blockSize) <= 0)
         context_.config->blockSize = VELDA_LOGGER_BLOCK_BYTES;
     show_summary(dp_, select_, is_output_, milestone_given_);
-    return true;
+    return select_.deviceType != Socket || is_trial_ || VELDASetupSocketIO(dp_, &select_, is_output_, 0) == 0;
 }
 
 bool SpecParser::complete_stream() {

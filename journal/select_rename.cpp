@@ -1,7 +1,7 @@
 // Renames of paths, from a token or from a file.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "journal/select_parser.h"
 
@@ -37,7 +37,7 @@ int LoggerReadRenameFile(DP *dp, LogSelect &select, const std::string &name) {
         error = LoggerAddRename(dp, select, line);
     }
     if (lines.error() == 0) return error;
-    LoggerSpecError(dp, "The file '%s' cannot be read: %s", name.c_str(), std::strerror(lines.error()));
+    LoggerSpecError(dp, "The file '%s' cannot be read: %s", name.c_str(), error_words(lines.error()).c_str());
     return lines.error();
 }
 

@@ -9,6 +9,8 @@
 #include <new>
 
 #include "journal/duplicator/dup_batch.h"
+#include "journal/duplicator/dup_dry_run.h"
+#include "journal/duplicator/dup_monitor.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
 
@@ -28,6 +30,11 @@ void free_context(DP *dp, void *block) {
     auto *const context = static_cast<DupContext *>(block);
     close_files(dp, *context);
     context->~DupContext();
+}
+
+template <class Number>
+void store(Number &field, Number value) {
+    std::atomic_ref<Number>(field).store(value, std::memory_order_relaxed);
 }
 
 // The slot's numbers have one writer: a plain load is the present value.
@@ -72,6 +79,16 @@ std::string set_status_text(DP *dp, std::string_view text) {
     VediLoggerMisc(dp, VELDA_LOGGER_PUBLISH);
     return before;
 }
+
+void publish_position(const DupContext &context) {
+    DupStatusSlot &slot = *context.slot;
+    store(slot.lastTime, context.lastTime);
+    if (context.input->deviceType != LogSetDevice) return;
+    store(slot.inputSetRecords, context.input->recordsRead);
+    store(slot.inputSet, static_cast<std::uint32_t>(context.input->set));
+}
+
+void publish_milestone(const DupContext &context, std::int64_t milestone) { store(context.slot->milestone, milestone); }
 
 void count_input(DP *dp, std::int64_t bytes) {
     DupStatusSlot &slot = *dup_context(dp).slot;

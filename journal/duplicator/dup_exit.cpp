@@ -2,6 +2,8 @@
 #include <cinttypes>
 
 #include "journal/duplicator/dup_batch.h"
+#include "journal/duplicator/dup_dry_run.h"
+#include "journal/duplicator/dup_monitor.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
 
@@ -70,6 +72,7 @@ void report_statistics(DP *dp, const DupContext &context, const RunTimes &times,
 void release_all(DP *dp, DupContext &context) {
     VELDALoggerSelectEnd(dp, &context.input);
     VELDALoggerSelectEnd(dp, &context.output);
+    context.monitor.reset();
     VELDALoggerStatusDelete(dp);
     context.slot = &context.unlistedSlot;
     VRunFileIOClose(dp, context.logFile);
@@ -92,8 +95,10 @@ void DupExit(DP *dp, int code) {
     const RunTimes times = times_of_run(dp, context);
     log_statistics(dp, context, times);
     if (context.input && context.output) report_open_transactions(dp, context);
-    if (context.output && (context.output->deviceType & StreamDevices))
+    if (context.output && !context.dryRun && (context.output->deviceType & StreamDevices))
         end_stream(dp, code != ExitKilled && code != ExitSignal);
+    if (context.monitor) context.monitor->finish(code);
+    if (context.dryRun && context.initialised) context.dryRun->print(dp);
     if (context.initialised) report_statistics(dp, context, times, code);
     release_all(dp, context);
     if (!context.staysAfterExit) exit_command(code);

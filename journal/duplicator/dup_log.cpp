@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "journal/duplicator/dup_dry_run.h"
+#include "journal/duplicator/dup_monitor.h"
 #include "journal/duplicator/dup_options.h"
 #include "journal/journal.h"
 #include "journal/select_parser.h"
@@ -35,10 +37,10 @@ class SlotChange {
     DP *dp_;
 };
 
-std::vector<std::string> words_of_command() {
+std::vector<std::string> words_of_command(int skipped_words) {
     const VAR sentence = system_number(1000);
     std::vector<std::string> words;
-    for (int n = 2; n <= dcount(sentence, AM); ++n) words.push_back(VAR(sentence(n)).str());
+    for (int n = 2 + skipped_words; n <= dcount(sentence, AM); ++n) words.push_back(VAR(sentence(n)).str());
     return words;
 }
 
@@ -60,7 +62,7 @@ void open_log_file(DP *dp, DupContext &context, const std::string &name) {
         VRunFileIOOpen(dp, name.c_str(), VELDA_OPEN_READ_WRITE | VELDA_OPEN_CREATE | VELDA_OPEN_TRUNCATE, AnyoneMayUse);
     if (!context.logFile)
         VELDAfprintf(dp, stderr, "%s: Error, the log file '%s' cannot be opened: %s\n", context.programName.c_str(),
-                     name.c_str(), std::strerror(errno));
+                     name.c_str(), error_words(errno).c_str());
 }
 
 void open_error_file(DP *dp, DupContext &context, const std::string &name) {
@@ -72,7 +74,7 @@ void open_error_file(DP *dp, DupContext &context, const std::string &name) {
         context.errorFile = std::move(cell);
     else
         VELDAfprintf(dp, stderr, "%s: Error, the error file '%s' cannot be opened: %s\n", context.programName.c_str(),
-                     name.c_str(), std::strerror(static_cast<int>(system_number(0).to_integer())));
+                     name.c_str(), error_words(static_cast<int>(system_number(0).to_integer())).c_str());
 }
 
 void take_options(DP *dp, DupContext &context, const DupOptions &options) {
@@ -82,7 +84,7 @@ void take_options(DP *dp, DupContext &context, const DupOptions &options) {
     context.exclusive = options.exclusive;
     context.future = options.future;
     if (!options.log_file.empty()) open_log_file(dp, context, options.log_file);
-    if (!options.error_file.empty()) open_error_file(dp, context, options.error_file);
+    if (!options.error_file.empty() && !context.dryRun) open_error_file(dp, context, options.error_file);
 }
 
 // False, with errno set, when there is no free slot.
@@ -91,6 +93,21 @@ bool take_slot(DP *dp, DupContext &context) {
     DupStatusSlot *const slot = VELDALoggerStatusAllocate(dp);
     if (slot) context.slot = slot;
     return slot != nullptr;
+}
+
+void start_monitor(DP *dp, DupContext &context, const VELDADupOptions &extra) {
+    const bool on_terminal = extra.terminal_progress && context.progressEvery == 0;
+    if (!extra.json_progress && !on_terminal) return;
+    context.monitor = RunMonitor::start(dp, context, extra.json_progress, on_terminal);
+    if (!context.monitor) DupExit(dp, ExitBadSpecification);
+}
+
+// Where a terminal is the output, the stream goes to standard output, which has to be there.
+void check_console(DP *dp, const LogSelect &output) {
+    constexpr int StandardOutput = 1;
+    if (output.deviceType != Tty || velda_write(dp, StandardOutput, "", 0) == 0) return;
+    VELDAfprintf(dp, stderr, "Cannot open CONOUT, error %d\n", errno);
+    DupExit(dp, ExitNoJournal);
 }
 
 // Parses one of the specifications; a failure ends the run.
@@ -152,16 +169,19 @@ void tell_of_begin(DP *dp, const DupContext &context, const DupSpecifications &t
                     texts.input.c_str(), texts.output.c_str());
 }
 
-[[noreturn]] void run(DP *dp, DupContext &context, const DupOptions &options) {
+[[noreturn]] void run(DP *dp, DupContext &context, const DupOptions &options, const VELDADupOptions &extra) {
+    if (extra.dry_run) context.dryRun = std::make_unique<DryRun>();
     take_options(dp, context, options);
     if (!take_slot(dp, context)) DupExit(dp, errno);
+    start_monitor(dp, context, extra);
     const auto texts = read_specifications(dp, context.programName, options.operands);
     if (!texts) DupExit(dp, ExitBadSpecification);
     set_status_text(dp, "Initialising");
     parse_input(dp, context, texts->input);
-    parse_output(dp, context, texts->output, false);
+    parse_output(dp, context, texts->output, extra.dry_run != 0);
     context.initialised = 1;
     warn_of_others(dp);
+    check_console(dp, *context.output);
     context.useSelectList = VRunCountDefaultSel(dp) > 0;
     tell_of_begin(dp, context, *texts);
     VediLoggerMisc(dp, LoggerFreshView);
@@ -176,9 +196,12 @@ using namespace velda::journal;
 
 int DupLog(DP *dp) { return velda_dup_log(dp, nullptr); }
 
-int velda_dup_log(DP *dp, const VELDADupOptions *) {
+int velda_dup_log(DP *dp, const VELDADupOptions *given) {
+    constexpr VELDADupOptions None = {};
+    const VELDADupOptions &extra = given ? *given : None;
     const std::string program = program_name();
-    const auto options = read_options(dp, program, words_of_command());
+    const auto options = extra.help ? DupOptions{.verbose_help = true}
+                                    : read_options(dp, program, words_of_command(extra.skipped_words));
     if (!options) return ExitBadSpecification;
     if (options->concise_help || options->verbose_help) {
         print_help(dp, program, options->verbose_help);
@@ -190,5 +213,5 @@ int velda_dup_log(DP *dp, const VELDADupOptions *) {
     }
     DupContext &context = start_dup_context(dp);
     context.programName = program;
-    run(dp, context, *options);
+    run(dp, context, *options, extra);
 }

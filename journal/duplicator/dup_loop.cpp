@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "journal/duplicator/dup_apply.h"
+#include "journal/duplicator/dup_dry_run.h"
 #include "journal/journal.h"
 
 namespace velda::journal {
@@ -51,6 +52,7 @@ void note_position(DupContext &context, const unsigned char *record) {
     context.lastOffset = vgetlong64(record + RecordHeader::Offset);
     context.lastTime = record_time(record);
     if (context.firstTime == 0) context.firstTime = context.lastTime;
+    publish_position(context);
 }
 
 // Whether the failed read ends the input; errno is then what the run ends with.
@@ -118,7 +120,9 @@ const unsigned char *DupReadRecord(DP *dp) {
 void DupDispatch(DP *dp, const unsigned char *record) {
     DupContext &context = dup_context(dp);
     if (context.future) show_progress(dp, record);
-    if (is_stream(*context.output))
+    if (context.dryRun)
+        context.dryRun->count(*context.output, record);
+    else if (is_stream(*context.output))
         write_to_stream(dp, record);
     else if (context.output->deviceType == Database)
         write_to_database(dp, context, record);

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <cstring>
 
 #include "journal/logger_lag.h"
 
@@ -89,7 +88,7 @@ std::unique_ptr<RunMonitor> RunMonitor::start(DP *dp, const DupContext &context,
             dp, json_file, VELDA_OPEN_READ_WRITE | VELDA_OPEN_CREATE | VELDA_OPEN_TRUNCATE, AnyoneMayRead);
         if (!monitor->json_file_) {
             VELDAfprintf(dp, stderr, "%s: Error, the progress file '%s' cannot be opened: %s\n",
-                         context.programName.c_str(), json_file, std::strerror(errno));
+                         context.programName.c_str(), json_file, error_words(errno).c_str());
             return nullptr;
         }
     }
@@ -111,7 +110,6 @@ void RunMonitor::finish(int exit_code) {
 }
 
 void RunMonitor::show(bool ended, int exit_code) {
-    const std::lock_guard lock(mutex_);
     RunState state = state_of(config_, slot_);
     const std::int64_t milliseconds = steady_milliseconds();
     const std::int64_t passed = std::max<std::int64_t>(milliseconds - milliseconds_before_, 1);
@@ -132,8 +130,8 @@ void RunMonitor::write_json(const std::string &line) {
     json_size_ += static_cast<std::int64_t>(written);
     if (error == 0) return;
     erase();
-    std::fprintf(stderr, "The progress file '%s' cannot be written: %s\n", VRunFileIOGetFullPath(dp_, json_file_),
-                 std::strerror(error));
+    VELDAfprintf(dp_, stderr, "The progress file '%s' cannot be written: %s\n", VRunFileIOGetFullPath(dp_, json_file_),
+                 error_words(error).c_str());
     VRunFileIOClose(dp_, json_file_);
     json_file_ = nullptr;
 }
@@ -142,8 +140,8 @@ void RunMonitor::draw(const std::string &line) {
     constexpr std::size_t Columns = 79;
     const std::string shown = line.substr(0, Columns);
     const std::size_t rest = drawn_columns_ > shown.size() ? drawn_columns_ - shown.size() : 0;
-    std::fprintf(stderr, "\r%s%s\r", shown.c_str(), std::string(rest, ' ').c_str());
-    std::fflush(stderr);
+    VELDAfprintf(dp_, stderr, "\r%s%s\r", shown.c_str(), std::string(rest, ' ').c_str());
+    VELDAfflush(dp_, stderr);
     drawn_columns_ = shown.size();
 }
 
@@ -152,10 +150,14 @@ void RunMonitor::erase() {
     draw("");
 }
 
-RunMonitor::Pause::Pause(RunMonitor *monitor) {
-    if (!monitor) return;
-    lock_ = std::unique_lock(monitor->mutex_);
-    monitor->erase();
+RunMonitor::Pause::Pause(RunMonitor *monitor) : monitor_(monitor) {
+    if (!monitor_) return;
+    velda_ticker_pause(monitor_->dp_, monitor_->ticker_);
+    monitor_->erase();
+}
+
+RunMonitor::Pause::~Pause() {
+    if (monitor_) velda_ticker_resume(monitor_->dp_, monitor_->ticker_);
 }
 
 }  // namespace velda::journal

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "journal/duplicator/duplicator.h"
@@ -28,9 +27,12 @@ class RunMonitor {
     class Pause {
       public:
         explicit Pause(RunMonitor *monitor);
+        ~Pause();
+        Pause(const Pause &) = delete;
+        Pause &operator=(const Pause &) = delete;
 
       private:
-        std::unique_lock<std::mutex> lock_;
+        RunMonitor *monitor_;
     };
 
   private:
@@ -52,7 +54,6 @@ class RunMonitor {
     std::size_t drawn_columns_ = 0;
     std::uint64_t records_before_ = 0;
     std::int64_t milliseconds_before_ = 0;
-    std::mutex mutex_;
     VELDATicker *ticker_ = nullptr;
 };
 

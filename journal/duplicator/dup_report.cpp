@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "journal/duplicator/dup_monitor.h"
 #include "journal/duplicator/duplicator.h"
 
 namespace velda::journal {
@@ -40,6 +41,7 @@ std::string report_line(const LogSelect *definition, Severity severity, const st
 }
 
 void write_line(DP *dp, DupContext &context, const std::string &line) {
+    const RunMonitor::Pause pause(context.monitor.get());
     VELDAfprintf(dp, stderr, "%s%s", context.starsPending ? "\n" : "", line.c_str());
     context.starsPending = 0;
     if (!context.logFile) return;

@@ -42,6 +42,8 @@ struct OpenFileMemo {
 };
 
 class UpdateBatch;
+class DryRun;
+class RunMonitor;
 
 // Codes of VediLoggerMisc that only replay uses.
 enum LoggerCode : int {
@@ -137,6 +139,9 @@ struct DupContext {
     OpenFileMemo memo;
     std::unique_ptr<UpdateBatch> batch;  // exclusive use: updates that wait to be applied together
 
+    std::unique_ptr<DryRun> dryRun;       // a run that only counts what it would do
+    std::unique_ptr<RunMonitor> monitor;  // shows the run each second
+
     DupContext();
     ~DupContext();
 };
@@ -181,6 +186,9 @@ std::string renamed_path(const LogSelect &output, std::string_view path);
 // Stores a status text and gives the one before. No lock: whoever reads the slot while it changes may see a mixture for
 // a moment, and nobody decides anything by it.
 std::string set_status_text(DP *dp, std::string_view text);
+// Stores how far the run has got: the position last read, and the milestone that came in or went out last.
+void publish_position(const DupContext &context);
+void publish_milestone(const DupContext &context, std::int64_t milestone);
 // Add records and their bytes to the counters of the slot.
 void count_input(DP *dp, std::int64_t bytes);
 void count_output(DP *dp, std::int64_t bytes, std::int64_t records = 1);

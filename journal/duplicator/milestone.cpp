@@ -80,6 +80,7 @@ void DupSendMilestone(DP *dp, DupContext &context, std::int64_t time) {
     if (velda_socket_ready(dp, input->fd, VELDA_SOCKET_OUTPUT))
         velda_socket_send(dp, input->fd, bytes, sizeof bytes);  // a receiver that is cut off learns that by reading
     context.lastMilestoneSent = now;
+    publish_milestone(context, time);
 }
 
 bool take_milestones(DP *dp, DupContext &context) {
@@ -98,6 +99,7 @@ bool take_milestones(DP *dp, DupContext &context) {
     }
     if (last != 0 && last >= context.firstTime && last <= context.lastTime && takes_milestones(context)) {
         context.ackTime = last;
+        publish_milestone(context, last);
         keep_milestone(dp, context, last);
     }
     return is_open;

@@ -251,6 +251,10 @@ typedef struct VELDATicker VELDATicker;
 // not use the session. Null and errno on failure.
 VELDA_EXPORT VELDATicker *velda_ticker_start(DP *dp, int milliseconds, void (*tick)(void *argument), void *argument);
 
+// Between the two no call is made or under way. Null is left alone.
+VELDA_EXPORT void velda_ticker_pause(DP *dp, VELDATicker *ticker);
+VELDA_EXPORT void velda_ticker_resume(DP *dp, VELDATicker *ticker);
+
 // Ends it and waits for a call that is under way. Null is left alone.
 VELDA_EXPORT void velda_ticker_stop(DP *dp, VELDATicker *ticker);
 

@@ -13,6 +13,7 @@
 
 struct VELDATicker {
     std::thread thread;
+    std::mutex ticking;  // held during a call
     std::mutex mutex;
     std::condition_variable wake;
     bool stopped = false;
@@ -26,7 +27,10 @@ void run(VELDATicker &ticker, int milliseconds, void (*tick)(void *), void *argu
     std::unique_lock lock(ticker.mutex);
     while (!ticker.wake.wait_until(lock, next, [&] { return ticker.stopped; })) {
         lock.unlock();
-        tick(argument);
+        {
+            const std::lock_guard during(ticker.ticking);
+            tick(argument);
+        }
         lock.lock();
         next = std::max(next + pace, std::chrono::steady_clock::now());
     }
@@ -65,6 +69,14 @@ VELDATicker *velda_ticker_start(DP *, int milliseconds, void (*tick)(void *argum
         return nullptr;
     }
     return ticker;
+}
+
+void velda_ticker_pause(DP *, VELDATicker *ticker) {
+    if (ticker) ticker->ticking.lock();
+}
+
+void velda_ticker_resume(DP *, VELDATicker *ticker) {
+    if (ticker) ticker->ticking.unlock();
 }
 
 void velda_ticker_stop(DP *, VELDATicker *ticker) {
