@@ -146,6 +146,15 @@ class RawFile {
         put(txn, key, record);
         check(mdb_txn_commit(txn));
     }
+    // One commit for each `batch` records, in the order given.
+    void put_in_batches(const std::vector<std::string> &keys, const std::string &record, std::size_t batch) {
+        for (std::size_t at = 0; at < keys.size();) {
+            MDB_txn *txn;
+            check(mdb_txn_begin(env, nullptr, 0, &txn));
+            for (const std::size_t end = std::min(keys.size(), at + batch); at < end; ++at) put(txn, keys[at], record);
+            check(mdb_txn_commit(txn));
+        }
+    }
     // Renew, get and one copy.
     void read(const std::string &key) {
         MDB_val k{key.size(), const_cast<char *>(key.data())}, d;

@@ -84,6 +84,21 @@ bool is_end_of_input(DP *dp, DupContext &context, std::uint32_t error) {
     return context.exiting;
 }
 
+// What comes from a log set is in this system's journal already: journalled again, it would feed a run that waits at the
+// end of the current set. What comes from elsewhere is journalled as any update is, so that this system can be a sender.
+class UpdatesFromJournal {
+  public:
+    UpdatesFromJournal(DP *dp, const LogSelect &input) : dp_(dp) {
+        velda_logger_set_replay(dp_, input.deviceType == LogSetDevice);
+    }
+    ~UpdatesFromJournal() { velda_logger_set_replay(dp_, 0); }
+    UpdatesFromJournal(const UpdatesFromJournal &) = delete;
+    UpdatesFromJournal &operator=(const UpdatesFromJournal &) = delete;
+
+  private:
+    DP *dp_;
+};
+
 bool is_stream(const LogSelect &output) { return output.deviceType & StreamDevices; }
 
 void write_to_stream(DP *dp, const unsigned char *record) {
@@ -134,6 +149,7 @@ void DupDispatch(DP *dp, const unsigned char *record) {
 
 int run_duplicator(DP *dp) {
     DupContext &context = dup_context(dp);
+    const UpdatesFromJournal updates(dp, *context.input);
     while (const unsigned char *const record = DupReadRecord(dp)) {
         const bool is_checkpoint = record_type(record) == RecordType::Checkpoint;
         if (is_checkpoint && record_time(record) == context.input->endTime) {

@@ -147,6 +147,7 @@ TEST_F(Transactions, AManyTimesInterleavedHistoryEndsAsAModelSays) {
     std::map<std::uint32_t, std::vector<std::pair<std::string, std::string>>> open;
     std::mt19937 random(20261121);
     SCOPED_TRACE("seed 20261121");
+    std::vector<BuiltRecord> history;
     for (int step = 0; step < 2000; ++step) {
         const std::uint32_t pid = 1 + random() % 25;
         const std::string key = std::to_string(random() % 40), data = std::to_string(step);
@@ -154,33 +155,34 @@ TEST_F(Transactions, AManyTimesInterleavedHistoryEndsAsAModelSays) {
         switch (random() % 6) {
             case 0:
                 if (!is_open) {
-                    apply_quietly({begin(pid)});
+                    history.push_back(begin(pid));
                     open[pid];
                 }
                 break;
             case 1:
                 if (is_open) {
-                    apply_quietly({end(pid)});
+                    history.push_back(end(pid));
                     for (const auto &[held_key, held_data] : open[pid]) model[held_key] = held_data;
                     open.erase(pid);
                 }
                 break;
             case 2:
                 if (is_open && random() % 3 == 0) {
-                    apply_quietly({abort(pid)});
+                    history.push_back(abort(pid));
                     open.erase(pid);
                 }
                 break;
             default:
                 if (is_open) {
-                    apply_quietly({inside(pid, write_record(file, key, data))});
+                    history.push_back(inside(pid, write_record(file, key, data)));
                     open[pid].emplace_back(key, data);
                 } else {
-                    apply_quietly({by(pid, write_record(file, key, data))});
+                    history.push_back(by(pid, write_record(file, key, data)));
                     model[key] = data;
                 }
         }
     }
+    apply_quietly(history);
     for (int number = 0; number < 40; ++number) {
         const std::string key = std::to_string(number);
         EXPECT_EQ(read(file, key), model.contains(key) ? model[key] : "(none)") << key;

@@ -1,0 +1,141 @@
+// replay_bench: journal records applied to the database, against LMDB used in the plainest way.
+//
+//   replay_bench [FILTER] [RECORDS]
+//
+// runs the rows whose name holds FILTER, over a log set of RECORDS records (1,000,000) of 200 bytes under random keys.
+#include <unistd.h>
+
+#include <fstream>
+#include <memory>
+
+#include "bench/raw_lmdb.h"
+#include "journal/duplicator/duplicator.h"
+#include "journal/journal.h"
+#include "runtime/store/driver.h"
+#include "tests/support/journal_builder.h"
+
+namespace velda::bench {
+namespace {
+
+// Rows a second of the peers on the machine for which the limits were set; they are not run here.
+constexpr double PostgresRedoRows = 180000, RedisLoadRows = 600000;
+constexpr std::int64_t SetTime = 1700000000;
+
+struct CommandBody {
+    const std::function<void()> &body;
+    static void run(DP *, void *argument) { static_cast<CommandBody *>(argument)->body(); }
+};
+
+void as_command(DP *dp, const std::function<void()> &body) {
+    CommandBody command{body};
+    if (const int code = velda_run(dp, "vlogdup", CommandBody::run, &command))
+        give_up("exit code " + std::to_string(code));
+}
+
+// A log set of WRITE records, in one file.
+class LogSet {
+  public:
+    LogSet(DP *dp, const std::string &path, const std::string &file, const std::vector<std::string> &keys)
+        : dp_(dp), set_({path}, SetTime) {
+        const std::string data(RecordBytes, 'w');
+        for (const std::string &key : keys) {
+            test::BuiltRecord record = test::write_record(file, key, data);
+            record.has_crc = false;
+            set_.add(record);
+        }
+        set_.write();
+        VELDALoggerGetDefinition(dp);
+        VELDALoggerConfig &config = *VediLoggerInit(dp, 1);
+        set_.configure(config);
+        config.currentSet = 1;
+    }
+
+    // One run from the set into the database.
+    void replay(bool exclusive) {
+        as_command(dp_, [&] {
+            journal::DupContext &context = journal::start_dup_context(dp_);
+            context.exclusive = exclusive;
+            context.input = VELDALoggerSelectStart(dp_, "set=1 terminate=eos", 0, nullptr);
+            context.output = VELDALoggerSelectStart(dp_, "set=database", 1, nullptr);
+            if (!context.input || !context.output) give_up("the run cannot begin");
+            const int code = journal::run_duplicator(dp_);
+            if (code == 0 && context.slot->outputRecords != static_cast<std::uint64_t>(set_.records()))
+                give_up("records are missing");
+            journal::DupExit(dp_, code);
+        });
+    }
+
+  private:
+    DP *const dp_;
+    test::SetBuilder set_;
+};
+
+void make_lazy_file(const std::string &path) {
+    if (auto made = store::create_file(path, "HL", {.durability = store::Durability::Lazy, .options = {}}); !made)
+        give_up(made.error().message);
+}
+
+void show_rate(const char *name, double rows_a_second, double limit) {
+    std::printf("%-48s %6.0f  limit %.0f  %s   (thousand rows a second)\n", name, rows_a_second / 1000, limit / 1000,
+                rows_a_second >= limit ? "ok" : "MISSED");
+}
+
+void bench_exclusive(const Run &run, DP *dp) {
+    if (!run.wanted("replay -x")) return;
+    const auto keys = random_keys(run.record_count, run.record_count);
+    const std::string file = run.path("replica");
+    LogSet set(dp, run.path("set"), file, keys);
+    const std::string record(RecordBytes, 'w');
+    std::unique_ptr<RawFile> raw;
+    int round = 0;
+    double seconds = 0;
+    std::vector<double> rates;
+    compare(
+        "replay -x, of raw LMDB in batches of 1,000", 0.60, keys.size(),
+        [&] { raw->put_in_batches(keys, record, 1000); },
+        [&] {
+            seconds = seconds_of([&] { set.replay(true); });
+            rates.push_back(static_cast<double>(keys.size()) / seconds);
+        },
+        3,
+        [&] {
+            raw.reset();
+            raw = std::make_unique<RawFile>(run.path("raw" + std::to_string(++round)), LazyFlags);
+            if (auto gone = store::destroy_file(file); !gone && gone.error().number != 2) give_up(gone.error().message);
+            make_lazy_file(file);
+        });
+    show_rate("replay -x, 1.5 times PostgreSQL 15's redo", median(rates), 1.5 * PostgresRedoRows);
+    show_rate("replay -x, wanted: Redis 7 loading a log of SETs", median(rates), RedisLoadRows);
+}
+
+void bench_shared(const Run &run, DP *dp) {
+    if (!run.wanted("replay lazy")) return;
+    constexpr std::size_t Among = 100000;
+    const auto keys = random_keys(std::min<std::size_t>(run.record_count, 100000), Among);
+    const std::string file = run.path("shared");
+    LogSet set(dp, run.path("set"), file, keys);
+    const std::string record(RecordBytes, 'w');
+    make_lazy_file(file);
+    set.replay(true);
+    RawFile raw(run.path("raw-shared"), LazyFlags);
+    raw.fill(Among);
+    compare(
+        "replay lazy, of raw LMDB committing each", 0.60, keys.size(),
+        [&] {
+            for (const auto &key : keys) raw.put_and_commit(key, record);
+        },
+        [&] { set.replay(false); });
+}
+
+}  // namespace
+}  // namespace velda::bench
+
+int main(int count, char **words) {
+    using namespace velda::bench;
+    const Run run(count, words);
+    setenv("VELDAGLOBALDIR", run.folder.c_str(), 1);
+    setenv("VBCRELEASEDIR", VELDA_SOURCE_DIR "/share", 1);
+    DP *const dp = velda_getdp();
+    bench_exclusive(run, dp);
+    bench_shared(run, dp);
+}
