@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <utility>
 
 namespace velda::journal {
 
@@ -58,9 +59,9 @@ UpdateBatch::Group *UpdateBatch::group_of(const FileUpdate &update) {
 
 void UpdateBatch::forget(const VediControlBlock *file) {
     if (!group_of_file_.contains(file)) return;
-    assert(empty());
-    groups_.clear();
-    group_of_file_.clear();
+    assert(empty() || applying_);  // a failure of the batch itself may end the run
+    is_stale_ = true;
+    if (!applying_) clear();
 }
 
 bool UpdateBatch::add(const FileUpdate &update) {
@@ -127,6 +128,7 @@ void UpdateBatch::apply_group(DP *dp, const Group &group) {
     }
     // Something in it cannot be: one by one in their order, so that each failure is told and all else is done.
     for (FileUpdate update : group.updates) {
+        if (dup_context(dp).exiting) return;
         update.file_name = group.file_name;
         apply_update(dp, update);
     }
@@ -137,7 +139,7 @@ void UpdateBatch::clear() {
     count_ = 0;
     applying_ = false;
     for (Group &group : groups_) group.updates.clear();
-    if (groups_.size() <= MostGroupsKept) return;
+    if (!std::exchange(is_stale_, false) && groups_.size() <= MostGroupsKept) return;
     groups_.clear();
     group_of_file_.clear();
 }
@@ -151,7 +153,7 @@ void UpdateBatch::apply(DP *dp) {
         ~Clearing() { batch.clear(); }
     } const clearing{*this};
     for (const Group &group : groups_)
-        if (!group.updates.empty()) apply_group(dp, group);
+        if (!group.updates.empty() && !dup_context(dp).exiting) apply_group(dp, group);
 }
 
 }  // namespace velda::journal

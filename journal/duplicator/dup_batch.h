@@ -73,6 +73,7 @@ class UpdateBatch {
     std::int64_t first_added_ = 0;  // milliseconds of the steady clock
     std::int64_t last_time_ = 0;
     bool applying_ = false;
+    bool is_stale_ = false;  // groups name a file that was closed
     std::vector<Group> groups_;
     std::unordered_map<const VediControlBlock *, std::size_t> group_of_file_;
     std::size_t last_group_ = 0;

@@ -156,7 +156,8 @@ TEST_F(Batch, ARunWithBatchesEndsAsOneWithout) {
     std::mt19937 random(47);
     SCOPED_TRACE("seed 47");
     std::vector<std::string> files;
-    for (int i = 0; i < 4; ++i) files.push_back(make_file("F" + std::to_string(i), i == 3 ? "UD" : "HL"));
+    for (int i = 0; i < 4; ++i)
+        files.push_back(make_file("F" + std::to_string(i), i == 3 ? "UD" : "HL", "DURABILITY=LAZY"));
     std::map<std::pair<std::string, std::string>, std::string> model;
     std::vector<BuiltRecord> records;
     for (int i = 0; i < 5000; ++i) {
@@ -170,7 +171,7 @@ TEST_F(Batch, ARunWithBatchesEndsAsOneWithout) {
             records.push_back(delete_record(file, key));
             model.erase({file, key});
         } else {
-            records.push_back(write_record(file, key, data));
+            records.push_back(write_record(file, key, data, VEDI_BINARY));
             model[{file, key}] = data;
         }
         if (random() % 500 == 0) {

@@ -40,7 +40,10 @@ class ReplayTest : public LoggerTest {
         context.input = &in_;
         context.output = &out_;
     }
-    ~ReplayTest() override { context.input = context.output = nullptr; }
+    ~ReplayTest() override {
+        VELDALoggerSelectEnd(dp, &context.input);
+        VELDALoggerSelectEnd(dp, &context.output);
+    }
 
     std::string path(const std::string &name) const { return system_ / name; }
 
@@ -143,7 +146,8 @@ class ReplayTest : public LoggerTest {
     }
 
     journal::DupContext &context;
-    LogSelect in_, out_;
+    // The run's own; its end frees them.
+    LogSelect &in_ = *new LogSelect, &out_ = *new LogSelect;
 
   private:
     std::int64_t time_ = 1000000;

@@ -142,7 +142,7 @@ TEST_F(Transactions, TheTableGrowsByTenEntriesAndReusesTheFreeOnes) {
 }
 
 TEST_F(Transactions, AManyTimesInterleavedHistoryEndsAsAModelSays) {
-    const std::string file = make_file("ORDERS");
+    const std::string file = make_file("ORDERS", "HL", "DURABILITY=LAZY");
     std::map<std::string, std::string> model;
     std::map<std::uint32_t, std::vector<std::pair<std::string, std::string>>> open;
     std::mt19937 random(20261121);
