@@ -161,8 +161,7 @@ std::string_view record_type_name(uint8_t type) {
 
 bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {
     if (context.recordBuffer && size <= context.recordCapacity) return true;
-    const int64_t wanted = context.recordBuffer ? size + context.config->blockSize
-                                                : std::max<int64_t>(context.config->blockSize, SmallestRecord);
+    const int64_t wanted = std::max<int64_t>(size + context.config->blockSize, SmallestRecord);
     if (wanted > INT32_MAX) return errno = ENOMEM, false;
     void *const grown = VELDArealloc(dp, context.recordBuffer, static_cast<size_t>(wanted), "vutil.logger", __LINE__);
     if (!grown) return errno = ENOMEM, false;

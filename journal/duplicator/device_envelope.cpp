@@ -2,13 +2,12 @@
 #include <algorithm>
 
 #include "journal/duplicator/device_stream.h"
+#include "journal/log_record.h"
 #include "runtime/vutil.h"
 
 namespace velda::journal {
 
 namespace {
-
-constexpr std::size_t SmallestRecordBytes = RecordHeader::Bytes + RecordTrailerBytes;
 
 std::uint32_t unsigned_at(const unsigned char *bytes) { return static_cast<std::uint32_t>(vgetint32(bytes)); }
 
@@ -22,19 +21,17 @@ std::string ciphered(DP *dp, VAR *(*cipher)(DP *, VAR *, const VAR *, const VAR 
 }
 
 bool is_record(std::string_view bytes) {
-    if (bytes.size() < SmallestRecordBytes) return false;
+    if (bytes.size() < RecordHeader::Bytes) return false;
     const auto *const record = reinterpret_cast<const unsigned char *>(bytes.data());
     return is_record_header(record) && unsigned_at(record + RecordHeader::RecordSize) == bytes.size();
 }
 
 }  // namespace
 
-bool is_record_header(const unsigned char *header) {
-    const std::string_view marker = marker_at(header);
-    if (marker != RecordMarker && marker != EncryptedMarker) return false;
-    const std::size_t size = unsigned_at(header + RecordHeader::RecordSize);
-    return size >= SmallestRecordBytes && size <= LargestRecordBytes &&
-           unsigned_at(header + RecordHeader::StringsSize) <= size - SmallestRecordBytes;
+bool is_record_header(const unsigned char *bytes) {
+    const LogHeader header(bytes);
+    return header.has_marker && has_possible_sizes(header) &&
+           static_cast<std::size_t>(header.record_size) <= LargestRecordBytes;
 }
 
 bool is_whole(const unsigned char *record, std::size_t size) {

@@ -7,6 +7,7 @@
 #include "journal/duplicator/device_stream.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
+#include "journal/log_record.h"
 
 namespace velda::journal {
 
@@ -145,19 +146,19 @@ class StreamReader {
 
     // The next whole record, also that of type 1, in the record buffer; null with errno.
     const unsigned char *next() {
+        context_.hasRecord = false;
         while (find_letter()) {
             const unsigned char *const found = position();
-            const bool has_header = is_record_header(found);
             if (const auto envelope = envelope_header(found)) {
                 if (!take_envelope(*envelope)) return nullptr;
-            } else if (has_header) {
+            } else if (is_record_header(found)) {
                 if (!take_record()) return nullptr;
             } else {
                 VELDAfprintf(reading_.dp, stderr, "Velda: TJ Search error -- continue searching\n");
                 select_.bufferPosition += 2;
                 continue;
             }
-            if (is_whole(context_.recordBuffer, size_)) return context_.recordBuffer;
+            if (is_finished()) return context_.recordBuffer;
         }
         return nullptr;
     }
@@ -209,21 +210,23 @@ class StreamReader {
     bool reserve(std::size_t needed) {
         const auto capacity = static_cast<std::size_t>(context_.recordCapacity);
         if (needed <= capacity) return true;
-        const std::size_t wanted = std::min(std::max(needed, capacity * 2), std::max(needed, LargestRecordBytes));
-        void *const grown = VELDArealloc(reading_.dp, context_.recordBuffer, wanted, "vutil.logger", __LINE__);
-        if (!grown) {
-            errno = ENOMEM;
-            return false;
-        }
-        context_.recordBuffer = static_cast<unsigned char *>(grown);
-        context_.recordCapacity = static_cast<std::int32_t>(wanted);
-        return true;
+        const std::size_t wanted = std::max(needed, std::min(capacity * 2, LargestRecordBytes));
+        return ensure_record_buffer(reading_.dp, context_, static_cast<std::int64_t>(wanted));
     }
     bool keep(const unsigned char *bytes, std::size_t size) {
         if (!reserve(size_ + size)) return false;
         std::memcpy(context_.recordBuffer + size_, bytes, size);
         size_ += size;
         return true;
+    }
+
+    // A record whose trailer differs was not finished when it was sent; one that does not agree with its checksum was
+    // changed on its way, and that is told.
+    bool is_finished() {
+        if (!is_whole(context_.recordBuffer, size_)) return false;
+        context_.hasRecord = agrees_with_crc(LogHeader(context_.recordBuffer), context_.recordBuffer);
+        if (!context_.hasRecord) reading_.complain("Error! A record of '%s' is damaged", device_name(select_).c_str());
+        return context_.hasRecord;
     }
 
     bool take_record() {

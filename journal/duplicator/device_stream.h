@@ -28,7 +28,7 @@ inline bool is_block_marker(const unsigned char *bytes) {
 }
 
 // Whether the 48 bytes of a record header are one: a marker, and sizes that agree with each other.
-bool is_record_header(const unsigned char *header);
+bool is_record_header(const unsigned char *bytes);
 // Whether header and trailer of a record have the same stamp.
 bool is_whole(const unsigned char *record, std::size_t size);
 
