@@ -177,7 +177,7 @@ const unsigned char *read_set(DP *dp, LoggerContext &context, LogSelect &select,
 }
 
 const unsigned char *read_any(DP *dp, LoggerContext &context, LogSelect &select, VELDALoggerCallback callback) {
-    if ((select.deviceType & StreamDevices) != 0) return read_stream(dp, &select, callback);
+    if ((select.deviceType & StreamDevices) != 0) return LoggerReadDevice(dp, &select, callback);
     if (select.deviceType == LogSetDevice) return read_set(dp, context, select, callback);
     errno = EINVAL;
     return nullptr;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <numeric>
 
+#include "journal/duplicator/duplicator.h"
 #include "journal/log_bytes.h"
 #include "journal/log_reading.h"
 #include "journal/log_select.h"
@@ -108,7 +109,7 @@ int read_fresh_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
 // A stream goes forward only.
 const unsigned char *find_in_stream(DP *dp, LogSelect *select, const Wanted &wanted, VELDALoggerCallback callback) {
     const unsigned char *record = nullptr;
-    do record = read_stream(dp, select, callback);
+    do record = LoggerReadDevice(dp, select, callback);
     while (record && !is_wanted(LogHeader(record), wanted));
     return record;
 }

@@ -52,9 +52,6 @@ bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t fi
 // Whether a whole record agrees with the checksum that it carries; one without a checksum does.
 bool agrees_with_crc(const LogHeader &header, const unsigned char *record);
 
-// The next record of a stream from a device, null with errno at its end.
-const unsigned char *read_stream(DP *dp, LogSelect *select, VELDALoggerCallback callback);
-
 // Gets over a damaged record. 2014 when the selection stands where reading may be tried again; 2013 when damage ends the
 // reading; 22 when nothing that could be a record follows; or the error of the read.
 int LoggerRecover(DP *dp, LogSelect *select);

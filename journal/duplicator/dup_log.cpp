@@ -129,6 +129,7 @@ void parse_input(DP *dp, DupContext &context, const std::string &text) {
     context.input = parse(dp, text, IsInput, false);
     const SlotChange change(dp);
     context.slot->inputDevice = context.input->deviceType;
+    publish_position(context);
 }
 
 const char *broken_rule(const LogSelect &input, const LogSelect &output, const VELDALoggerConfig &config) {
