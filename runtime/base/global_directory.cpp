@@ -29,13 +29,18 @@ std::string global_directory() {
 
 Result<std::string> global_subdirectory(const std::string &name) {
     const std::string parent = global_directory();
-    const std::string path = parent + "/" + name;
     struct stat status;
-    if (stat(path.c_str(), &status) == 0) return path;
-
+    if (stat((parent + "/" + name).c_str(), &status) == 0) return parent + "/" + name;
     std::error_code failed;
     std::filesystem::create_directories(parent, failed);
     if (failed) return system_error(failed.value(), "cannot make global directory", parent);
+    return shared_subdirectory(parent, name);
+}
+
+Result<std::string> shared_subdirectory(const std::string &parent, const std::string &name) {
+    const std::string path = parent + "/" + name;
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0) return path;
     if (stat(parent.c_str(), &status) != 0) return system_error(errno, "cannot read global directory", parent);
     if (mkdir(path.c_str(), 0700) != 0) {
         if (errno != EEXIST) return system_error(errno, "cannot make directory", path);

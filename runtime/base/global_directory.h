@@ -15,6 +15,9 @@ std::string global_directory();
 // `name` with the permissions of the global directory, so that whoever may use the system may use its parts.
 Result<std::string> global_subdirectory(const std::string &name);
 
+// The same below any directory, which must exist.
+Result<std::string> shared_subdirectory(const std::string &parent, const std::string &name);
+
 // Gives an open file the group and the permissions of a directory, less the right to search, whatever the process's
 // mask: who may use the directory may use the file. What the process may not give stays as it is.
 void share_like_directory(int file, const std::string &directory);

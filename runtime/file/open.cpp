@@ -63,6 +63,7 @@ Result<VediControlBlock *> open_block(const VAR *selector, std::string_view name
 using namespace velda::file;
 
 int VLibFNEWOPEN_IIBBBB(DP *dp, int flags, const VAR *dictionary, const VAR *name, VAR *target, VAR *setting) {
+    velda::transaction::before_open(dp);
     auto block = open_block(dictionary, text_of(name));
     if (!block) return take_else_path({dp, flags, setting}, block.error().number);
     store_block(dp, target ? *target : dp->state<FileState>().default_file, *block);

@@ -19,13 +19,14 @@
 namespace velda::lock {
 
 inline constexpr std::uint64_t SegmentMagic = 0x4B434F4C41444C56u;  // "VLDALOCK"
-inline constexpr std::uint32_t SegmentVersion = 1;
+inline constexpr std::uint32_t SegmentVersion = 2;
 
 inline constexpr std::size_t PageBytes = 4096;
 inline constexpr std::size_t UnitBytes = 64;
 inline constexpr std::size_t UnitsPerPage = PageBytes / UnitBytes;
 inline constexpr std::size_t StripeCount = 256;
 inline constexpr std::size_t OwnerLimit = 32768;
+inline constexpr std::size_t CommitPlaces = 16;
 inline constexpr std::size_t OwnersPerGroup = 64;  // slots that are given storage together
 inline constexpr std::size_t MappedBytes = std::size_t{16} << 30;
 
@@ -59,6 +60,10 @@ struct SegmentHeader {
     std::uint32_t reserved2;
     pthread_mutex_t owner_groups;  // held while slots are made ready
     char registered_in[2048];      // path of the file that names this segment, cut to that length
+    // Owners that are making the updates of a transaction; 0: a free place. What the dead among them left is finished
+    // before their locks are passed on.
+    alignas(64) std::atomic<OwnerId> commits[CommitPlaces];
+    std::atomic<std::uint32_t> leftovers_finished;  // what commits of earlier segments left has been finished
 };
 static_assert(sizeof(SegmentHeader) <= PageBytes);
 

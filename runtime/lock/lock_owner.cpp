@@ -41,14 +41,12 @@ Result<Owner> LockTable::register_owner(pid_t pid, std::uint32_t context) {
             if (auto added = segment_->add_owner_slots(ready); !added) return added.error();
         }
         OwnerSlot &slot = segment_->owner(number);
-        if (life_of(slot) == Life::Lives) continue;
+        // A dead owner's commit is finished by an owner, not on the way to become one.
+        if (life_of(slot) == Life::Lives || has_commit(slot.id.load(std::memory_order_acquire))) continue;
         const int result = pthread_mutex_trylock(&slot.life);
-        if (result == EOWNERDEAD) {
-            reap_slot(slot);
-            pthread_mutex_consistent(&slot.life);
-        } else if (result != 0) {
-            continue;
-        }
+        if (result != 0 && result != EOWNERDEAD) continue;
+        reap_slot(slot);
+        if (result == EOWNERDEAD) pthread_mutex_consistent(&slot.life);
         slot.pid = pid;
         slot.context = context;
         slot.port = -1;

@@ -66,34 +66,39 @@ void LockTable::requeue(OwnerSlot &slot) {
 // True when the owner was dead and its locks are passed on; the caller looks again.
 bool LockTable::reap_if_dead(OwnerId id) {
     OwnerSlot &slot = segment_->owner(slot_of(id));
-    if (life_of(slot) != Life::Ended) return false;
+    const Life life = life_of(slot);
+    // Nobody's, yet not free: its owner is dead, and what it left could not be finished before.
+    const bool is_left = life == Life::None && slot.id.load(std::memory_order_acquire) == id;
+    if (life != Life::Ended && !is_left) return false;
     const int result = pthread_mutex_trylock(&slot.life);
-    if (result == EOWNERDEAD) {
-        reap_slot(slot);
-        pthread_mutex_consistent(&slot.life);
-    } else if (result != 0) {
-        return false;
-    }
+    if (result != 0 && result != EOWNERDEAD) return false;
+    const bool is_reaped = reap_slot(slot);
+    if (result == EOWNERDEAD) pthread_mutex_consistent(&slot.life);
     pthread_mutex_unlock(&slot.life);
-    return true;
+    return is_reaped;
 }
 
-// The caller holds the slot's life, which its owner left behind.
-void LockTable::reap_slot(OwnerSlot &slot) {
+// The caller holds the slot's life, which its owner left behind. False when the owner's commit cannot be finished now:
+// then it keeps its locks.
+bool LockTable::reap_slot(OwnerSlot &slot) {
     const OwnerId id = slot.id.load(std::memory_order_acquire);
+    if (id == 0) return true;
+    if (has_commit(id) && finish_commit && !finish_commit(*this, id)) return false;
+    death_point();
     if (const WaitPlace place = slot.waiting_for.load(std::memory_order_acquire); place.unit != 0) {
         WakeList wakes;
         const StripeGuard guard(*this, place.stripe);
         if (slot.waiting_for.load(std::memory_order_relaxed).unit != 0) dequeue(slot, wakes);
     }
     death_point();
-    for (std::size_t number = 0; id != 0 && number < StripeCount; ++number) {
+    for (std::size_t number = 0; number < StripeCount; ++number) {
         if (slot.stripes[number / 64].load(std::memory_order_acquire) >> (number % 64) & 1) reap_stripe(number, id);
         death_point();
     }
     slot.port = -1;
     slot.id.store(0, std::memory_order_release);
     death_point();
+    return true;
 }
 
 void LockTable::reap_stripe(std::size_t stripe_number, OwnerId id) {
@@ -109,6 +114,49 @@ void LockTable::reap_all() {
         const OwnerId id = segment_->owner(number).id.load(std::memory_order_acquire);
         if (id != 0) reap_if_dead(id);
     }
+}
+
+// --- commits ---
+
+bool LockTable::note_commit(const Owner &owner) {
+    for (auto &place : segment_->header().commits) {
+        OwnerId free = 0;
+        if (place.load(std::memory_order_relaxed) == 0 && place.compare_exchange_strong(free, owner.id)) return true;
+    }
+    return false;
+}
+
+void LockTable::forget_commit(OwnerId id) {
+    for (auto &place : segment_->header().commits) {
+        OwnerId noted = id;
+        if (place.load(std::memory_order_relaxed) == id) place.compare_exchange_strong(noted, 0);
+    }
+}
+
+bool LockTable::has_commit(OwnerId id) const {
+    for (const auto &place : segment_->header().commits)
+        if (id != 0 && place.load(std::memory_order_acquire) == id) return true;
+    return false;
+}
+
+void LockTable::finish_what_was_left() {
+    if (!are_leftovers_finished() && finish_leftovers) finish_leftovers(*this);
+    if (any_commit()) finish_commits();
+}
+
+// An owner whose slot is no longer its own ended in order, with a commit that it could not finish.
+bool LockTable::finish_commits() {
+    bool are_finished = true;
+    for (const auto &place : segment_->header().commits) {
+        const OwnerId id = place.load(std::memory_order_acquire);
+        if (id == 0) continue;
+        const OwnerSlot &slot = segment_->owner(slot_of(id));
+        if (slot.id.load(std::memory_order_acquire) != id)
+            are_finished = finish_commit && finish_commit(*this, id) && are_finished;
+        else if (life_of(slot) != Life::Lives)
+            are_finished = reap_if_dead(id) && are_finished;
+    }
+    return are_finished;
 }
 
 }  // namespace velda::lock

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 #include "runtime/lock/death_point.h"
 #include "runtime/lock/owner_life.h"
@@ -38,6 +39,10 @@ Result<std::unique_ptr<LockTable>> LockTable::attach(const std::string &path) {
     auto registration = Registration::attach(path);
     if (!registration) return registration.error();
     return std::unique_ptr<LockTable>(new LockTable(std::move(*registration)));
+}
+
+std::string LockTable::system_directory() const {
+    return std::filesystem::path(registration_->path()).parent_path().parent_path().string();
 }
 
 // The bucket is on its way from memory while the mutex is taken. Without the mutex the array may just have been

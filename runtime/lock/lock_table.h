@@ -66,6 +66,15 @@ struct WaitControl {
     std::atomic<std::uint32_t> &signals;
 };
 
+class LockTable;
+
+// What sees to a commit that a dead owner left half made (runtime/transaction): true when it is finished. Called without
+// any stripe held, by one at a time for an owner. Null: nobody does.
+inline bool (*finish_commit)(LockTable &table, OwnerId dead) = nullptr;
+
+// The same for what users of an earlier segment of the system left.
+inline void (*finish_leftovers)(LockTable &table) = nullptr;
+
 class LockTable {
   public:
     // The table of the system whose registration is the file `path`, in an existing directory.
@@ -105,6 +114,29 @@ class LockTable {
 
     // Drops what the dead held.
     void reap_all();
+
+    // Notes that an owner is making the updates of a transaction: should it die, what it left is finished before its
+    // locks are passed on. False when too many are doing so.
+    bool note_commit(const Owner &owner);
+    // The updates are made, or none is.
+    void forget_commit(OwnerId id);
+    // Whether anyone is noted; a few words of shared memory are read.
+    bool any_commit() const {
+        OwnerId any = 0;
+        for (const auto &place : segment_->header().commits) any |= place.load(std::memory_order_relaxed);
+        return any != 0;
+    }
+    // Whether this owner is noted.
+    bool has_commit(OwnerId id) const;
+    // Finishes the commits of the dead. False when one cannot be finished now.
+    bool finish_commits();
+    // The same, with those that users of earlier segments left: what each new owner does first.
+    void finish_what_was_left();
+    // Whether what users of earlier segments left is finished.
+    bool are_leftovers_finished() const { return segment_->header().leftovers_finished.load() != 0; }
+    void note_leftovers_finished() { segment_->header().leftovers_finished.store(1); }
+    // The directory that makes the system.
+    std::string system_directory() const;
     std::vector<LockInfo> all_locks();
     std::vector<LockOwnerInfo> all_owners();
 
@@ -202,7 +234,8 @@ class LockTable {
     void rebuild_queues(std::size_t stripe_number);
     void requeue(OwnerSlot &slot);
     bool reap_if_dead(OwnerId id);
-    void reap_slot(OwnerSlot &slot);
+    bool reap_slot(OwnerSlot &slot);
+
     void reap_stripe(std::size_t stripe_number, OwnerId id);
 
     std::unique_ptr<Registration> registration_;

@@ -26,6 +26,7 @@ class Registration {
     Registration &operator=(const Registration &) = delete;
 
     Segment &segment() const { return *segment_; }
+    const std::string &path() const { return path_; }
 
     // Removes segment and registration if nobody else uses them and no owner lives. The segment stays mapped. A forked
     // child leaves nothing: it has not attached.

@@ -76,6 +76,7 @@ Result<void> SessionOwner::make_ready() {
     table_ = *table;
     owner_ = std::move(*owner);
     process_generation_ = process_generation();
+    table_->finish_what_was_left();
     return {};
 }
 

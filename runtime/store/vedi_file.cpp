@@ -139,6 +139,7 @@ int VediOpen(DP *dp, VediControlBlock *file, const char *name, int, int) {
     if (!file) return fail_call(dp, {EINVAL, "there is no control block"});
     auto path = path_of(name);
     if (!path) return fail_call(dp, path.error());
+    velda::transaction::before_open(dp);
     auto opened = open_file(*path);
     if (!opened) return fail_call(dp, opened.error());
     construct_control_block(*file, std::move(*opened), name);

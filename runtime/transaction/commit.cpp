@@ -1,45 +1,161 @@
+// The commit of a session: its updates as batches, the redo record around them, and the way back when one fails.
 #include "runtime/transaction/commit.h"
 
-#include <algorithm>
-#include <map>
-#include <tuple>
+#include <time.h>
 
-#include "runtime/store/journalling.h"
+#include <algorithm>
+#include <cerrno>
+#include <map>
+
+#include "runtime/lock/session_owner.h"
+#include "runtime/process/context.h"
+#include "runtime/transaction/finish.h"
+#include "runtime/transaction/redo_record.h"
+#include "runtime/transaction/steps.h"
 
 namespace velda::transaction {
 namespace {
 
-// Updates that one call of the driver makes.
-struct Batch {
-    store::OpenFile *file = nullptr;
-    store::TransferMode mode = store::TransferMode::Default;
-    bool journalled = true;
-    std::vector<store::Update> updates;
-};
+// How long a commit waits while too many others are under way, in milliseconds.
+constexpr int PlaceTries = 10'000;
 
-// The updates of each file in the order in which they were made.
+using Kind = std::pair<store::TransferMode, bool>;  // mode, journalled
+
+// The updates of a file by what one call of the driver can make, each in the order in which they were made.
+void add_batches_of(const HeldFile &held, std::vector<Batch> &batches) {
+    std::map<Kind, std::vector<const UpdatesByKey::value_type *>> kinds;
+    for (const auto &update : held.updates) kinds[{update.second.mode, update.second.journalled}].push_back(&update);
+    for (auto &[kind, updates] : kinds) {
+        std::ranges::sort(updates, {}, [](const auto *update) { return update->second.order; });
+        Batch &batch = batches.emplace_back(Batch{held.file.get(), kind.first, kind.second, {}});
+        for (const auto *update : updates) batch.updates.push_back({update->first, update->second.record});
+    }
+}
+
 std::vector<Batch> batches_of(const HeldUpdates &held) {
     std::vector<Batch> batches;
-    for (const auto &file : held.files()) {
-        std::map<std::pair<store::TransferMode, bool>, std::vector<const UpdatesByKey::value_type *>> kinds;
-        for (const auto &held_update : file->updates)
-            kinds[{held_update.second.mode, held_update.second.journalled}].push_back(&held_update);
-        for (auto &[kind, updates] : kinds) {
-            std::ranges::sort(updates, {}, [](const auto *update) { return update->second.order; });
-            Batch &batch = batches.emplace_back(Batch{file->file.get(), kind.first, kind.second, {}});
-            for (const auto *update : updates) batch.updates.push_back({update->first, update->second.record});
-        }
-    }
+    for (const auto &file : held.files()) add_batches_of(*file, batches);
     return batches;
 }
 
+// A file that was removed, or replaced by another one, since it was opened.
+Result<void> check_files(const HeldUpdates &held) {
+    for (const auto &update : held.files()) {
+        const auto there = store::open_file(update->file->path());
+        if (!there) return there.error();
+        if ((*there)->identity() != update->file->identity())
+            return system_error(ENOENT, "the file is another one by now", update->file->path());
+    }
+    return {};
+}
+
+Result<bool> any_is_durable(std::span<const Batch> batches) {
+    for (const Batch &batch : batches) {
+        const auto settings = batch.file->settings();
+        if (!settings) return settings.error();
+        if (settings->durability == store::Durability::Sync) return true;
+    }
+    return false;
+}
+
+// A single batch of a driver that has commits is whole by itself.
+bool needs_redo(std::span<const Batch> batches) { return batches.size() > 1 || !batches[0].file->applies_whole(); }
+
+Result<void> take_place(lock::SessionOwner &session) {
+    for (int tries = 0; tries < PlaceTries; ++tries) {
+        if (session.table().note_commit(session.owner())) return {};
+        const timespec millisecond = {0, 1'000'000};
+        nanosleep(&millisecond, nullptr);
+    }
+    return Error{EAGAIN, "too many transactions are being committed"};
+}
+
+// A commit with a redo record.
+class RedoCommit {
+  public:
+    RedoCommit(DP *dp, std::span<const Batch> batches)
+        : dp_(dp), session_(dp->state<lock::SessionOwner>()), batches_(batches) {}
+
+    Result<void> run(Left &left) {
+        if (auto prepared = prepare(); !prepared) return prepared;
+        left = Left::Redo;
+        Result<void> made;
+        try {
+            made = make_batches(dp_, batches_, path_, progress_, durable_);
+        } catch (...) {
+            left = take_back();
+            throw;
+        }
+        left = made ? finish() : take_back();
+        return made;
+    }
+
+  private:
+    Result<void> prepare() {
+        const auto directory = redo_directory(session_.table());
+        if (!directory) return directory.error();
+        const auto durable = any_is_durable(batches_);
+        if (!durable) return durable.error();
+        durable_ = *durable;
+        path_ = redo_path(session_.table(), *directory, session_.owner().id);
+        if (auto place = take_place(session_); !place) return place;
+        death_point();
+        auto written = write_redo(path_, batches_, durable_);
+        if (!written) forget();
+        return written;
+    }
+
+    Left finish() {
+        if (!remove_redo(path_, durable_)) {
+            progress_.state |= AllMade;
+            (void)set_progress(path_, progress_, durable_);
+            return Left::Redo;
+        }
+        forget();
+        return Left::Nothing;
+    }
+
+    Left take_back() {
+        progress_.state |= RollsBack;
+        if (!set_progress(path_, progress_, durable_) || !finish_redo(path_)) return Left::Redo;
+        forget();
+        return Left::Nothing;
+    }
+
+    void forget() {
+        death_point();
+        session_.table().forget_commit(session_.owner().id);
+    }
+
+    DP *const dp_;
+    lock::SessionOwner &session_;
+    const std::span<const Batch> batches_;
+    std::string path_;
+    bool durable_ = false;
+    RedoProgress progress_{};
+};
+
 }  // namespace
 
-Result<void> make_updates(DP *dp, const HeldUpdates &held) {
-    for (const Batch &batch : batches_of(held)) {
-        const store::UpdateScope scope(dp, batch.journalled);
-        if (auto applied = batch.file->apply(batch.updates, batch.mode); !applied) return applied;
-    }
+Result<void> make_updates(DP *dp, const HeldUpdates &held, Left &left) {
+    left = Left::Nothing;
+    const std::vector<Batch> batches = batches_of(held);
+    if (batches.empty()) return {};
+    if (auto there = check_files(held); !there) return there;
+    const Finishing finishing;
+    RedoProgress progress{};
+    if (!needs_redo(batches)) return make_batches(dp, batches, "", progress, false);
+    return RedoCommit(dp, batches).run(left);
+}
+
+Result<void> finish_own_commit(DP *dp) {
+    auto &session = dp->state<lock::SessionOwner>();
+    const Finishing finishing;
+    const auto directory = redo_directory(session.table());
+    if (!directory) return directory.error();
+    if (auto finished = finish_redo(redo_path(session.table(), *directory, session.owner().id)); !finished)
+        return finished;
+    session.table().forget_commit(session.owner().id);
     return {};
 }
 

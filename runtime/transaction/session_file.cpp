@@ -13,9 +13,16 @@ bool is_journalled(store::ControlBlockContent &file) {
     return !(store::block_of(file).flags & VEDI_FILE_NOT_JOURNALLED);
 }
 
+// The session's transaction, or null; what every call here asks first.
+OpenTransaction *settled(DP *dp) {
+    auto &session = dp->state<SessionTransaction>();
+    session.settle();
+    return session.open();
+}
+
 // What the session's transaction holds of a record, or null.
 const HeldUpdate *held_update(DP *dp, const store::ControlBlockContent &file, std::string_view key) {
-    const OpenTransaction *const open = open_transaction(dp);
+    const OpenTransaction *const open = settled(dp);
     return open ? open->updates.find(file.file->identity(), key) : nullptr;
 }
 
@@ -52,6 +59,8 @@ Result<void> hold(DP *dp, store::ControlBlockContent &file, const store::Update 
 
 }  // namespace
 
+void before_open(DP *dp) { dp->state<SessionTransaction>().watch_commits(); }
+
 Result<bool> read_record(DP *dp, store::ControlBlockContent &file, std::string_view key, store::RecordBuffer &into,
                          store::TransferMode mode) {
     const HeldUpdate *const held = held_update(dp, file, key);
@@ -71,13 +80,13 @@ Result<bool> record_exists(DP *dp, store::ControlBlockContent &file, std::string
 
 Result<void> write_record(DP *dp, store::ControlBlockContent &file, std::string_view key, std::string_view record,
                           store::TransferMode mode) {
-    if (open_transaction(dp)) return hold(dp, file, {key, record}, mode);
+    if (settled(dp)) return hold(dp, file, {key, record}, mode);
     const store::UpdateScope scope(dp, is_journalled(file));
     return file.file->write(key, record, mode);
 }
 
 Result<bool> remove_record(DP *dp, store::ControlBlockContent &file, std::string_view key) {
-    if (!open_transaction(dp)) {
+    if (!settled(dp)) {
         const store::UpdateScope scope(dp, is_journalled(file));
         return file.file->remove(key);
     }
@@ -90,7 +99,7 @@ Result<bool> remove_record(DP *dp, store::ControlBlockContent &file, std::string
 
 Result<void> apply_updates(DP *dp, store::ControlBlockContent &file, const std::vector<store::Update> &updates,
                            store::TransferMode mode) {
-    if (!open_transaction(dp)) {
+    if (!settled(dp)) {
         const store::UpdateScope scope(dp, is_journalled(file));
         return file.file->apply(updates, mode);
     }
@@ -100,7 +109,7 @@ Result<void> apply_updates(DP *dp, store::ControlBlockContent &file, const std::
 }
 
 Result<void> clear_file(DP *dp, store::ControlBlockContent &file) {
-    if (open_transaction(dp))
+    if (settled(dp))
         return Error{EBUSY, "file '" + std::string(file.file->path()) + "' cannot be cleared within a transaction"};
     const store::UpdateScope scope(dp, is_journalled(file));
     return file.file->clear();
@@ -108,8 +117,8 @@ Result<void> clear_file(DP *dp, store::ControlBlockContent &file) {
 
 Result<std::unique_ptr<store::Cursor>> select_records(DP *dp, store::ControlBlockContent &file,
                                                       store::TransferMode mode) {
+    const OpenTransaction *const open = settled(dp);
     auto cursor = file.file->select(mode);
-    const OpenTransaction *const open = open_transaction(dp);
     const auto held = open ? open->updates.find(file.file->identity()) : nullptr;
     if (!cursor || !held) return cursor;
     return overlaid_cursor(std::move(*cursor), held, mode);

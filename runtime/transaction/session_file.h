@@ -22,4 +22,7 @@ Result<void> clear_file(DP *dp, store::ControlBlockContent &file);
 Result<std::unique_ptr<store::Cursor>> select_records(DP *dp, store::ControlBlockContent &file,
                                                       store::TransferMode mode);
 
+// A session opens a file: what dead sessions left half made is finished first.
+void before_open(DP *dp);
+
 }  // namespace velda::transaction

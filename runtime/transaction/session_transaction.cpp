@@ -4,17 +4,30 @@
 
 #include <cerrno>
 
+#include "runtime/lock/session_owner.h"
 #include "runtime/process/interrupt.h"
-#include "runtime/transaction/commit.h"
+#include "runtime/transaction/finish.h"
 
 namespace velda::transaction {
+namespace {
+
+[[maybe_unused]] const bool recovery_installed = install_recovery();
+
+}  // namespace
 
 bool SessionTransaction::is_in_own_process() const { return dp_->process == getpid(); }
 
 Result<void> SessionTransaction::begin(int level) {
     if (open()) return Error{EALREADY, "a transaction is active already: it must end before another one begins"};
     if (!is_in_own_process()) return Error{EINVAL, "the session is one of another process"};
+    if (left_ != Left::Nothing) {
+        if (auto finished = finish_own_commit(dp_); !finished)
+            return Error{finished.error().number,
+                         "the last transaction is not yet taken back: " + finished.error().message};
+        left_ = Left::Nothing;
+    }
     if (auto keeping = begin_keeping(dp_); !keeping) return keeping.error();
+    table_ = &dp_->state<lock::SessionOwner>().table();
     open_ = std::make_unique<OpenTransaction>();
     open_->level = level;
     return {};
@@ -22,9 +35,11 @@ Result<void> SessionTransaction::begin(int level) {
 
 Result<void> SessionTransaction::commit() {
     if (!open()) return Error{EINVAL, "no transaction is active: there is nothing to commit"};
-    auto made = make_updates(dp_, open_->updates);
-    end();
-    return made;
+    struct AtEnd {
+        SessionTransaction &session;
+        ~AtEnd() { session.end(); }
+    } const at_end{*this};
+    return make_updates(dp_, open_->updates, left_);
 }
 
 Result<void> SessionTransaction::abort() {
@@ -33,11 +48,30 @@ Result<void> SessionTransaction::abort() {
     return {};
 }
 
-// Walks that were begun in the transaction look at its files; they go on with what the files hold now.
+// Walks that were begun in the transaction look at its files; they go on with what the files hold now. Where updates
+// are still to be taken back their records stay locked.
 void SessionTransaction::end() {
     for (const auto &held : open_->updates.files()) held->updates.clear();
     open_.reset();
-    end_keeping(dp_);
+    if (left_ == Left::Nothing) end_keeping(dp_);
+}
+
+void SessionTransaction::watch_commits() {
+    if (!table_) {
+        const auto table = lock::system_lock_table();
+        if (!table) return;
+        table_ = *table;
+    }
+    settle();
+}
+
+void SessionTransaction::finish_what_was_left() {
+    if (left_ != Left::Nothing && is_in_own_process()) {
+        if (!finish_own_commit(dp_)) return;
+        left_ = Left::Nothing;
+        if (!open_) end_keeping(dp_);
+    }
+    table_->finish_what_was_left();
 }
 
 void end_level(DP *dp, int level) {

@@ -4,8 +4,10 @@
 #include <memory>
 #include <string>
 
+#include "runtime/lock/lock_table.h"
 #include "runtime/lock/record_lock.h"
 #include "runtime/process/context.h"
+#include "runtime/transaction/commit.h"
 #include "runtime/transaction/held_updates.h"
 
 namespace velda::transaction {
@@ -28,14 +30,26 @@ class SessionTransaction {
     Result<void> commit();
     Result<void> abort();
 
+    // Makes the session see to the commits of the dead, at the opening of a file: those that are found then are
+    // finished.
+    void watch_commits();
+    // What every statement on a file does first. It reads a few words of memory that hardly ever change.
+    void settle() {
+        if (table_ && (left_ != Left::Nothing || table_->any_commit() || !table_->are_leftovers_finished()))
+            finish_what_was_left();
+    }
+
     std::string error_text;  // of the last failure
 
   private:
     bool is_in_own_process() const;
+    void finish_what_was_left();
     void end();
 
     DP *const dp_;
     std::unique_ptr<OpenTransaction> open_;
+    lock::LockTable *table_ = nullptr;
+    Left left_ = Left::Nothing;  // of the last commit
 };
 
 // The session's active transaction, or null.

@@ -46,9 +46,10 @@ class Session {
         const VAR record(marks(visible)), name(key);
         return VLibFNEWWRITE_IIBBBIB(dp_, flags | VELDA_REPORT_ERRORS, &cell, &record, &name, 0, &setting);
     }
-    int remove(const std::string &key, int flags = 0) {
+    int remove(const std::string &key, int flags = 0) { return remove_from(file, key, flags); }
+    int remove_from(const VAR &cell, const std::string &key, int flags = 0) {
         const VAR name(key);
-        return VLibFNEWDELETE_IIBBB(dp_, flags | VELDA_REPORT_ERRORS, &file, &name, &setting);
+        return VLibFNEWDELETE_IIBBB(dp_, flags | VELDA_REPORT_ERRORS, &cell, &name, &setting);
     }
     // The record with visible marks; "(none)" when there is none.
     std::string read(const std::string &key) { return read_from(file, key); }
