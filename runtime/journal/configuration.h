@@ -43,6 +43,7 @@ struct JournalSession {
     bool in_transaction = false;    // between the records of a transaction's start and end
     std::int64_t looked_until = 0;  // when a configuration that was missing is looked for again, monotonic nanoseconds
     std::int32_t port = 0;          // 0: not asked for yet
+    std::int32_t stands_for = 0;    // the dead process in whose name it appends; 0: none
     HeldLock table_lock;
     HeldLock change_lock;
 };

@@ -82,6 +82,10 @@ VELDA_EXPORT int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_
 VELDA_EXPORT int velda_logger_transaction_end(DP *dp, const VAR *text);
 VELDA_EXPORT int velda_logger_transaction_abort(DP *dp, const VAR *text);
 
+// The abort of a transaction whose process died between its start and its end: a record in the name of that process. An
+// error number as above; the journal must not be suspended.
+VELDA_EXPORT int velda_logger_transaction_abort_dead(DP *dp, int pid, int port);
+
 // Whether updates are journalled: 0 inactive, or no journal is configured here, 1 active, 2 suspended.
 VELDA_EXPORT int VediLoggerStatus(DP *dp);
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 #include "runtime/journal/journal.h"
 #include "runtime/journal/record_batch.h"
@@ -66,6 +67,16 @@ int end_transaction(DP *dp, RecordType type, const VAR *text) {
 using namespace velda::journal;
 
 void velda_logger_set_replay(DP *dp, int on) { dp->state<JournalSession>().stays_out = on != 0; }
+
+int velda_logger_transaction_abort_dead(DP *dp, int pid, int port) {
+    auto &session = dp->state<JournalSession>();
+    const std::int32_t own_port = std::exchange(session.port, port);
+    session.stands_for = pid;
+    const int error = number_of(dp, append_transaction_record(dp, RecordType::TranAbort, nullptr));
+    session.stands_for = 0;
+    session.port = own_port;
+    return error;
+}
 
 int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t) {
     auto &session = dp->state<JournalSession>();

@@ -30,12 +30,14 @@ std::uint32_t whole_size(const NewRecord &record) {
 // One append under the lock.
 class Append {
   public:
-    Append(Configuration &configuration, LogSetInfo &set, std::int32_t port)
+    Append(Configuration &configuration, LogSetInfo &set, std::int32_t port,
+           std::int32_t process = process_number())
         : configuration_(configuration),
           set_(set),
           state_(writer_state(*configuration.record)),
           stream_(*configuration.stream),
-          port_(port) {}
+          port_(port),
+          process_(process) {}
 
     Result<void> run(std::span<const NewRecord> records) {
         begin_use();
@@ -98,7 +100,7 @@ class Append {
         const std::string_view marker = record.is_encrypted ? EncryptedMarker : RecordMarker;
         std::memcpy(at + RecordHeader::Marker, marker.data(), marker.size());
         vputlong64(at + RecordHeader::UpdateTime, to_.time_last);
-        vputint32(at + RecordHeader::Pid, process_number());
+        vputint32(at + RecordHeader::Pid, process_);
         at[RecordHeader::Type] = static_cast<char>(record.type);
         at[RecordHeader::Flags] = static_cast<char>(record.flags);
         at[RecordHeader::Set] = static_cast<char>(configuration_.record->currentSet);
@@ -142,6 +144,7 @@ class Append {
     WriterState &state_;
     SetStream &stream_;
     const std::int32_t port_;
+    const std::int32_t process_;
     WrittenTo to_{};
 };
 
@@ -166,7 +169,8 @@ Result<void> append_records(DP *dp, Configuration &configuration, std::span<cons
     if (status == VELDA_LOGGER_INACTIVE || !is_set(number)) return {};
     if (status == VELDA_LOGGER_SUSPENDED && hold == Hold::WhileSuspended)
         return Error{store::JournalSuspended, "the journal is suspended"};
-    Append append(configuration, config.sets[number - 1], port);
+    const std::int32_t stands_for = dp->state<JournalSession>().stands_for;
+    Append append(configuration, config.sets[number - 1], port, stands_for != 0 ? stands_for : process_number());
     if (lock.is_inherited()) append.tell();
     return append.run(records);
 }

@@ -2,12 +2,15 @@
 #include "runtime/transaction/commit.h"
 
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <map>
 
+#include "runtime/journal/configuration.h"
 #include "runtime/lock/session_owner.h"
+#include "runtime/port/port.h"
 #include "runtime/process/context.h"
 #include "runtime/transaction/finish.h"
 #include "runtime/transaction/redo_record.h"
@@ -27,7 +30,7 @@ void add_batches_of(const HeldFile &held, std::vector<Batch> &batches) {
     for (const auto &update : held.updates) kinds[{update.second.mode, update.second.journalled}].push_back(&update);
     for (auto &[kind, updates] : kinds) {
         std::ranges::sort(updates, {}, [](const auto *update) { return update->second.order; });
-        Batch &batch = batches.emplace_back(Batch{held.file.get(), kind.first, kind.second, {}});
+        Batch &batch = batches.emplace_back(Batch{held.file.get(), kind.first, kind.second, false, {}});
         for (const auto *update : updates) batch.updates.push_back({update->first, update->second.record});
     }
 }
@@ -49,17 +52,24 @@ Result<void> check_files(const HeldUpdates &held) {
     return {};
 }
 
-Result<bool> any_is_durable(std::span<const Batch> batches) {
-    for (const Batch &batch : batches) {
+// Asks the files for what the record of the commit says of them. True when one of them is durable.
+Result<bool> complete(DP *dp, std::span<Batch> batches) {
+    const bool has_journal = journal::journal_of_updates(dp) != nullptr;
+    bool any_is_durable = false;
+    for (Batch &batch : batches) {
         const auto settings = batch.file->settings();
         if (!settings) return settings.error();
-        if (settings->durability == store::Durability::Sync) return true;
+        batch.is_journalled = batch.is_journalled && settings->journalled && has_journal;
+        batch.is_lazy = settings->durability == store::Durability::Lazy;
+        any_is_durable = any_is_durable || !batch.is_lazy;
     }
-    return false;
+    return any_is_durable;
 }
 
-// A single batch of a driver that has commits is whole by itself.
-bool needs_redo(std::span<const Batch> batches) { return batches.size() > 1 || !batches[0].file->applies_whole(); }
+// A single batch of a driver that has commits is whole by itself, unless the journal is to tell of it too.
+bool needs_redo(std::span<const Batch> batches) {
+    return batches.size() > 1 || !batches[0].file->applies_whole() || are_journalled(batches);
+}
 
 Result<void> take_place(lock::SessionOwner &session) {
     for (int tries = 0; tries < PlaceTries; ++tries) {
@@ -73,16 +83,18 @@ Result<void> take_place(lock::SessionOwner &session) {
 // A commit with a redo record.
 class RedoCommit {
   public:
-    RedoCommit(DP *dp, std::span<const Batch> batches)
-        : dp_(dp), session_(dp->state<lock::SessionOwner>()), batches_(batches) {}
+    RedoCommit(DP *dp, std::span<const Batch> batches, bool is_durable)
+        : dp_(dp), session_(dp->state<lock::SessionOwner>()), batches_(batches) {
+        redo_.is_durable = is_durable;
+    }
 
     Result<void> run(Left &left) {
         if (auto prepared = prepare(); !prepared) return prepared;
-        left = Left::Redo;
         Result<void> made;
         try {
-            made = make_batches(dp_, batches_, path_, progress_, durable_);
+            made = make_batches(dp_, batches_, &redo_);
         } catch (...) {
+            redo_.progress.taken_back = static_cast<std::uint32_t>(batches_.size());
             left = take_back();
             throw;
         }
@@ -94,21 +106,19 @@ class RedoCommit {
     Result<void> prepare() {
         const auto directory = redo_directory(session_.table());
         if (!directory) return directory.error();
-        const auto durable = any_is_durable(batches_);
-        if (!durable) return durable.error();
-        durable_ = *durable;
-        path_ = redo_path(session_.table(), *directory, session_.owner().id);
+        redo_.path = redo_path(session_.table(), *directory, session_.owner().id);
+        if (are_journalled(batches_)) redo_.progress = {JournalBegun, getpid(), VELDAGetPortNumber(dp_), 0};
         if (auto place = take_place(session_); !place) return place;
         death_point();
-        auto written = write_redo(path_, batches_, durable_);
+        auto written = write_redo(redo_, batches_);
         if (!written) forget();
         return written;
     }
 
     Left finish() {
-        if (!remove_redo(path_, durable_)) {
-            progress_.state |= AllMade;
-            (void)set_progress(path_, progress_, durable_);
+        if (!remove_redo(redo_)) {
+            redo_.progress.state |= AllMade;
+            (void)store_progress(redo_);
             return Left::Redo;
         }
         forget();
@@ -116,8 +126,8 @@ class RedoCommit {
     }
 
     Left take_back() {
-        progress_.state |= RollsBack;
-        if (!set_progress(path_, progress_, durable_) || !finish_redo(path_)) return Left::Redo;
+        redo_.progress.state |= RollsBack;
+        if (!store_progress(redo_) || !finish_redo(redo_.path)) return Left::Redo;
         forget();
         return Left::Nothing;
     }
@@ -130,22 +140,21 @@ class RedoCommit {
     DP *const dp_;
     lock::SessionOwner &session_;
     const std::span<const Batch> batches_;
-    std::string path_;
-    bool durable_ = false;
-    RedoProgress progress_{};
+    RedoFile redo_;
 };
 
 }  // namespace
 
 Result<void> make_updates(DP *dp, const HeldUpdates &held, Left &left) {
     left = Left::Nothing;
-    const std::vector<Batch> batches = batches_of(held);
+    std::vector<Batch> batches = batches_of(held);
     if (batches.empty()) return {};
     if (auto there = check_files(held); !there) return there;
+    const auto is_durable = complete(dp, batches);
+    if (!is_durable) return is_durable.error();
     const Finishing finishing;
-    RedoProgress progress{};
-    if (!needs_redo(batches)) return make_batches(dp, batches, "", progress, false);
-    return RedoCommit(dp, batches).run(left);
+    if (!needs_redo(batches)) return make_batches(dp, batches, nullptr);
+    return RedoCommit(dp, batches, *is_durable).run(left);
 }
 
 Result<void> finish_own_commit(DP *dp) {

@@ -31,6 +31,7 @@ struct RedoProgress {
     std::uint32_t state;       // RedoState bits
     std::int32_t journal_pid;  // who has begun the transaction in the journal
     std::int32_t journal_port;
+    std::uint32_t taken_back;  // how many batches, from the first on, RollsBack concerns
 };
 enum RedoState : std::uint32_t {
     RollsBack = 1,     // the updates are being taken back
@@ -41,17 +42,15 @@ enum RedoState : std::uint32_t {
 struct RedoHeader {
     char magic[8];
     RedoProgress progress;
-    std::uint32_t checksum;  // CRC-32C of the header behind it
+    std::uint32_t checksum;       // CRC-32C of the header behind it
+    std::uint32_t body_checksum;  // CRC-32C of all that follows the header
     std::uint64_t size_bytes;
     std::uint64_t boot;
     std::uint32_t is_durable;  // 1: the record was on the disk before the first update was made
     std::uint32_t batches;
-    std::uint32_t body_checksum;  // CRC-32C of all that follows the header
-    std::uint32_t reserved;
 };
-static_assert(sizeof(RedoHeader) == 56 && offsetof(RedoHeader, progress) == 8 &&
-              offsetof(RedoHeader, size_bytes) == 24);
-inline constexpr std::size_t ChecksummedFrom = offsetof(RedoHeader, size_bytes);
+static_assert(sizeof(RedoHeader) == 56 && offsetof(RedoHeader, progress) == 8 && offsetof(RedoHeader, checksum) == 24);
+inline constexpr std::size_t ChecksummedFrom = offsetof(RedoHeader, body_checksum);
 
 struct BatchHeader {
     std::uint64_t device;
@@ -100,21 +99,29 @@ Result<Redo> parse_redo(std::string_view bytes);
 
 // Updates that one call of a file's driver makes.
 struct Batch {
-    store::OpenFile *file = nullptr;
+    store::OpenFile *file = nullptr;  // null: it is left out
     store::TransferMode mode = store::TransferMode::Default;
     bool is_journalled = true;
+    bool is_lazy = false;
     std::vector<store::Update> updates;
 };
 
-// Writes the record of `batches` as the file `path` (".redo"), with what the files hold of each record now. When this
-// returns without error the transaction is committed, and on the disk if `is_durable`. On an error nothing is left.
-Result<void> write_redo(const std::string &path, std::span<const Batch> batches, bool is_durable);
+// A record on disk that is being carried out.
+struct RedoFile {
+    std::string path;
+    bool is_durable = false;  // a file of durability `sync` is among those of the transaction
+    RedoProgress progress{};
+};
 
-// Sets the progress of the record `path`; on the disk when it returns, if `durable`. It needs no room on the disk.
-Result<void> set_progress(const std::string &path, const RedoProgress &progress, bool durable);
+// Writes the record of `batches`, with what the files hold of each record now. When this
+// returns without error the transaction is committed, and on the disk if it is durable. On an error nothing is left.
+Result<void> write_redo(const RedoFile &redo, std::span<const Batch> batches);
 
-// Removes the record: nothing is left to be done. Its absence is on the disk, if `durable`.
-Result<void> remove_redo(const std::string &path, bool durable);
+// Stores the progress in the record; on the disk when it returns, if it is durable. It needs no room on the disk.
+Result<void> store_progress(const RedoFile &redo);
+
+// Removes the record: nothing is left to be done. Its absence is on the disk, if it was durable.
+Result<void> remove_redo(const RedoFile &redo);
 
 inline constexpr std::string_view RedoEnding = ".redo";
 inline constexpr std::string_view UnfinishedEnding = ".new";

@@ -98,8 +98,6 @@ class Writer {
 
 // The records are locked by the transaction, so what is read here stays until the updates are made.
 Result<void> add_batch(Writer &writer, const Batch &batch) {
-    const auto settings = batch.file->settings();
-    if (!settings) return settings.error();
     const std::string_view path = batch.file->path();
     const store::FileIdentity identity = batch.file->identity();
     writer.add(bytes_of(BatchHeader{identity.device,
@@ -108,7 +106,7 @@ Result<void> add_batch(Writer &writer, const Batch &batch) {
                                     static_cast<std::uint32_t>(batch.updates.size()),
                                     static_cast<std::uint8_t>(batch.mode),
                                     batch.is_journalled,
-                                    settings->durability == store::Durability::Lazy,
+                                    batch.is_lazy,
                                     {}}));
     writer.add(path);
     std::string before;
@@ -125,11 +123,12 @@ Result<void> add_batch(Writer &writer, const Batch &batch) {
     return {};
 }
 
-RedoHeader header_of(std::span<const Batch> batches, bool is_durable) {
+RedoHeader header_of(std::span<const Batch> batches, const RedoFile &redo) {
     RedoHeader header{};
     RedoMagic.copy(header.magic, sizeof header.magic);
     header.boot = store::current_boot();
-    header.is_durable = is_durable;
+    header.progress = redo.progress;
+    header.is_durable = redo.is_durable;
     header.batches = static_cast<std::uint32_t>(batches.size());
     return header;
 }
@@ -140,57 +139,62 @@ Result<void> add_batches(Writer &writer, std::span<const Batch> batches) {
     return {};
 }
 
-Result<void> write_new_file(const std::string &path, std::span<const Batch> batches, bool is_durable) {
+Result<void> write_new_file(const std::string &path, std::span<const Batch> batches, const RedoFile &redo) {
     const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (file.number() < 0) return system_error(errno, "cannot make redo record", path);
     share_like_directory(file.number(), directory_of(path));
     death_point();
     Writer writer(file.number());
     if (auto added = add_batches(writer, batches); !added) return added;
-    int error = writer.finish(header_of(batches, is_durable));
+    int error = writer.finish(header_of(batches, redo));
     death_point();
-    if (error == 0 && is_durable) error = sync_file(file.number());
+    if (error == 0 && redo.is_durable) error = sync_file(file.number());
     if (error != 0) return system_error(error, "cannot write redo record", path);
     return {};
 }
 
 }  // namespace
 
-Result<void> write_redo(const std::string &path, std::span<const Batch> batches, bool is_durable) {
-    const std::string unfinished = path + std::string(UnfinishedEnding);
-    auto written = write_new_file(unfinished, batches, is_durable);
+Result<void> write_redo(const RedoFile &redo, std::span<const Batch> batches) {
+    const std::string unfinished = redo.path + std::string(UnfinishedEnding);
+    auto written = write_new_file(unfinished, batches, redo);
     if (!written) {
         unlink(unfinished.c_str());
         return written;
     }
     death_point();
     int error = refusal();
-    if (error == 0 && rename(unfinished.c_str(), path.c_str()) != 0) error = errno;
+    if (error == 0 && rename(unfinished.c_str(), redo.path.c_str()) != 0) error = errno;
     if (error != 0) unlink(unfinished.c_str());
     death_point();
-    if (error == 0 && is_durable) {
-        error = sync_directory_of(path);
-        if (error != 0) unlink(path.c_str());
+    if (error == 0 && redo.is_durable) {
+        error = sync_directory_of(redo.path);
+        if (error != 0) unlink(redo.path.c_str());
     }
-    if (error != 0) return system_error(error, "cannot put redo record in place", path);
+    if (error != 0) return system_error(error, "cannot put redo record in place", redo.path);
     return {};
 }
 
-Result<void> set_progress(const std::string &path, const RedoProgress &progress, bool durable) {
-    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (file.number() < 0) return system_error(errno, "cannot open redo record", path);
-    const ssize_t put = pwrite(file.number(), &progress, sizeof progress, offsetof(RedoHeader, progress));
-    if (put != static_cast<ssize_t>(sizeof progress)) return system_error(errno, "cannot change redo record", path);
-    if (const int error = durable ? sync_file(file.number()) : 0)
-        return system_error(error, "cannot change redo record", path);
-    return {};
-}
-
-Result<void> remove_redo(const std::string &path, bool durable) {
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) return system_error(errno, "cannot remove redo record", path);
+Result<void> store_progress(const RedoFile &redo) {
     death_point();
-    if (const int error = durable ? sync_directory_of(path) : 0)
-        return system_error(error, "cannot remove redo record", path);
+    const Descriptor file(open(redo.path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (file.number() < 0) return system_error(errno, "cannot open redo record", redo.path);
+    const ssize_t put = pwrite(file.number(), &redo.progress, sizeof redo.progress, offsetof(RedoHeader, progress));
+    if (put != static_cast<ssize_t>(sizeof redo.progress))
+        return system_error(put < 0 ? errno : EIO, "cannot change redo record", redo.path);
+    if (redo.is_durable && fdatasync(file.number()) != 0)
+        return system_error(errno, "cannot change redo record", redo.path);
+    death_point();
+    return {};
+}
+
+Result<void> remove_redo(const RedoFile &redo) {
+    death_point();
+    if (unlink(redo.path.c_str()) != 0 && errno != ENOENT)
+        return system_error(errno, "cannot remove redo record", redo.path);
+    death_point();
+    if (const int error = redo.is_durable ? sync_directory_of(redo.path) : 0)
+        return system_error(error, "cannot remove redo record", redo.path);
     return {};
 }
 
