@@ -9,8 +9,9 @@ namespace velda::journal {
 
 namespace {
 
-constexpr std::size_t MostBytes = std::size_t{16} << 20;
-constexpr std::size_t MostUpdates = 32768;
+constexpr std::size_t MostBytes = std::size_t{4} << 20;
+// Larger batches would hardly be faster, and leave a list of free pages behind that slows down every later commit.
+constexpr std::size_t MostUpdates = 1000;
 constexpr std::size_t UpdatesBetweenLooks = 64;  // at the clock
 constexpr std::int64_t LongestWaitMilliseconds = 150;
 constexpr std::size_t MostGroupsKept = 16;  // from one batch to the next, with their room
