@@ -36,6 +36,11 @@ void kill_process(DP *dp, const Words &words);
 void remove_paths(DP *dp, const Words &words);
 void move_path(DP *dp, const Words &words);
 
+// transaction_commands.cpp
+void begin_transaction(DP *dp, const Words &words);
+void end_transaction(DP *dp, const Words &words);
+void abort_transaction(DP *dp, const Words &words);
+
 // vlogadmin.cpp, vlogstatus.cpp, vlogdup.cpp, vlogkill.cpp
 void journal_admin(DP *dp, const Words &words);
 void journal_status(DP *dp, const Words &words);

@@ -37,6 +37,19 @@ constexpr CommandEntry Entries[] = {
     {"SAVE-LIST", "[NAME]", "saves the default select list under a name", "", save_list},
     {"GET-LIST", "[NAME]", "makes a saved list the default select list", "", get_list},
     {"DELETE-LIST", "NAME", "removes a saved list", "", delete_list},
+    {"TRANSTART", "[TEXT]",
+     "begins a transaction: what the session changes from here on is made by TRANSEND, or not at all",
+     "Until then only this session sees it, and every record that it writes stays locked. TEXT is a remark for the\n"
+     "transaction journal. A transaction belongs to one session: use it in the shell, or in a script (velda -c or\n"
+     "velda -f); it is dropped when the session ends, as a script does at the first command that fails. Making, "
+     "moving\n"
+     "and removing whole files is not part of it, and CLEAR-FILE is refused.",
+     begin_transaction},
+    {"TRANSEND", "[TEXT]", "makes all changes of the transaction, in all its files",
+     "Exit code 1 when there is no transaction, or when none of its changes could be made; it is over in either case.",
+     end_transaction},
+    {"TRANSABORT", "[TEXT]", "drops all changes of the transaction", "Exit code 1 when there is no transaction.",
+     abort_transaction},
     {"WHO", "", "shows this session's port, user and account", "", who},
     {"LISTU", "[--json]", "lists the ports in use", "", list_users},
     {"LIST-LOCKS", "[--json]", "lists record and execution locks, with those who wait for them", "", list_locks},

@@ -12,7 +12,6 @@
 #include "runtime/lock/session_owner.h"
 #include "runtime/port/port.h"
 #include "runtime/process/context.h"
-#include "runtime/transaction/finish.h"
 #include "runtime/transaction/redo_record.h"
 #include "runtime/transaction/steps.h"
 
@@ -83,8 +82,8 @@ Result<void> take_place(lock::SessionOwner &session) {
 // A commit with a redo record.
 class RedoCommit {
   public:
-    RedoCommit(DP *dp, std::span<const Batch> batches, bool is_durable)
-        : dp_(dp), session_(dp->state<lock::SessionOwner>()), batches_(batches) {
+    RedoCommit(DP *dp, std::span<const Batch> batches, bool is_durable, const Remarks &remarks)
+        : dp_(dp), session_(dp->state<lock::SessionOwner>()), batches_(batches), remarks_(remarks) {
         redo_.is_durable = is_durable;
     }
 
@@ -92,7 +91,7 @@ class RedoCommit {
         if (auto prepared = prepare(); !prepared) return prepared;
         Result<void> made;
         try {
-            made = make_batches(dp_, batches_, &redo_);
+            made = make_batches(dp_, batches_, &redo_, remarks_);
         } catch (...) {
             redo_.progress.taken_back = static_cast<std::uint32_t>(batches_.size());
             left = take_back();
@@ -140,12 +139,13 @@ class RedoCommit {
     DP *const dp_;
     lock::SessionOwner &session_;
     const std::span<const Batch> batches_;
+    const Remarks &remarks_;
     RedoFile redo_;
 };
 
 }  // namespace
 
-Result<void> make_updates(DP *dp, const HeldUpdates &held, Left &left) {
+Result<void> make_updates(DP *dp, const HeldUpdates &held, const Remarks &remarks, Left &left) {
     left = Left::Nothing;
     std::vector<Batch> batches = batches_of(held);
     if (batches.empty()) return {};
@@ -153,8 +153,8 @@ Result<void> make_updates(DP *dp, const HeldUpdates &held, Left &left) {
     const auto is_durable = complete(dp, batches);
     if (!is_durable) return is_durable.error();
     const Finishing finishing;
-    if (!needs_redo(batches)) return make_batches(dp, batches, nullptr);
-    return RedoCommit(dp, batches, *is_durable).run(left);
+    if (!needs_redo(batches)) return make_batches(dp, batches, nullptr, remarks);
+    return RedoCommit(dp, batches, *is_durable, remarks).run(left);
 }
 
 Result<void> finish_own_commit(DP *dp) {

@@ -20,15 +20,17 @@ int report(DP *dp, const Result<void> &result) {
 
 using namespace velda::transaction;
 
-int velda_transaction_begin(DP *dp, const VAR *) {
-    return report(dp, dp->state<SessionTransaction>().begin(velda::command_depth(dp)));
+int velda_transaction_begin(DP *dp, const VAR *text) {
+    return report(dp, dp->state<SessionTransaction>().begin(velda::command_depth(dp), text));
 }
 
-int velda_transaction_begin_for_caller(DP *dp, const VAR *) {
-    return report(dp, dp->state<SessionTransaction>().begin(std::max(0, velda::command_depth(dp) - 1)));
+int velda_transaction_begin_for_caller(DP *dp, const VAR *text) {
+    return report(dp, dp->state<SessionTransaction>().begin(std::max(0, velda::command_depth(dp) - 1), text));
 }
 
-int velda_transaction_commit(DP *dp, const VAR *) { return report(dp, dp->state<SessionTransaction>().commit()); }
+int velda_transaction_commit(DP *dp, const VAR *text) {
+    return report(dp, dp->state<SessionTransaction>().commit(text));
+}
 
 int velda_transaction_abort(DP *dp, const VAR *) { return report(dp, dp->state<SessionTransaction>().abort()); }
 

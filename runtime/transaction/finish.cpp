@@ -154,7 +154,7 @@ std::uint64_t size_of(std::span<const Batch> batches) {
 // The transaction in the journal: it is aborted there unless it was ended.
 class JournalTurn {
   public:
-    JournalTurn(DP *dp, RedoFile &redo) : dp_(dp), redo_(redo) {}
+    JournalTurn(DP *dp, RedoFile &redo, const Remarks &remarks) : dp_(dp), redo_(redo), remarks_(remarks) {}
     ~JournalTurn() {
         if (is_begun_ && velda_logger_transaction_abort(dp_, nullptr) == 0) redo_.progress.state &= ~JournalBegun;
     }
@@ -162,7 +162,7 @@ class JournalTurn {
     JournalTurn &operator=(const JournalTurn &) = delete;
 
     Result<void> begin(std::span<const Batch> batches) {
-        const int error = velda_logger_transaction_start(dp_, nullptr, size_of(batches));
+        const int error = velda_logger_transaction_start(dp_, &remarks_.begin, size_of(batches));
         death_point();
         is_begun_ = error == 0;
         if (!is_begun_) redo_.progress.state &= ~JournalBegun;
@@ -172,7 +172,7 @@ class JournalTurn {
     Result<void> end() {
         death_point();
         is_begun_ = false;
-        const int error = velda_logger_transaction_end(dp_, nullptr);
+        const int error = velda_logger_transaction_end(dp_, &remarks_.end);
         if (error != 0) return journal_result(dp_, error);
         death_point();
         redo_.progress.state = AllMade;
@@ -183,6 +183,7 @@ class JournalTurn {
   private:
     DP *const dp_;
     RedoFile &redo_;
+    const Remarks &remarks_;
     bool is_begun_ = false;
 };
 
@@ -213,7 +214,7 @@ Result<void> carry_out(DP *dp, RedoFile &redo, const OpenedRedo &opened) {
     if (redo.progress.state & JournalBegun)
         if (auto ended = end_for_the_dead(dp, redo); !ended) return ended;
     if (!(redo.progress.state & RollsBack)) {
-        if (make_batches(dp, opened.forward, &redo)) return {};
+        if (make_batches(dp, opened.forward, &redo, {})) return {};
         redo.progress.state |= RollsBack;
         // Whoever was here before may have come further.
         redo.progress.taken_back = static_cast<std::uint32_t>(opened.back.size());
@@ -239,11 +240,11 @@ bool are_journalled(std::span<const Batch> batches) {
     return std::ranges::any_of(batches, [](const Batch &batch) { return batch.is_journalled; });
 }
 
-Result<void> make_batches(DP *dp, std::span<const Batch> batches, RedoFile *redo) {
+Result<void> make_batches(DP *dp, std::span<const Batch> batches, RedoFile *redo, const Remarks &remarks) {
     RedoProgress *const progress = redo ? &redo->progress : nullptr;
     if (!are_journalled(batches)) return apply_all(dp, batches, progress);
     if (auto marked = mark_as_begun(dp, *redo); !marked) return marked;
-    JournalTurn turn(dp, *redo);
+    JournalTurn turn(dp, *redo, remarks);
     if (auto begun = turn.begin(batches); !begun) return begun;
     if (auto applied = apply_all(dp, batches, progress); !applied) return applied;
     return turn.end();

@@ -16,12 +16,18 @@ Result<std::string> redo_directory(const lock::LockTable &table);
 // The path of an owner's redo record.
 std::string redo_path(const lock::LockTable &table, const std::string &directory, lock::OwnerId owner);
 
+// What the program says at the begin and the end of its transaction, for the journal.
+struct Remarks {
+    VAR begin;
+    VAR end;
+};
+
 // Whether any of the batches goes into the journal.
 bool are_journalled(std::span<const Batch> batches);
 
 // Makes the updates of the batches in order, between the begin and the end of a transaction in the journal when any of
 // them goes there: then `redo` is not null. On an error some of them may have been made.
-Result<void> make_batches(DP *dp, std::span<const Batch> batches, RedoFile *redo);
+Result<void> make_batches(DP *dp, std::span<const Batch> batches, RedoFile *redo, const Remarks &remarks);
 
 // Does what the redo record `path` tells, and removes it: makes its updates, or takes them back where that was begun or
 // where they cannot be made. One at a time does so for a record. Done when there is no such record, or one that is not

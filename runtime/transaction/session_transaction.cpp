@@ -17,7 +17,7 @@ namespace {
 
 bool SessionTransaction::is_in_own_process() const { return dp_->process == getpid(); }
 
-Result<void> SessionTransaction::begin(int level) {
+Result<void> SessionTransaction::begin(int level, const VAR *remark) {
     if (open()) return Error{EALREADY, "a transaction is active already: it must end before another one begins"};
     if (!is_in_own_process()) return Error{EINVAL, "the session is one of another process"};
     if (left_ != Left::Nothing) {
@@ -30,16 +30,18 @@ Result<void> SessionTransaction::begin(int level) {
     table_ = &dp_->state<lock::SessionOwner>().table();
     open_ = std::make_unique<OpenTransaction>();
     open_->level = level;
+    if (remark) open_->remarks.begin = *remark;
     return {};
 }
 
-Result<void> SessionTransaction::commit() {
+Result<void> SessionTransaction::commit(const VAR *remark) {
     if (!open()) return Error{EINVAL, "no transaction is active: there is nothing to commit"};
     struct AtEnd {
         SessionTransaction &session;
         ~AtEnd() { session.end(); }
     } const at_end{*this};
-    return make_updates(dp_, open_->updates, left_);
+    if (remark) open_->remarks.end = *remark;
+    return make_updates(dp_, open_->updates, open_->remarks, left_);
 }
 
 Result<void> SessionTransaction::abort() {

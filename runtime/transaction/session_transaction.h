@@ -14,6 +14,7 @@ namespace velda::transaction {
 
 struct OpenTransaction {
     HeldUpdates updates;
+    Remarks remarks;
     int level = 0;  // command level that began it: it ends with that one
 };
 
@@ -25,9 +26,10 @@ class SessionTransaction {
     // The active transaction, or null. A forked child is in none.
     OpenTransaction *open() const { return open_ && is_in_own_process() ? open_.get() : nullptr; }
 
-    Result<void> begin(int level);
+    // Remarks may be null.
+    Result<void> begin(int level, const VAR *remark);
     // The transaction is over with either, whatever it comes to.
-    Result<void> commit();
+    Result<void> commit(const VAR *remark);
     Result<void> abort();
 
     // Makes the session see to the commits of the dead, at the opening of a file: those that are found then are

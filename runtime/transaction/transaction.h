@@ -31,7 +31,8 @@ extern "C" {
 #endif
 
 // Each returns 1 when it is done. On 0 SYSTEM(0) holds the reason as an error number and velda_transaction_error its
-// text. `text` is a free remark of the program, which may be null.
+// text. `text` is a remark of the program for the journal, kept up to its first mark; it may be null. An aborted
+// transaction has left nothing there.
 
 // TRANSTART. 0 with 114 when a transaction is active already: it stays active.
 VELDA_EXPORT int velda_transaction_begin(DP *dp, const VAR *text);
