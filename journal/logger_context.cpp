@@ -5,32 +5,25 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <new>
 #include <system_error>
+
+#include "journal/session_block.h"
 
 namespace velda::journal {
 
 namespace {
 
-void make_context(DP *, void *block) { new (block) LoggerContext; }
-
-void free_context(DP *dp, void *block) {
-    auto *const context = static_cast<LoggerContext *>(block);
-    for (VRunFile *&file : context->files) VRunFileIOClose(dp, file);
-    VRunFileIOClose(dp, context->configHandle);
-    VELDAfree(dp, context->recordBuffer, "vutil.logger", __LINE__);
-    context->~LoggerContext();
+void close_context(DP *dp, LoggerContext &context) {
+    for (VRunFile *&file : context.files) VRunFileIOClose(dp, file);
+    VRunFileIOClose(dp, context.configHandle);
+    VELDAfree(dp, context.recordBuffer, "vutil.logger", __LINE__);
 }
 
 constexpr LogSetInfo EmptySet = {};
 
 }  // namespace
 
-LoggerContext &logger_context(DP *dp) {
-    static int key = 0;
-    return *static_cast<LoggerContext *>(
-        VLibCreateUserDataEx(dp, "vutil.logger", sizeof(LoggerContext), &key, make_context, free_context));
-}
+LoggerContext &logger_context(DP *dp) { return SessionBlock<LoggerContext, close_context>::of(dp, "vutil.logger"); }
 
 bool map_logger(DP *dp, LoggerContext &context) {
     if (context.config == VELDA_LOGGER_NOT_MAPPED) context.config = VediLoggerInit(dp, 1);

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "journal/duplicator/device_stream.h"
 #include "journal/duplicator/duplicator.h"
@@ -73,13 +74,17 @@ Outcome end_run(const Writing &writing, Severity severity, const char *message, 
     return Outcome::RunEnds;  // the run was ending already
 }
 
+// Why a block gets out: it is full and more records follow, or what it holds is not to wait.
+enum class Flush { Full, Now };
+
 // Writes what is left of the block. 0 or the error.
-int write_rest(const Writing &writing, std::size_t &done) {
+int write_rest(const Writing &writing, Flush flush, std::size_t &done) {
     const LogSelect &output = writing.output;
+    const auto write = output.deviceType == Socket && flush == Flush::Full ? velda_socket_send_more : velda_write;
     while (done < output.buffer.size()) {
         errno = 0;
         const std::ptrdiff_t written =
-            velda_write(writing.dp, output.fd, output.buffer.data() + done, output.buffer.size() - done);
+            write(writing.dp, output.fd, output.buffer.data() + done, output.buffer.size() - done);
         if (written > 0) {
             done += static_cast<std::size_t>(written);
             continue;
@@ -119,13 +124,16 @@ Outcome after_write_error(const Writing &writing, int error, std::int32_t index)
     return ask_after_write_error(writing, error, name);
 }
 
-Outcome write_block(const Writing &writing, std::int32_t index) {
+Outcome write_block(const Writing &writing, std::int32_t index, Flush flush) {
     std::size_t done = 0;  // a try after an error goes on where the last one stopped
-    while (const int error = write_rest(writing, done)) {
+    while (const int error = write_rest(writing, flush, done)) {
         const Outcome outcome = after_write_error(writing, error, index);
         if (outcome != Outcome::Written) return outcome;
     }
-    if (writing.output.deviceType == Socket) DupReadMilestone(writing.dp, writing.context);
+    if (writing.output.deviceType == Socket) {
+        writing.context.transfer.hasHeldBytes = flush == Flush::Full;
+        DupReadMilestone(writing.dp, writing.context);
+    }
     return Outcome::Written;
 }
 
@@ -229,12 +237,44 @@ bool change_device(const Writing &writing, std::int32_t index) {
 
 // --- records ---
 
+void flush_block(const Writing &writing, bool new_device, Flush flush) {
+    DP *const dp = writing.dp;
+    LogSelect &output = writing.output;
+    assert(is_block_size(output.blockSize));
+    const StatusTextScope status(dp);
+    const std::int32_t index = output.deviceIndex;
+    if (index < 0) {
+        // While a device is being changed what comes in meanwhile, the end of a run that is given up, has no place.
+        if (index == DeviceInChange || change_device(writing, index)) DupInitBlock(dp);
+        return;
+    }
+    if (output.bufferPosition <= static_cast<std::int32_t>(BlockHeader::Bytes)) return;
+    std::fill(output.buffer.begin() + output.bufferPosition, output.buffer.end(), static_cast<unsigned char>(0));
+    output.deviceIndex = DeviceInChange;
+    set_status_text(dp, "WRITING to serial device");
+    const Outcome outcome = write_block(writing, index, flush);
+    if (outcome == Outcome::RunEnds) return;
+    if (outcome == Outcome::NewDevice) {
+        // The block did not get out: it is the first of the new device.
+        if (change_device(writing, index)) flush_block(writing, new_device, flush);
+        return;
+    }
+    add_blocks(writing, 1);
+    if (!new_device) {
+        ++output.blockNumber;
+        output.deviceIndex = index;
+    } else if (!change_device(writing, index)) {
+        return;
+    }
+    DupInitBlock(dp);
+}
+
 void copy_bytes(const Writing &writing, std::string_view bytes) {
     LogSelect &output = writing.output;
     // A reader finds records by headers that stand in one block.
-    if (writing.left() < RecordHeader::Bytes) DupFlushBlock(writing.dp, false);
+    if (writing.left() < RecordHeader::Bytes) flush_block(writing, false, Flush::Full);
     while (!bytes.empty()) {
-        if (writing.left() == 0) DupFlushBlock(writing.dp, false);
+        if (writing.left() == 0) flush_block(writing, false, Flush::Full);
         const std::size_t piece = std::min(bytes.size(), writing.left());
         std::memcpy(output.buffer.data() + output.bufferPosition, bytes.data(), piece);
         output.bufferPosition += static_cast<std::int32_t>(piece);
@@ -267,34 +307,9 @@ void DupInitBlock(DP *dp) {
 
 void DupFlushBlock(DP *dp, bool new_device) {
     const Writing writing(dp);
-    LogSelect &output = writing.output;
-    assert(is_block_size(output.blockSize));
-    const StatusTextScope status(dp);
-    const std::int32_t index = output.deviceIndex;
-    if (index < 0) {
-        // While a device is being changed what comes in meanwhile, the end of a run that is given up, has no place.
-        if (index == DeviceInChange || change_device(writing, index)) DupInitBlock(dp);
-        return;
-    }
-    if (output.bufferPosition <= static_cast<std::int32_t>(BlockHeader::Bytes)) return;
-    std::fill(output.buffer.begin() + output.bufferPosition, output.buffer.end(), static_cast<unsigned char>(0));
-    output.deviceIndex = DeviceInChange;
-    set_status_text(dp, "WRITING to serial device");
-    const Outcome outcome = write_block(writing, index);
-    if (outcome == Outcome::RunEnds) return;
-    if (outcome == Outcome::NewDevice) {
-        // The block did not get out: it is the first of the new device.
-        if (change_device(writing, index)) DupFlushBlock(dp, new_device);
-        return;
-    }
-    add_blocks(writing, 1);
-    if (!new_device) {
-        ++output.blockNumber;
-        output.deviceIndex = index;
-    } else if (!change_device(writing, index)) {
-        return;
-    }
-    DupInitBlock(dp);
+    bool &has_held_bytes = writing.context.transfer.hasHeldBytes;
+    flush_block(writing, new_device, Flush::Now);
+    if (std::exchange(has_held_bytes, false)) velda_socket_push(dp, writing.output.fd);
 }
 
 void DupWriteDevice(DP *dp, const unsigned char *record) {

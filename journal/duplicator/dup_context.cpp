@@ -13,23 +13,16 @@
 #include "journal/duplicator/dup_monitor.h"
 #include "journal/duplicator/duplicator.h"
 #include "journal/journal.h"
+#include "journal/session_block.h"
 
 namespace velda::journal {
 
 namespace {
 
-void make_context(DP *, void *block) { new (block) DupContext; }
-
 void close_files(DP *dp, DupContext &context) {
     for (auto &bucket : context.fileCache)
         for (CachedFile &cached : bucket)
             if (cached.file) VediClose(dp, cached.file.get(), 0);
-}
-
-void free_context(DP *dp, void *block) {
-    auto *const context = static_cast<DupContext *>(block);
-    close_files(dp, *context);
-    context->~DupContext();
 }
 
 template <class Number>
@@ -49,15 +42,12 @@ void add(std::uint64_t &counter, std::int64_t amount) {
 DupContext::DupContext() = default;
 DupContext::~DupContext() = default;
 
-DupContext &dup_context(DP *dp) {
-    static int key = 0;
-    return *static_cast<DupContext *>(
-        VLibCreateUserDataEx(dp, "vlogdupC", sizeof(DupContext), &key, make_context, free_context));
-}
+DupContext &dup_context(DP *dp) { return SessionBlock<DupContext, close_files>::of(dp, "vlogdupC"); }
 
 DupContext &start_dup_context(DP *dp) {
     DupContext &context = dup_context(dp);
-    free_context(dp, &context);
+    close_files(dp, context);
+    context.~DupContext();
     new (&context) DupContext;
     context.startTicks = steady_milliseconds();
     velda_process_times(dp, &context.startUserSeconds, &context.startSystemSeconds);

@@ -91,6 +91,7 @@ struct TransferState {
     bool isEndingDevice = false;    // the record that ends a device is under way
     bool isKilled = false;          // an operator has asked the run to stop, and that was reported
     bool hasTrap = false;           // the trap for signals is set
+    bool hasHeldBytes = false;      // the connection may hold back bytes until more follow
     std::string savedStatusText;    // from before a wait
 };
 

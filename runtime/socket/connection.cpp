@@ -91,11 +91,12 @@ std::ptrdiff_t Connection::read(DP *dp, void *buffer, std::size_t size) {
     return take_ahead(buffer, size);
 }
 
-std::ptrdiff_t Connection::write(DP *dp, const void *buffer, std::size_t size) {
+std::ptrdiff_t Connection::write(DP *dp, const void *buffer, std::size_t size, bool more_follows) {
+    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (more_follows ? MSG_MORE : 0);
     const auto *const bytes = static_cast<const std::byte *>(buffer);
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t sent = send(descriptor_, bytes + done, size - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t sent = send(descriptor_, bytes + done, size - done, flags);
         if (sent >= 0) {
             done += static_cast<std::size_t>(sent);
             continue;

@@ -1,5 +1,6 @@
 // The entries of socket.h.
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -136,6 +137,16 @@ ptrdiff_t velda_write(DP *dp, int descriptor, const void *buffer, size_t size) {
 ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t size) {
     Connection *const connection = connection_or_fail(dp, descriptor);
     return connection ? connection->write(dp, buffer, size) : -1;
+}
+
+ptrdiff_t velda_socket_send_more(DP *dp, int descriptor, const void *buffer, size_t size) {
+    Connection *const connection = connection_or_fail(dp, descriptor);
+    return connection ? connection->write(dp, buffer, size, true) : -1;
+}
+
+int velda_socket_push(DP *, int descriptor) {
+    const int on = 1;  // it is on: setting it again has the kernel send what waits
+    return setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0 ? 0 : failed(errno);
 }
 
 int velda_socket_ready(DP *dp, int descriptor, int direction) {

@@ -75,6 +75,11 @@ VELDA_EXPORT ptrdiff_t velda_socket_recv(DP *dp, int descriptor, void *buffer, s
 VELDA_EXPORT ptrdiff_t velda_write(DP *dp, int descriptor, const void *buffer, size_t size);
 VELDA_EXPORT ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t size);
 
+// As velda_socket_send, of bytes that more will follow at once: the kernel may wait for those, up to a fifth of a second,
+// and send all together. The second sends what waits. 0.
+VELDA_EXPORT ptrdiff_t velda_socket_send_more(DP *dp, int descriptor, const void *buffer, size_t size);
+VELDA_EXPORT int velda_socket_push(DP *dp, int descriptor);
+
 // 1 when bytes (or the end of the stream) can be read, or bytes written, without a wait; else 0. Never waits. For any
 // descriptor, as velda_read.
 VELDA_EXPORT int velda_socket_ready(DP *dp, int descriptor, int direction);
