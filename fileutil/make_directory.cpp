@@ -66,6 +66,6 @@ int VELDAMakeDirectory(DP *dp, const char *path, const char *, const char *, int
     if (!make(path, mode)) return NotOpened;
     if (!logged) return set_unlogged(dp, path);
     // A system without journal has nobody to tell; the directory is there all the same.
-    VediLoggerMisc(dp, VELDA_LOGGER_MAKE_DIRECTORY);
+    VediLoggerMisc(dp, VELDA_LOGGER_MAKE_DIRECTORY, path);
     return Made;
 }

@@ -63,6 +63,8 @@ void create_configuration(DP *dp, const std::string &path, const std::string &ad
     const VELDALoggerConfig record = new_record(dp, path, admin_log);
     if (VRunFileIOWrite(dp, file, 0, &record, sizeof record, nullptr) != 0) VELDAperror(dp, path.c_str());
     VRunFileIOClose(dp, file);
+    // Sessions that found none look again within this time: no update is made unseen once the journal is used.
+    velda_logger_await_discovery(dp);
     VRunFileIOClose(dp, VRunFileIOOpen(dp, admin_log.c_str(),
                                        VELDA_OPEN_READ_WRITE | VELDA_OPEN_CREATE | VELDA_OPEN_TRUNCATE, AnyoneMayUse));
 }

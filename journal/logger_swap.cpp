@@ -42,13 +42,17 @@ int chosen_set(DP *dp, const VELDALoggerConfig &config, int choice) {
 void log_change(DP *dp, int set) { VediLoggerError(dp, 0, "Log set changed to %d", set); }
 
 int switch_off(DP *dp, VELDALoggerConfig &config) {
+    VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE);
+    velda_logger_hold_writers(dp);
     VediLoggerMisc(dp, VELDA_LOGGER_CLOSE_SET);
+    velda_logger_release_writers(dp);
     VELDALoggerChangeStatus(dp, VELDA_LOGGER_INACTIVE);
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_TAKE);
     ++config.updateCount;
     config.currentSet = 0;
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_LEAVE);
     LoggerSaveConfig(dp);
+    VediLoggerMisc(dp, VELDA_LOGGER_END_CHANGE);
     log_change(dp, 0);
     return 0;
 }
@@ -63,17 +67,15 @@ void store_switch(DP *dp, VELDALoggerConfig &config, int set, int64_t now) {
 
 // Writers are held by the suspended status while the set changes.
 void switch_to(DP *dp, VELDALoggerConfig &config, int set) {
-    VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE);
-    const uint32_t status = config.status;
-    config.status = VELDA_LOGGER_SUSPENDED;
+    velda_logger_hold_writers(dp);
     VediLoggerMisc(dp, VELDA_LOGGER_PUBLISH);
     VediLoggerMisc(dp, VELDA_LOGGER_CLOSE_SET);
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_TAKE);
-    const int64_t now = present_time();
+    const int64_t now = velda_logger_next_time(dp);
     store_switch(dp, config, set, now);
     LoggerResetSet(dp, set, now);
     LoggerSaveConfig(dp);
-    config.status = status;
+    velda_logger_release_writers(dp);
     VediLoggerMisc(dp, VELDA_LOGGER_END_CHANGE);
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_LEAVE);
 }
@@ -97,8 +99,10 @@ int VELDALoggerChangeStatus(DP *dp, int32_t status) {
     }
     if (status == VELDA_LOGGER_ACTIVE)
         if (const int error = LoggerCheckSet(dp, set, false)) return error;
-    config.status = static_cast<uint32_t>(status);
+    VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE);
+    velda_logger_set_status(dp, status);
     LoggerSaveConfig(dp);
+    VediLoggerMisc(dp, VELDA_LOGGER_END_CHANGE);
     VediLoggerError(dp, 0, "Status of logger set to %s (current log set %d)", StatusNames[status], set);
     return 0;
 }
@@ -108,11 +112,20 @@ int VELDALoggerSwapLog(DP *dp, int32_t choice) {
     LoggerContext &context = logger_context(dp);
     if (!map_logger(dp, context)) return NoJournal;
     if (choice == NoSet) return switch_off(dp, *context.config);
-    const int set = chosen_set(dp, *context.config, choice);
-    if (const int error = LoggerCheckSet(dp, set, false)) return error;
-    switch_to(dp, *context.config, set);
-    log_change(dp, set);
-    return 0;
+    // Two administrators who ask for the next set at once get two sets. The check may ask the operator, so it is made
+    // before the lock is taken, and made again when another switch came in between.
+    for (;;) {
+        const uint32_t current = context.config->currentSet;
+        const int set = chosen_set(dp, *context.config, choice);
+        if (const int error = LoggerCheckSet(dp, set, false)) return error;
+        VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE);
+        if (context.config->currentSet == current || choice > NoSet) {
+            switch_to(dp, *context.config, set);
+            log_change(dp, set);
+            return 0;
+        }
+        VediLoggerMisc(dp, VELDA_LOGGER_END_CHANGE);
+    }
 }
 
 int VELDALoggerTruncateLog(DP *dp, int32_t set) {
@@ -123,7 +136,7 @@ int VELDALoggerTruncateLog(DP *dp, int32_t set) {
         VELDAfprintf(dp, stderr, "Error! Cannot truncate an active log set\n");
         return EINVAL;
     }
-    LoggerResetSet(dp, set, present_time());
+    LoggerResetSet(dp, set, velda_logger_next_time(dp));
     LoggerSaveConfig(dp);
     VediLoggerError(dp, 0, "Log set %d truncated", set);
     return 0;

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "runtime/file/statement.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/setting_words.h"
 #include "runtime/value/value.h"
 
@@ -136,6 +137,7 @@ Result<void> remove_parts(const Request &request) {
 }
 
 int run(DP *dp, const VAR *operands, VAR *message, std::string_view failure, Result<void> (*action)(const Request &)) {
+    const store::UpdateScope scope(dp, true);
     const auto request = parse(*operands);
     const auto done = request ? action(*request) : Result<void>(request.error());
     if (done) return Done;

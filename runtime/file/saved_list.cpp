@@ -24,7 +24,7 @@ Result<std::shared_ptr<store::OpenFile>> make_saved_lists() {
     if (opened || opened.error().number != ENOENT) return opened;
     const auto directory = global_subdirectory(ListsDirectory);
     if (!directory) return directory.error();
-    const auto made = store::create_file(*directory + ListsFile, "HL", {});
+    const auto made = store::create_file(*directory + ListsFile, "HL", {.journalled = false});
     // Another session may have made it meanwhile.
     if (!made && made.error().number != EEXIST) return made.error();
     return open_saved_lists();

@@ -26,7 +26,7 @@ LockFile::LockFile(const std::string &path) : file_(open(path.c_str(), O_RDWR | 
     if (file_ < 0) open_error_ = errno;
 }
 
-int LockFile::set(LockByte byte, short type) const {
+int LockFile::set(LockByte byte, short type, int command) const {
     struct flock range {};
     range.l_type = type;
     range.l_whence = SEEK_SET;
@@ -34,7 +34,7 @@ int LockFile::set(LockByte byte, short type) const {
     range.l_len = 1;
     int result;
     do {
-        result = fcntl(file_, F_SETLKW, &range);
+        result = fcntl(file_, command, &range);
     } while (result != 0 && errno == EINTR);
     return result == 0 ? 0 : errno;
 }
@@ -51,7 +51,7 @@ int LockFile::take(LockByte byte, const DP *dp) {
             break;
         }
     }
-    const int error = set(byte, F_WRLCK);
+    const int error = set(byte, F_WRLCK, F_SETLKW);
     if (error != 0) {
         holder = 0;
         holder.notify_all();
@@ -59,8 +59,20 @@ int LockFile::take(LockByte byte, const DP *dp) {
     return error;
 }
 
+bool LockFile::try_take(LockByte byte, const DP *dp) {
+    if (file_ < 0) return false;
+    std::atomic<std::uint64_t> &holder = holders_[static_cast<int>(byte)];
+    std::uint64_t seen = holder.load();
+    if (seen != 0 && is_of_this_process(seen)) return false;
+    if (!holder.compare_exchange_strong(seen, session_word(dp))) return false;
+    if (set(byte, F_WRLCK, F_SETLK) == 0) return true;
+    holder = 0;
+    holder.notify_all();
+    return false;
+}
+
 void LockFile::leave(LockByte byte) {
-    set(byte, F_UNLCK);
+    set(byte, F_UNLCK, F_SETLK);
     std::atomic<std::uint64_t> &holder = holders_[static_cast<int>(byte)];
     holder = 0;
     holder.notify_all();

@@ -24,10 +24,12 @@ class LockFile {
 
     // Waits for the lock. 0 or the error number.
     int take(LockByte byte, const DP *dp);
+    // False when somebody has it.
+    bool try_take(LockByte byte, const DP *dp);
     void leave(LockByte byte);
 
   private:
-    int set(LockByte byte, short type) const;
+    int set(LockByte byte, short type, int command) const;
 
     int file_ = -1;
     int open_error_ = 0;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "runtime/base/global_directory.h"
+#include "runtime/journal/writer_state.h"
 #include "runtime/process/context.h"
 
 namespace velda::journal {
@@ -104,14 +105,8 @@ Result<Configuration *> find_or_map(const std::string &path) {
     if (!record) return record.error();
     known.all.push_back(std::make_unique<Configuration>(Configuration{
         path, status->st_dev, status->st_ino, *record, std::make_unique<LockFile>(configuration_directory() + LockName),
-        std::make_unique<SetStream>()}));
+        std::make_unique<SetStream>(), 0}));
     return known.all.back().get();
-}
-
-std::int64_t coarse_nanoseconds() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
 }
 
 // The session's configuration; a missing one is looked for again from time to time.
@@ -131,6 +126,12 @@ std::string given_directory() {
 
 }  // namespace
 
+std::int64_t coarse_nanoseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+}
+
 std::string configuration_directory() {
     const std::string given = given_directory();
     return (given.empty() ? global_directory() : given) + "/config";
@@ -139,6 +140,8 @@ std::string configuration_directory() {
 Result<Configuration *> map_configuration() { return find_or_map(configuration_directory() + ConfigurationName); }
 
 JournalSession::~JournalSession() {
+    if (slot && depth > 0) slot->count.store(0);
+    if (slot) slot->process.store(0);
     table_lock.leave_all();
     change_lock.leave_all();
 }
@@ -190,4 +193,10 @@ int velda_logger_make_directory(DP *) {
         return made ? 0 : made.error().number;
     }
     return mkdir(configuration_directory().c_str(), 0777) == 0 || errno == EEXIST ? 0 : errno;
+}
+
+void velda_logger_await_discovery(DP *) {
+    constexpr std::int64_t ClockStep = 10'000'000;  // of the coarse clock, and more
+    const timespec time = {0, MissingConfigurationNanoseconds + ClockStep};
+    nanosleep(&time, nullptr);
 }

@@ -21,7 +21,8 @@ struct Configuration {
     ino_t inode = 0;
     VELDALoggerConfig *record = nullptr;
     std::unique_ptr<LockFile> lock_file;  // guards the record between processes
-    std::unique_ptr<SetStream> stream;    // the set that is being written
+    std::unique_ptr<SetStream> stream;    // the set that is being written; used under the append lock
+    std::int64_t looked_at_files = 0;     // when its files were last found in place
 };
 
 // The directory in which the configuration, the lock file and the first administration log lie.
@@ -33,14 +34,20 @@ Result<Configuration *> map_configuration();
 // For how long a session believes that there is no configuration: who makes one waits that long before it is used.
 inline constexpr std::int64_t MissingConfigurationNanoseconds = 20'000'000;
 
+// A clock that costs next to nothing and moves every few milliseconds.
+std::int64_t coarse_nanoseconds();
+
 // What a session knows of the journal.
 struct JournalSession {
     ~JournalSession();
 
     Configuration *configuration = nullptr;
-    std::string error;              // of the last failed VediLoggerInit
-    bool stays_out = false;         // its updates are not journalled
-    bool in_transaction = false;    // between the records of a transaction's start and end
+    std::string error;            // of the last failed VediLoggerInit
+    bool stays_out = false;       // its updates are not journalled
+    bool in_transaction = false;  // between the records of a transaction's start and end
+    bool is_under_way_with_transaction = false;
+    UnderWaySlot *slot = nullptr;   // the session's own, once it was under way
+    int depth = 0;                  // how deep it is under way
     std::int64_t looked_until = 0;  // when a configuration that was missing is looked for again, monotonic nanoseconds
     std::int32_t port = 0;          // 0: not asked for yet
     std::int32_t stands_for = 0;    // the dead process in whose name it appends; 0: none

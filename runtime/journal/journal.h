@@ -25,9 +25,12 @@ extern "C" {
 enum {
     VELDA_LOGGER_SAVE = 1,             // writes the configuration to disk
     VELDA_LOGGER_TABLE_LOCK = 2,       // argument VELDA_LOGGER_TAKE or VELDA_LOGGER_LEAVE
-    VELDA_LOGGER_CLOSE_SET = 3,        // makes what was written to the current set durable
+    VELDA_LOGGER_CLOSE_SET = 3,        // ends the current set with its EOF record and makes it durable
     VELDA_LOGGER_REFRESH_COUNTS = 6,   // argument 0: brings the statistics up to date
-    VELDA_LOGGER_MAKE_DIRECTORY = 13,  // journals the making of a directory
+    VELDA_LOGGER_REFRESH_SESSION = 7,  // what this session keeps of files and of the journal is fresh from here on
+    VELDA_LOGGER_MAKE_DIRECTORY = 13,  // journals a directory that was made; argument: its path, a const char *
+    VELDA_LOGGER_BEGIN_BATCH = 16,     // from here to code 17 a change of set or status waits for this session
+    VELDA_LOGGER_END_BATCH = 17,
     VELDA_LOGGER_REFRESH = 23,         // what other processes changed before is seen from here on
     VELDA_LOGGER_PUBLISH = 24,         // what was changed before is seen by others from here on
     VELDA_LOGGER_BEGIN_CHANGE = 25,    // takes the lock of a set change or a slot update
@@ -46,9 +49,10 @@ enum {
 // making, and looked at again for a tenth of a second.
 VELDA_EXPORT VELDALoggerConfig *VediLoggerInit(DP *dp, int one);
 
-// Carries out one of the codes above; codes 2 and 6 take one `int` more. 0, or an error number that errno has too: that
-// of VediLoggerInit when there is no configuration, 22 for a code or argument that does not exist, 1 when a lock is
-// left that this session does not hold, and 38 for what only the writer of records can do.
+// Carries out one of the codes above; codes 2 and 6 take one `int` more, code 13 a `const char *`. 0, or an error number
+// that errno has too: that of VediLoggerInit when there is no configuration, 22 for a code or argument that does not
+// exist, 1 when a lock is left that this session does not hold or code 17 comes without code 16, and that of a record
+// which cannot be appended. docs/journal.md says what each does.
 //
 // The two locks exclude the sessions of all processes and of one process, die with the process that holds them, and
 // count: a session that takes one twice leaves it twice. Who needs both takes the one of code 25 first. A wait for a
@@ -86,12 +90,46 @@ VELDA_EXPORT int velda_logger_transaction_abort(DP *dp, const VAR *text);
 // error number as above; the journal must not be suspended.
 VELDA_EXPORT int velda_logger_transaction_abort_dead(DP *dp, int pid, int port);
 
+// Append a record about a plain file, or about an index or a trigger of a database file. Nothing and 0 while the journal
+// is inactive; else 0 or an error number, and velda_logger_error has the message.
+//
+// The file's content, owner and mode as they are now.
+VELDA_EXPORT int VediLoggerFlatFile(DP *dp, const char *path);
+VELDA_EXPORT int velda_logger_move_file(DP *dp, const char *from, const char *to);
+VELDA_EXPORT int velda_logger_remove_file(DP *dp, const char *path);
+
+enum {
+    VELDA_LOGGER_CREATE_INDEX,
+    VELDA_LOGGER_DELETE_INDEX,
+    VELDA_LOGGER_REBUILD_INDEX,
+    VELDA_LOGGER_CREATE_TRIGGER,
+    VELDA_LOGGER_DELETE_TRIGGER
+};
+// `text` holds a "^" and behind it a format with one "%s" for the file's path, by which reports tell of the change.
+VELDA_EXPORT int velda_logger_text(DP *dp, int what, const char *file, const char *text);
+
+// For a change of set or of status; the caller is between codes 25 and 26. Holding the writers of all processes stores
+// the suspended status and returns when none of them is under way; the release brings the status back that was before.
+// When the caller dies in between, the next writer or administrator finishes the change or takes it back.
+VELDA_EXPORT void velda_logger_hold_writers(DP *dp);
+VELDA_EXPORT void velda_logger_release_writers(DP *dp);
+
+// Stores an operator's status, VELDA_LOGGER_ACTIVE and so on. Unless it is active no record is appended any more when
+// this returns. The caller is between codes 25 and 26.
+VELDA_EXPORT void velda_logger_set_status(DP *dp, int status);
+
+// A stamp for the next use of a set: the present time, but later than the stamps of all sets and their records.
+VELDA_EXPORT int64_t velda_logger_next_time(DP *dp);
+
 // Whether updates are journalled: 0 inactive, or no journal is configured here, 1 active, 2 suspended.
 VELDA_EXPORT int VediLoggerStatus(DP *dp);
 
 // Makes the directory of the configuration file, when it is missing, in an existing VBCLOGCONFDIR or in the global
 // directory. 0, or the error number.
 VELDA_EXPORT int velda_logger_make_directory(DP *dp);
+
+// Waits until every session knows of a configuration that was just made: some hundredths of a second.
+VELDA_EXPORT void velda_logger_await_discovery(DP *dp);
 
 // What was wrong at this session's last failed call of this header, naming the thing and the reason; "" before. Valid
 // until the next call.

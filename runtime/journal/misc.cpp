@@ -8,8 +8,11 @@
 #include <iterator>
 
 #include "runtime/journal/configuration.h"
-#include "runtime/journal/set_file.h"
+#include "runtime/journal/file_records.h"
+#include "runtime/journal/set_change.h"
+#include "runtime/journal/under_way.h"
 #include "runtime/process/context.h"
+#include "runtime/store/driver.h"
 
 namespace velda::journal {
 
@@ -20,7 +23,14 @@ struct Call {
     JournalSession &session;
     Configuration &configuration;
     int argument;
+    const char *path;
 };
+
+int number_of(const Call &call, const Result<void> &result) {
+    if (result) return 0;
+    call.session.error = result.error().message;
+    return result.error().number;
+}
 
 int save(const Call &call) {
     return msync(call.configuration.record, VELDA_LOGGER_CONFIG_BYTES, MS_SYNC) == 0 ? 0 : errno;
@@ -33,8 +43,9 @@ int table_lock(const Call &call) {
 }
 
 int close_set(const Call &call) {
-    const std::uint32_t set = call.configuration.record->currentSet;
-    return set >= 1 && set <= VELDA_LOGGER_SETS ? sync_set(call.configuration.record->sets[set - 1]) : 0;
+    const int error = number_of(call, close_current_set(call.dp, call.configuration));
+    const int unsaved = save(call);
+    return error != 0 ? error : unsaved;
 }
 
 // The counts lie in the shared record itself: seeing what others stored is all there is to bring up to date.
@@ -56,25 +67,46 @@ int begin_change(const Call &call) {
 
 int end_change(const Call &call) { return call.session.change_lock.leave(); }
 
-// Only a record can hold a directory: without an active journal there is none to append.
-int make_directory(const Call &call) { return call.configuration.record->status == VELDA_LOGGER_INACTIVE ? 0 : ENOSYS; }
+int begin_batch(const Call &call) { return number_of(call, begin_under_way(call.dp, call.configuration)); }
+
+int end_batch(const Call &call) {
+    if (call.session.depth == 0) return EPERM;
+    end_under_way(call.session);
+    return 0;
+}
+
+// What this session read before, of files and of the configuration's absence, counts no more.
+int refresh_session(const Call &call) {
+    call.session.looked_until = 0;
+    store::release_snapshots();
+    return refresh(call);
+}
+
+int make_directory(const Call &call) {
+    return call.path ? number_of(call, journal_directory(call.dp, call.path)) : EINVAL;
+}
+
+enum class Takes { Nothing, Number, Path };
 
 struct MiscCode {
     int code;
-    bool takes_argument;
+    Takes takes;
     int (*run)(const Call &call);
 };
 
 constexpr MiscCode Codes[] = {
-    {VELDA_LOGGER_SAVE, false, save},
-    {VELDA_LOGGER_TABLE_LOCK, true, table_lock},
-    {VELDA_LOGGER_CLOSE_SET, false, close_set},
-    {VELDA_LOGGER_REFRESH_COUNTS, true, refresh_counts},
-    {VELDA_LOGGER_MAKE_DIRECTORY, false, make_directory},
-    {VELDA_LOGGER_REFRESH, false, refresh},
-    {VELDA_LOGGER_PUBLISH, false, publish},
-    {VELDA_LOGGER_BEGIN_CHANGE, false, begin_change},
-    {VELDA_LOGGER_END_CHANGE, false, end_change},
+    {VELDA_LOGGER_SAVE, Takes::Nothing, save},
+    {VELDA_LOGGER_TABLE_LOCK, Takes::Number, table_lock},
+    {VELDA_LOGGER_CLOSE_SET, Takes::Nothing, close_set},
+    {VELDA_LOGGER_REFRESH_COUNTS, Takes::Number, refresh_counts},
+    {VELDA_LOGGER_REFRESH_SESSION, Takes::Nothing, refresh_session},
+    {VELDA_LOGGER_MAKE_DIRECTORY, Takes::Path, make_directory},
+    {VELDA_LOGGER_BEGIN_BATCH, Takes::Nothing, begin_batch},
+    {VELDA_LOGGER_END_BATCH, Takes::Nothing, end_batch},
+    {VELDA_LOGGER_REFRESH, Takes::Nothing, refresh},
+    {VELDA_LOGGER_PUBLISH, Takes::Nothing, publish},
+    {VELDA_LOGGER_BEGIN_CHANGE, Takes::Nothing, begin_change},
+    {VELDA_LOGGER_END_CHANGE, Takes::Nothing, end_change},
 };
 
 const MiscCode *find_code(int code) {
@@ -83,10 +115,10 @@ const MiscCode *find_code(int code) {
     return found == std::end(Codes) ? nullptr : found;
 }
 
-int run_code(DP *dp, const MiscCode &code, int argument) {
+int run_code(DP *dp, const MiscCode &code, int argument, const char *path) {
     const auto configuration = configuration_of(dp);
     if (!configuration) return configuration.error().number;
-    return code.run({dp, dp->state<JournalSession>(), **configuration, argument});
+    return code.run({dp, dp->state<JournalSession>(), **configuration, argument, path});
 }
 
 }  // namespace
@@ -99,9 +131,10 @@ int VediLoggerMisc(DP *dp, int code, ...) {
     if (!known) return errno = EINVAL;
     va_list arguments;
     va_start(arguments, code);
-    const int argument = known->takes_argument ? va_arg(arguments, int) : 0;
+    const int argument = known->takes == Takes::Number ? va_arg(arguments, int) : 0;
+    const char *const path = known->takes == Takes::Path ? va_arg(arguments, const char *) : nullptr;
     va_end(arguments);
-    const int error = run_code(dp, *known, argument);
+    const int error = run_code(dp, *known, argument, path);
     if (error != 0) errno = error;
     return error;
 }
@@ -109,4 +142,22 @@ int VediLoggerMisc(DP *dp, int code, ...) {
 int VediLoggerStatus(DP *dp) {
     const Configuration *const configuration = configuration_or_null(dp);
     return configuration ? static_cast<int>(configuration->record->status) : VELDA_LOGGER_INACTIVE;
+}
+
+void velda_logger_hold_writers(DP *dp) {
+    if (const auto configuration = configuration_of(dp)) hold_writers(dp, **configuration);
+}
+
+void velda_logger_release_writers(DP *dp) {
+    if (const auto configuration = configuration_of(dp)) release_writers(**configuration);
+}
+
+void velda_logger_set_status(DP *dp, int status) {
+    if (const auto configuration = configuration_of(dp))
+        change_status(dp, **configuration, static_cast<std::uint32_t>(status));
+}
+
+int64_t velda_logger_next_time(DP *dp) {
+    const auto configuration = configuration_of(dp);
+    return configuration ? next_use_time(*(*configuration)->record) : 0;
 }

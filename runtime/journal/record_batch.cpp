@@ -48,7 +48,7 @@ Result<void> RecordBatch::append() {
     std::size_t begin = 0;
     for (std::size_t n = 0; n < kept_.records.size(); begin = kept_.ends[n++])
         kept_.records[n].body = bytes.substr(begin, kept_.ends[n] - begin);
-    const bool is_under_way = dp_->state<JournalSession>().in_transaction;
+    const bool is_under_way = dp_->state<JournalSession>().depth > 0;
     return append_records(dp_, configuration_, kept_.records, is_under_way ? Hold::Never : Hold::WhileSuspended);
 }
 

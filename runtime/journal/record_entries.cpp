@@ -6,8 +6,8 @@
 
 #include "runtime/journal/journal.h"
 #include "runtime/journal/record_batch.h"
+#include "runtime/journal/under_way.h"
 #include "runtime/process/context.h"
-#include "runtime/store/journalling.h"
 #include "runtime/value/value.h"
 
 namespace velda::journal {
@@ -29,21 +29,21 @@ std::string_view plain_text(const VAR *text) {
 }
 
 Result<void> append_transaction_record(DP *dp, RecordType type, const VAR *text) {
-    for (;;) {
-        Configuration *const configuration = journal_of_updates(dp);
-        if (!configuration) return {};
-        const store::UpdateScope scope(dp, true);
-        if (!dp->state<JournalSession>().in_transaction)
-            if (auto may_go = store::journal_wait(); !may_go) return may_go;
-        RecordBatch batch(dp, *configuration);
-        if (auto begun = batch.begin({}, plain_text(text)); !begun) return begun;
-        batch.add_long(dp->serial);
-        batch.add_bytes(std::string_view("\0", 1));
-        batch.add_long(0);
-        batch.end(type, {}, type == RecordType::TranStart ? 0 : FlushDevice);
-        auto appended = batch.append();
-        if (appended || appended.error().number != store::JournalSuspended) return appended;
-    }
+    Configuration *const configuration = journal_of_updates(dp);
+    if (!configuration) return {};
+    RecordBatch batch(dp, *configuration);
+    if (auto begun = batch.begin({}, plain_text(text)); !begun) return begun;
+    batch.add_long(dp->serial);
+    batch.add_bytes(std::string_view("\0", 1));
+    batch.add_long(0);
+    batch.end(type, {}, type == RecordType::TranStart ? 0 : FlushDevice);
+    return batch.append();
+}
+
+void leave_transaction(JournalSession &session) {
+    session.in_transaction = false;
+    transaction_turn().unlock();
+    if (session.is_under_way_with_transaction) end_under_way(session);
 }
 
 int number_of(DP *dp, const Result<void> &result) {
@@ -52,12 +52,25 @@ int number_of(DP *dp, const Result<void> &result) {
     return errno = result.error().number;
 }
 
+// A transaction that began without a journal stays out of it: there is a turn to give back all the same.
+int start_transaction(DP *dp, const VAR *text) {
+    auto &session = dp->state<JournalSession>();
+    Configuration *const configuration = journal_of_updates(dp);
+    if (configuration)
+        if (const int error = number_of(dp, begin_under_way(dp, *configuration))) return error;
+    transaction_turn().lock();
+    session.in_transaction = true;
+    session.is_under_way_with_transaction = configuration != nullptr;
+    const int error = number_of(dp, append_transaction_record(dp, RecordType::TranStart, text));
+    if (error != 0) leave_transaction(session);
+    return error;
+}
+
 int end_transaction(DP *dp, RecordType type, const VAR *text) {
     auto &session = dp->state<JournalSession>();
     if (!session.in_transaction) return errno = EPERM;
     const int error = number_of(dp, append_transaction_record(dp, type, text));
-    session.in_transaction = false;
-    transaction_turn().unlock();
+    leave_transaction(session);
     return error;
 }
 
@@ -81,13 +94,7 @@ int velda_logger_transaction_abort_dead(DP *dp, int pid, int port) {
 int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t) {
     auto &session = dp->state<JournalSession>();
     if (session.in_transaction) return errno = EPERM;
-    transaction_turn().lock();
-    const int error = number_of(dp, append_transaction_record(dp, RecordType::TranStart, text));
-    if (error != 0)
-        transaction_turn().unlock();
-    else
-        session.in_transaction = true;
-    return error;
+    return start_transaction(dp, text);
 }
 
 int velda_logger_transaction_end(DP *dp, const VAR *text) { return end_transaction(dp, RecordType::TranEnd, text); }

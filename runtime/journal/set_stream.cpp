@@ -104,6 +104,22 @@ Result<void> SetStream::open_file(File &file, const LogFileEntry &entry, bool is
     return {};
 }
 
+Result<void> SetStream::check_files(std::uint64_t stream) const {
+    const std::uint64_t blocks = (stream + BlockBytes - 1) / BlockBytes;
+    for (int number = 0; number < count_; ++number) {
+        const File &file = files_[number];
+        struct stat open_file, named_file;
+        if (fstat(file.descriptor, &open_file) < 0 || stat(file.path.c_str(), &named_file) < 0)
+            return set_file_error(errno, "cannot find journal file", file.path);
+        if (open_file.st_ino != named_file.st_ino || open_file.st_dev != named_file.st_dev)
+            return Error{EIO, "journal file '" + file.path + "' was replaced by another file"};
+        const std::uint64_t rows = (blocks + count_ - 1 - static_cast<std::uint64_t>(number)) / count_;
+        if (static_cast<std::uint64_t>(open_file.st_size) < rows * BlockBytes)
+            return Error{EIO, "journal file '" + file.path + "' was cut short"};
+    }
+    return {};
+}
+
 void SetStream::forget() {
     for (int number = 0; number < count_; ++number) {
         File &file = files_[number];

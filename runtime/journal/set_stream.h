@@ -32,6 +32,8 @@ class SetStream {
     // Opens the files of this use of the set, unless they are open. Error 5 names a file that is gone or is not the
     // one that was written to.
     Result<void> use(const LogSetInfo &set, const WrittenTo &written);
+    // Error 5 when one of the open files has lost its name to another file, or none has it, or it was cut short.
+    Result<void> check_files(std::uint64_t stream) const;
     // Closes the files; the next use opens them anew.
     void forget();
     int files() const { return count_; }

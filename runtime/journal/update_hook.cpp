@@ -1,12 +1,10 @@
 // What the file drivers tell the journal (runtime/store/journalling.h).
-#include <time.h>
-
 #include <cstdint>
 #include <vector>
 
 #include "runtime/journal/record_batch.h"
+#include "runtime/journal/under_way.h"
 #include "runtime/process/context.h"
-#include "runtime/process/interrupt.h"
 #include "runtime/process/process.h"
 #include "runtime/store/journalling.h"
 #include "runtime/store/vedi.h"
@@ -21,11 +19,6 @@ using store::UpdateScope;
 Configuration *journal_of_thread(DP *dp) {
     const UpdateScope *const scope = UpdateScope::current();
     return scope && !scope->journalled ? nullptr : journal_of_updates(dp);
-}
-
-DP *updating_session() {
-    const UpdateScope *const scope = UpdateScope::current();
-    return scope && scope->dp ? scope->dp : velda_getdp();
 }
 
 Result<void> add_update(RecordBatch &batch, std::string_view path, const store::Update &update,
@@ -48,20 +41,32 @@ Result<void> add_update(RecordBatch &batch, std::string_view path, const store::
 
 namespace velda::store {
 
+DP *updating_session() {
+    const UpdateScope *const scope = UpdateScope::current();
+    return scope && scope->dp ? scope->dp : velda_getdp();
+}
+
 using namespace velda::journal;
+
+bool journal_wants_updates() { return journal_of_thread(updating_session()) != nullptr; }
+
+JournalBatch::JournalBatch() {
+    DP *const dp = updating_session();
+    Configuration *const configuration = journal_of_thread(dp);
+    if (!configuration) return;
+    allowed_ = begin_under_way(dp, *configuration);
+    if (allowed_) session_ = dp;
+}
+
+JournalBatch::~JournalBatch() {
+    if (session_) end_under_way(session_->state<JournalSession>());
+}
 
 Result<void> journal_wait() {
     DP *const dp = updating_session();
-    constexpr long PollNanoseconds = 5'000'000;
-    for (;;) {
-        const Configuration *const configuration = journal_of_thread(dp);
-        if (!configuration) return {};
-        if (std::atomic_ref(configuration->record->status).load(std::memory_order_acquire) != VELDA_LOGGER_SUSPENDED)
-            return {};
-        poll_interrupt(dp);
-        const timespec poll = {0, PollNanoseconds};
-        nanosleep(&poll, nullptr);
-    }
+    Configuration *const configuration = journal_of_thread(dp);
+    if (!configuration || dp->state<JournalSession>().depth > 0) return {};
+    return wait_while_held(dp, *configuration);
 }
 
 Result<void> journal_updates(std::string_view path, std::span<const Update> updates, TransferMode mode) {

@@ -12,6 +12,7 @@
 #include "runtime/journal/append_lock.h"
 #include "runtime/journal/bus_error.h"
 #include "runtime/journal/record_crc.h"
+#include "runtime/journal/set_change.h"
 #include "runtime/port/port.h"
 #include "runtime/process/context.h"
 #include "runtime/store/journalling.h"
@@ -30,8 +31,7 @@ std::uint32_t whole_size(const NewRecord &record) {
 // One append under the lock.
 class Append {
   public:
-    Append(Configuration &configuration, LogSetInfo &set, std::int32_t port,
-           std::int32_t process = process_number())
+    Append(Configuration &configuration, LogSetInfo &set, std::int32_t port, std::int32_t process = process_number())
         : configuration_(configuration),
           set_(set),
           state_(writer_state(*configuration.record)),
@@ -41,7 +41,7 @@ class Append {
 
     Result<void> run(std::span<const NewRecord> records) {
         begin_use();
-        if (auto opened = stream_.use(set_, to_); !opened) return opened;
+        if (auto opened = open_set(Look::NowAndThen); !opened) return opened;
         std::uint64_t end = to_.stream;
         for (const NewRecord &record : records) end = stream_behind(end, whole_size(record));
         if (auto room = stream_.make_room(set_, state_, stream_behind(end, EofBytes)); !room) return room;
@@ -56,6 +56,20 @@ class Append {
         return error;
     }
 
+    // Puts a record that does not count.
+    Result<void> put_end(const NewRecord &record) {
+        begin_use();
+        if (auto opened = open_set(Look::Now); !opened) return opened;
+        if (auto room = stream_.make_room(set_, state_, stream_behind(to_.stream, whole_size(record))); !room)
+            return room;
+        int failed = 0;
+        const bool stored = survives_bus_error([&] { failed = put(record); });
+        if (!stored || failed != 0) return stream_.failure(stored ? failed : EIO);
+        state_.closed_use = set_.timeFirst;
+        failed = stream_.sync();
+        return failed == 0 ? Result<void>() : stream_.failure(failed);
+    }
+
     // Tells again how far the set is written.
     void tell() {
         const WrittenTo &written = state_.written[state_.valid.load(std::memory_order_relaxed)];
@@ -65,6 +79,22 @@ class Append {
     }
 
   private:
+    // Whether the files are looked for under their names: that takes longer than an append.
+    enum class Look { Now, NowAndThen };
+
+    Result<void> open_set(Look look) {
+        constexpr std::int64_t Interval = 10'000'000;  // nanoseconds
+        if (auto opened = stream_.use(set_, to_); !opened) return opened;
+        const std::int64_t now = coarse_nanoseconds();
+        if (look == Look::NowAndThen && now < configuration_.looked_at_files + Interval) return {};
+        auto found = stream_.check_files(to_.stream);
+        if (found)
+            configuration_.looked_at_files = now;
+        else
+            stream_.forget();
+        return found;
+    }
+
     // Kept free behind every append, so that a set can always be closed.
     static constexpr std::uint64_t EofBytes = 128;
 
@@ -167,12 +197,28 @@ Result<void> append_records(DP *dp, Configuration &configuration, std::span<cons
     const std::uint32_t status = std::atomic_ref(config.status).load(std::memory_order_acquire);
     const std::uint32_t number = config.currentSet;
     if (status == VELDA_LOGGER_INACTIVE || !is_set(number)) return {};
-    if (status == VELDA_LOGGER_SUSPENDED && hold == Hold::WhileSuspended)
-        return Error{store::JournalSuspended, "the journal is suspended"};
+    const bool is_held = status == VELDA_LOGGER_SUSPENDED || is_current_set_closed(configuration);
+    if (is_held && hold == Hold::WhileSuspended) return Error{store::JournalSuspended, "the journal is suspended"};
+    if (writer_state(config).closed_use != 0) writer_state(config).closed_use = 0;
     const std::int32_t stands_for = dp->state<JournalSession>().stands_for;
     Append append(configuration, config.sets[number - 1], port, stands_for != 0 ? stands_for : process_number());
     if (lock.is_inherited()) append.tell();
     return append.run(records);
+}
+
+Result<void> append_end_of_set(DP *dp, Configuration &configuration) {
+    constexpr std::string_view SyntheticStrings = "\xFE\xFE\xFE\xFE\xFE";
+    if (const int failed = prepare_writer_state(dp, configuration))
+        return system_error(failed, "cannot lock journal", configuration.path);
+    VELDALoggerConfig &config = *configuration.record;
+    const AppendLock lock(writer_state(config));
+    if (!is_set(config.currentSet)) return {};
+    Append append(configuration, config.sets[config.currentSet - 1], port_of(dp), process_number());
+    return append.put_end({RecordType::Eof, 0, false, SyntheticStrings.size(), SyntheticStrings, {}});
+}
+
+void wait_for_append(DP *dp, Configuration &configuration) {
+    if (prepare_writer_state(dp, configuration) == 0) const AppendLock lock(writer_state(*configuration.record));
 }
 
 }  // namespace velda::journal

@@ -30,4 +30,11 @@ enum class Hold { WhileSuspended, Never };
 // the journal is suspended. Nothing is appended, and that is no error, when it has become inactive.
 Result<void> append_records(DP *dp, Configuration &configuration, std::span<const NewRecord> records, Hold hold);
 
+// Puts an EOF record behind the current set, which the next append of this use would overwrite, and makes the files of
+// the set durable.
+Result<void> append_end_of_set(DP *dp, Configuration &configuration);
+
+// Returns when no append is under way that began before.
+void wait_for_append(DP *dp, Configuration &configuration);
+
 }  // namespace velda::journal

@@ -20,12 +20,32 @@ struct WrittenTo {
     std::int64_t time_last;
 };
 
+// A session between the codes 16 and 17 of VediLoggerMisc, or between a transaction's start and end.
+struct UnderWaySlot {
+    std::atomic<std::uint64_t> process;  // 0: free; else its number, and in the upper half when it began
+    std::atomic<std::uint32_t> count;    // how deep the session is in such pairs
+    std::uint32_t reserved;
+};
+
+// What a change of set that holds the writers leaves behind for whoever finds it abandoned.
+struct HeldWriters {
+    std::uint32_t is_held;
+    std::uint32_t status;  // before
+    std::uint32_t set;     // current before
+    std::uint32_t reserved;
+};
+
+// The lines that every append touches come first.
 struct WriterState {
-    std::atomic<std::uint64_t> boot;  // the run of the machine in which the locks were made
     pthread_mutex_t append_lock;
     std::atomic<std::uint32_t> valid;  // which of the two holds
-    WrittenTo written[2];
-    std::uint64_t allocated_rows;  // rows of blocks that every file of the set has disk space for
+    alignas(64) WrittenTo written[2];
+    alignas(64) std::atomic<std::uint64_t> boot;  // the run of the machine in which the locks were made
+    std::uint64_t allocated_rows;                 // rows of blocks that every file of the set has disk space for
+    std::int64_t closed_use;  // time_first of a use that ends with an EOF record: no more is appended to it
+    HeldWriters held;         // changed under the change lock
+    static constexpr int UnderWaySlots = 128;
+    UnderWaySlot under_way[UnderWaySlots];
 };
 static_assert(sizeof(WriterState) <= sizeof(VELDALoggerConfig::writer));
 static_assert(offsetof(VELDALoggerConfig, writer) % alignof(WriterState) == 0);

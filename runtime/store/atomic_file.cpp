@@ -86,8 +86,9 @@ int replace_file(int directory, const std::string &name, std::string_view conten
         const Descriptor file(openat(directory, temporary.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
         if (file.number() >= 0) take_over_mode(directory, name, file.number());
     }
-    if (renameat(directory, temporary.c_str(), directory, name.c_str()) < 0) {
-        const int failed = errno;
+    int failed = options.before_it_counts ? (*options.before_it_counts)() : 0;
+    if (failed == 0 && renameat(directory, temporary.c_str(), directory, name.c_str()) < 0) failed = errno;
+    if (failed != 0) {
         unlinkat(directory, temporary.c_str(), 0);
         return failed;
     }

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,8 @@ struct ReplaceOptions {
     mode_t mode = 0666;     // of a new file, before the process mask
     bool keep_mode = true;  // an existing file's mode and owner go over to the new one
     bool durable = true;    // on disk when the call returns
+    // Called once the new content is safe beside the old, before it takes the old one's place: an error number stops it.
+    const std::function<int()> *before_it_counts = nullptr;
 };
 
 // Gives `name` this content: a reader sees the old content or the new one, also after the death of this process.

@@ -13,6 +13,7 @@
 #include "runtime/store/directory_cursor.h"
 #include "runtime/store/directory_file.h"
 #include "runtime/store/directory_name.h"
+#include "runtime/store/journal_copy.h"
 #include "runtime/store/path.h"
 
 namespace velda::store {
@@ -49,14 +50,19 @@ Result<void> make_directory(const std::string &path, const FileSettings &setting
     return file ? (*file)->change_settings(settings) : Result<void>(file.error());
 }
 
-Result<void> put_in_place(const std::string &hidden, const std::string &path) {
+// `journal` tells of the file before anybody can see it.
+template <class Journal>
+Result<void> put_in_place(const std::string &hidden, const std::string &path, Journal &&journal) {
     const DirectoryTurn turn(parent_directory(path));
+    if (path_exists(path)) return system_error(EEXIST, "cannot make file", path);
+    if (Result<void> journalled = journal(); !journalled) return journalled;
     if (rename_new(hidden, path) < 0) return system_error(errno, "cannot make file", path);
     turn.sync();
     return {};
 }
 
 Result<void> copy_records(OpenFile &source, const std::string &path) {
+    const UpdateScope unnamed(updating_session(), false);  // the copy is journalled under its name, not under this one
     auto target = DirectoryFile::open(path);
     if (!target) return target.error();
     auto cursor = source.select(TransferMode::Binary);
@@ -79,6 +85,14 @@ Result<void> copy_control_file(const std::string &from, const std::string &to) {
     return {};
 }
 
+// Of a directory that may be damaged.
+bool is_journalled(const std::string &path) {
+    auto file = DirectoryFile::open_marked(path);
+    if (!file) return true;
+    const auto settings = (*file)->settings();
+    return !settings || settings->journalled;
+}
+
 }  // namespace
 
 bool DirectoryDriver::recognises(const std::string &path) {
@@ -90,9 +104,10 @@ Result<void> DirectoryDriver::create(const std::string &path, const FileSettings
     if (path_exists(path)) return system_error(EEXIST, "cannot make file", path);
     const TemporaryPath hidden(path);
     auto made = make_directory(hidden.path(), settings);
-    if (made) made = put_in_place(hidden.path(), path);
     if (!made) return system_error(made.error().number, "cannot make file", path);
-    return {};
+    return put_in_place(hidden.path(), path, [&]() -> Result<void> {
+        return settings.journalled ? journal_create(path, type(), settings) : Result<void>();
+    });
 }
 
 Result<std::unique_ptr<OpenFile>> DirectoryDriver::open(const std::string &path) { return DirectoryFile::open(path); }
@@ -102,6 +117,8 @@ Result<void> DirectoryDriver::destroy(const std::string &path) {
     if (const std::string inner = foreign_directory_in(path); !inner.empty())
         return Error{ENOTEMPTY, "cannot remove file '" + path + "': it contains the directory '" + inner + "'"};
     const DirectoryTurn turn(parent_directory(path));
+    if (is_journalled(path))
+        if (auto journalled = journal_destroy(path); !journalled) return journalled;
     const TemporaryPath hidden(path);
     if (rename(path.c_str(), hidden.path().c_str()) < 0) return system_error(errno, "cannot remove file", path);
     std::error_code failed;
@@ -121,12 +138,18 @@ Result<void> DirectoryDriver::copy(const std::string &from, const std::string &t
     auto copied = make_directory(hidden.path(), *settings);
     if (copied) copied = copy_records(**source, hidden.path());
     if (copied) copied = copy_control_file(from, hidden.path());
-    if (copied) copied = put_in_place(hidden.path(), to);
-    return copied;
+    if (!copied) return copied;
+    return put_in_place(hidden.path(), to, [&]() -> Result<void> {
+        auto copy = DirectoryFile::open(hidden.path());
+        return copy ? journal_copy(**copy, to) : Result<void>(copy.error());
+    });
 }
 
 Result<void> DirectoryDriver::move(const std::string &from, const std::string &to) {
     const DirectoryTurn turn(parent_directory(to));
+    if (path_exists(to)) return system_error(EEXIST, "cannot move file", from);
+    if (is_journalled(from))
+        if (auto journalled = journal_move(from, to); !journalled) return journalled;
     if (rename_new(from, to) < 0) return system_error(errno, "cannot move file", from);
     turn.sync();
     return {};

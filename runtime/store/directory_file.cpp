@@ -11,6 +11,7 @@
 #include "runtime/store/directory_cursor.h"
 #include "runtime/store/directory_name.h"
 #include "runtime/store/hashed_file.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/settings_text.h"
 #include "runtime/store/text_mode.h"
 
@@ -18,6 +19,11 @@ namespace velda::store {
 namespace {
 
 constexpr char LazyWord[] = "lazy";
+
+// Called in the directory's turn before a change is there to be seen: an error number stops it.
+using BeforeItCounts = std::function<int()>;
+
+constexpr int Refused = -2;  // by the journal; beside error numbers
 
 // The chain of sub-directories that hold the long keys of one hash: NUMBER counts from 0 without gaps; one whose record
 // was deleted stays, empty, while another follows it. Walked in the directory's turn when something is to be changed.
@@ -60,13 +66,14 @@ int sync_directory(int directory, const std::string &name) {
 
 // The new sub-directory is complete before it gets its name.
 int make_long_record(int directory, std::string_view key, std::string_view content, const std::string &name,
-                     bool durable) {
+                     bool durable, const BeforeItCounts &before) {
     const std::string temporary = temporary_name();
     if (mkdirat(directory, temporary.c_str(), 0777) < 0) return errno;
     const ReplaceOptions options{.mode = 0666, .keep_mode = false, .durable = durable};
     int rc = write_new_file(directory, temporary + "/key", key, options);
     if (rc == 0) rc = write_new_file(directory, temporary + "/record", content, options);
     if (rc == 0 && durable) rc = sync_directory(directory, temporary);
+    if (rc == 0) rc = before();
     if (rc == 0 && renameat(directory, temporary.c_str(), directory, name.c_str()) < 0) rc = errno;
     if (rc == 0) return durable && fsync(directory) < 0 ? errno : 0;
     unlinkat(directory, (temporary + "/key").c_str(), 0);
@@ -75,21 +82,21 @@ int make_long_record(int directory, std::string_view key, std::string_view conte
     return rc;
 }
 
-int write_long_record(int directory, std::string_view key, std::string_view content, bool durable) {
-    const FileTurn turn(directory);
+int write_long_record(int directory, std::string_view key, std::string_view content, bool durable,
+                      const BeforeItCounts &before) {
     LongPlace place;
     if (const int rc = find_long_place(directory, key, place)) return rc;
-    if (!place.found) return make_long_record(directory, key, content, place.name, durable);
+    if (!place.found) return make_long_record(directory, key, content, place.name, durable, before);
     const Descriptor within(openat(directory, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (within.number() < 0) return errno;
-    return replace_file(within.number(), "record", content, {.durable = durable});
+    return replace_file(within.number(), "record", content, {.durable = durable, .before_it_counts = &before});
 }
 
-int remove_long_record(int directory, std::string_view key) {
-    const FileTurn turn(directory);
+int remove_long_record(int directory, std::string_view key, const BeforeItCounts &before) {
     LongPlace place;
     if (const int rc = find_long_place(directory, key, place)) return rc;
     if (!place.found) return ENOENT;
+    if (const int rc = before()) return rc;
     // Without its key it is no record any more, whatever happens next.
     if (unlinkat(directory, (place.name + "/key").c_str(), 0) < 0) return errno;
     unlinkat(directory, (place.name + "/record").c_str(), 0);
@@ -101,7 +108,8 @@ int remove_long_record(int directory, std::string_view key) {
 
 // Where the file of a plain name really lies: a link to a file is written through, not replaced.
 int write_plain_record(int directory, const std::string &name, std::string_view content, const std::string &path,
-                       bool durable) {
+                       bool durable, const BeforeItCounts &before) {
+    const ReplaceOptions options{.durable = durable, .before_it_counts = &before};
     struct stat status;
     if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(status.st_mode)) {
         if (!S_ISLNK(status.st_mode)) return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
@@ -111,9 +119,9 @@ int write_plain_record(int directory, const std::string &name, std::string_view 
         if (parent.number() < 0) return errno;
         if (fstatat(parent.number(), base_name(*target).c_str(), &status, 0) == 0 && !S_ISREG(status.st_mode))
             return EINVAL;
-        return replace_file(parent.number(), base_name(*target), content, {.durable = durable});
+        return replace_file(parent.number(), base_name(*target), content, options);
     }
-    return replace_file(directory, name, content, {.durable = durable});
+    return replace_file(directory, name, content, options);
 }
 
 }  // namespace
@@ -180,30 +188,61 @@ Result<void> DirectoryFile::write(std::string_view key, std::string_view record,
     if (content.size() > MaxRecordBytes) return failure(EFBIG, "cannot write record", key);
     const DirectoryMark::Update turn(mark_, lazy_);
     if (!turn.allowed()) return turn.allowed();
+    const Update update{key, record};
     const std::string name = encode_name(key);
-    const int rc = name.size() > MaxNameBytes ? write_long_record(directory(), key, content, !lazy_)
-                                              : write_plain_record(directory(), name, content, path_, !lazy_);
-    if (rc) return failure(rc, "cannot write record", key);
-    return {};
+    return change(
+        "cannot write record", key,
+        [&](const BeforeItCounts &before) {
+            return name.size() > MaxNameBytes ? write_long_record(directory(), key, content, !lazy_, before)
+                                              : write_plain_record(directory(), name, content, path_, !lazy_, before);
+        },
+        [&] {
+            return journal_updates(path_, {&update, 1}, mode);
+        });
+}
+
+// Makes a change in the directory's turn and journals it there, before it is there to be seen.
+template <class Change, class Journal>
+Result<void> DirectoryFile::change(std::string_view failed, std::string_view key, Change &&change, Journal &&journal) {
+    for (;;) {
+        if (auto may_go = journal_wait(); !may_go) return may_go;
+        Result<void> journalled;
+        const std::lock_guard other_threads(turn_);
+        const FileTurn other_processes(directory());
+        const int rc = change([&] {
+            if (auto its_settings = settings(); !its_settings || its_settings->journalled) journalled = journal();
+            return journalled ? 0 : Refused;
+        });
+        if (rc == 0) return {};
+        if (rc != Refused) return failure(rc, failed, key);
+        if (!journal_asks_again(journalled.error())) return journalled;
+    }
+}
+
+int DirectoryFile::remove_record(std::string_view key, const BeforeItCounts &before) {
+    const std::string name = encode_name(key);
+    if (name.size() > MaxNameBytes) return remove_long_record(directory(), key, before);
+    auto there = exists(key);
+    if (!there) return there.error().number;
+    if (!*there) return ENOENT;
+    if (const int rc = before()) return rc;
+    if (unlinkat(directory(), name.c_str(), 0) < 0) return errno;
+    return !lazy_ && fsync(directory()) < 0 ? errno : 0;
 }
 
 Result<bool> DirectoryFile::remove(std::string_view key) {
     if (auto sized = check_sizes(key, 0, path_); !sized) return sized.error();
     const DirectoryMark::Update turn(mark_, lazy_);
     if (!turn.allowed()) return turn.allowed().error();
-    const std::string name = encode_name(key);
-    int rc = 0;
-    if (name.size() > MaxNameBytes) {
-        rc = remove_long_record(directory(), key);
-    } else {
-        auto there = exists(key);
-        if (!there || !*there) return there;
-        if (unlinkat(directory(), name.c_str(), 0) < 0) rc = errno;
-    }
-    if (rc == ENOENT) return false;
-    if (rc == 0 && !lazy_ && fsync(directory()) < 0) rc = errno;
-    if (rc) return failure(rc, "cannot delete record", key);
-    return true;
+    const Update update{key, std::nullopt};
+    const auto removed = change(
+        "cannot delete record", key, [&](const BeforeItCounts &before) { return remove_record(key, before); },
+        [&] {
+            return journal_updates(path_, {&update, 1}, TransferMode::Default);
+        });
+    if (removed) return true;
+    if (removed.error().number == ENOENT) return false;
+    return removed.error();
 }
 
 // A directory has no commits: the changes are made one by one, and a failure leaves those before it.
@@ -226,14 +265,23 @@ std::string DirectoryFile::as_read(std::string_view record, TransferMode written
 }
 
 Result<void> DirectoryFile::clear() {
+    const DirectoryMark::Update turn(mark_, lazy_);
+    if (!turn.allowed()) return turn.allowed();
+    return change(
+        "cannot clear file", "", [&](const BeforeItCounts &before) { return remove_all(before); },
+        [&] { return journal_clear(path_); });
+}
+
+int DirectoryFile::remove_all(const BeforeItCounts &before) {
     DirectoryWalk walk;
-    if (walk.open(directory()) < 0) return system_error(errno, "cannot clear file", path_);
+    if (walk.open(directory()) < 0) return errno;
+    if (const int rc = before()) return rc;
     int failed;
     while (walk.next(failed)) {
-        if (auto removed = remove(walk.key()); !removed) return removed.error();
+        const int rc = remove_record(walk.key(), [] { return 0; });
+        if (rc != 0 && rc != ENOENT) return rc;
     }
-    if (failed) return system_error(failed, "cannot clear file", path_);
-    return {};
+    return failed;
 }
 
 Result<std::unique_ptr<Cursor>> DirectoryFile::select(TransferMode mode) {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <mutex>
 #include <string>
 
 #include "runtime/store/directory_mark.h"
@@ -52,12 +54,17 @@ class DirectoryFile : public OpenFile {
 
     int directory() const { return directory_.number(); }
     Error failure(int number, std::string_view what, std::string_view key) const;
+    template <class Change, class Journal>
+    Result<void> change(std::string_view failed, std::string_view key, Change &&change, Journal &&journal);
+    int remove_record(std::string_view key, const std::function<int()> &before);
+    int remove_all(const std::function<int()> &before);
 
     std::string path_;
     Descriptor directory_;
     DirectoryMark mark_;
     FileIdentity identity_;
     std::atomic<bool> lazy_{false};
+    std::mutex turn_;  // beside the directory's turn, which threads of a process share
 };
 
 }  // namespace velda::store

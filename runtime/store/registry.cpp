@@ -11,6 +11,7 @@
 #include "runtime/store/directory_driver.h"
 #include "runtime/store/driver.h"
 #include "runtime/store/hashed_file.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/path.h"
 
 namespace velda::store {
@@ -127,7 +128,8 @@ Result<void> create_file(std::string_view path, std::string_view type, const Fil
     if (!driver) return driver.error();
     auto absolute = absolute_path(std::string(path));
     if (!absolute) return absolute.error();
-    return (*driver)->create(*absolute, settings);
+    const JournalBatch batch;
+    return batch.allowed() ? (*driver)->create(*absolute, settings) : batch.allowed();
 }
 
 Result<void> destroy_file(std::string_view path) {
@@ -135,7 +137,8 @@ Result<void> destroy_file(std::string_view path) {
     if (!absolute) return absolute.error();
     auto driver = driver_of_path(*absolute);
     if (!driver) return driver.error();
-    return (*driver)->destroy(*absolute);
+    const JournalBatch batch;
+    return batch.allowed() ? (*driver)->destroy(*absolute) : batch.allowed();
 }
 
 Result<void> copy_file(std::string_view from, std::string_view to) {
@@ -145,7 +148,8 @@ Result<void> copy_file(std::string_view from, std::string_view to) {
     if (!target) return target.error();
     auto driver = driver_of_path(*source);
     if (!driver) return driver.error();
-    return (*driver)->copy(*source, *target);
+    const JournalBatch batch;
+    return batch.allowed() ? (*driver)->copy(*source, *target) : batch.allowed();
 }
 
 Result<void> move_file(std::string_view from, std::string_view to) {
@@ -155,7 +159,8 @@ Result<void> move_file(std::string_view from, std::string_view to) {
     if (!target) return target.error();
     auto driver = driver_of_path(*source);
     if (!driver) return driver.error();
-    return (*driver)->move(*source, *target);
+    const JournalBatch batch;
+    return batch.allowed() ? (*driver)->move(*source, *target) : batch.allowed();
 }
 
 Result<std::uint64_t> check_file(std::string_view path, const CheckReport &report) {

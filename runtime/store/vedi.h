@@ -5,7 +5,7 @@
 //
 // Calls return 0 or an error number, which is also left in errno and as SYSTEM(0): the system's own numbers (2 absent,
 // 13 no permission, 17 exists, 22 invalid, 28 disk full), VEDI_NO_RECORD, or VEDI_NEEDS_CHECK. The text of the last
-// failure is had from VediErrorText. No call here takes record locks or writes the journal.
+// failure is had from VediErrorText. No call here takes record locks. Changes are journalled as those of statements are.
 #ifndef VELDA_RUNTIME_STORE_VEDI_H
 #define VELDA_RUNTIME_STORE_VEDI_H
 
@@ -73,7 +73,8 @@ enum {
 // length. VEDI_NO_RECORD when there is none; then the buffer stays as it was.
 VELDA_EXPORT int VediReadRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length,
                                 char **buffer, uint32_t *buffer_size, uint32_t *record_size);
-// Writes a record. `value` is the further value that a journal record carries; it has no meaning here.
+// Writes a record. `value` is the further value that a journal record carries; like the flags it goes into the record
+// of this write and has no other meaning here.
 VELDA_EXPORT int VediWriteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length,
                                  const char *data, uint32_t size, uint32_t value);
 // Removes a record. 2 when there is none.

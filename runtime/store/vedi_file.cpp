@@ -5,6 +5,7 @@
 #include <set>
 
 #include "runtime/process/context.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/setting_words.h"
 #include "runtime/store/vedi_call.h"
 #include "runtime/transaction/session_file.h"
@@ -159,6 +160,10 @@ int VediIOCTL(DP *dp, VediControlBlock *file, int command, const void *argument,
             return velda::Error{EINVAL, "there is no driver command " + std::to_string(command)};
         auto settings = changed_settings(*content.file, bytes_of(static_cast<const char *>(argument), argument_size));
         if (!settings) return settings.error();
+        const auto words = bytes_of(static_cast<const char *>(argument), argument_size);
+        const UpdateScope scope(dp, !(file->flags & VEDI_FILE_NOT_JOURNALLED));
+        if (scope.journalled)
+            if (auto journalled = journal_settings(content.file->path(), words); !journalled) return journalled;
         if (auto changed = content.file->change_settings(*settings); !changed) return changed;
         file->flags =
             settings->journalled ? file->flags & ~VEDI_FILE_NOT_JOURNALLED : file->flags | VEDI_FILE_NOT_JOURNALLED;
@@ -173,11 +178,13 @@ int VediClearFile(DP *dp, VediControlBlock *file) {
 }
 
 int VediFileOp(DP *dp, int operation, int kind, const char *name, const char *target, char *error_text) {
+    const UpdateScope scope(dp, true);
     return report(dp, file_operation(operation, kind, name, target), error_text);
 }
 
 int VediCreateFileRaw(DP *dp, const char *name, const char *driver_text, char *error_text, int,
                       const char *const *arguments, int) {
+    const UpdateScope scope(dp, true);
     return report(dp, create_section(name, driver_text, arguments), error_text);
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "runtime/memory/memory.h"
+#include "runtime/store/journalling.h"
 #include "runtime/store/vedi_call.h"
 #include "runtime/transaction/session_file.h"
 
@@ -77,15 +78,17 @@ int VediReadRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *k
 }
 
 int VediWriteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length,
-                    const char *data, uint32_t size, uint32_t) {
+                    const char *data, uint32_t size, uint32_t value) {
     return call_on(dp, file, [&](ControlBlockContent &content) {
+        const UpdateScope scope(dp, true, flags, value);
         return velda::transaction::write_record(dp, content, bytes_of(key, key_length), bytes_of(data, size),
                                                 mode_of(flags, content.write_mode));
     });
 }
 
-int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t, const char *key, uint32_t key_length) {
+int VediDeleteRecord(DP *dp, VediControlBlock *file, uint32_t flags, const char *key, uint32_t key_length) {
     return call_on(dp, file, [&](ControlBlockContent &content) -> velda::Result<void> {
+        const UpdateScope scope(dp, true, flags, 0);
         auto removed = velda::transaction::remove_record(dp, content, bytes_of(key, key_length));
         if (!removed) return removed.error();
         if (!*removed) return velda::Error{ENOENT, no_record().message};
@@ -100,6 +103,7 @@ int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VE
             changes[i].key = bytes_of(updates[i].key, updates[i].key_length);
             if (updates[i].data) changes[i].record = bytes_of(updates[i].data, updates[i].size);
         }
+        const UpdateScope scope(dp, true, flags, 0);
         return velda::transaction::apply_updates(dp, content, changes, mode_of(flags, content.write_mode));
     });
 }

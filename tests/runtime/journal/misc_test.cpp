@@ -54,7 +54,8 @@ TEST_F(Misc, AnUnknownCodeIsInvalid) {
 TEST_F(Misc, EveryCodeFailsWithoutAConfiguration) {
     std::filesystem::remove_all(system_ / "config");
     const ScratchSession other;
-    for (const int code : {1, 3, 13, 23, 24, 25, 26}) EXPECT_EQ(VediLoggerMisc(other, code), 2) << code;
+    for (const int code : {1, 3, 7, 16, 17, 23, 24, 25, 26}) EXPECT_EQ(VediLoggerMisc(other, code), 2) << code;
+    EXPECT_EQ(VediLoggerMisc(other, 13, "/tmp"), 2);
     EXPECT_EQ(VediLoggerMisc(other, 2, 1), 2);
     EXPECT_EQ(VediLoggerMisc(other, 6, 0), 2);
 }
@@ -181,13 +182,18 @@ TEST_F(Misc, ClosingTheSetReachesEveryFileOfTheCurrentSet) {
     config->currentSet = 2;
     EXPECT_EQ(VediLoggerMisc(dp, 3), 0);
     std::filesystem::remove(system_ / "two");
-    EXPECT_EQ(VediLoggerMisc(dp, 3), 2) << "a file that is gone";
+    EXPECT_EQ(VediLoggerMisc(dp, 3), EIO) << "a file that is gone";
+    EXPECT_EQ(velda_logger_error(dp),
+              "cannot find journal file '" + (system_ / "two") + "': No such file or directory");
 }
 
-TEST_F(Misc, ADirectoryNeedsNoRecordWhileTheJournalIsInactiveAndTheWriterOtherwise) {
-    EXPECT_EQ(VediLoggerMisc(dp, 13), 0);
-    config->status = 1;
-    EXPECT_EQ(VediLoggerMisc(dp, 13), ENOSYS);
+TEST_F(Misc, ABatchThatWasNotBegunCannotEnd) {
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 1);
+    EXPECT_EQ(VediLoggerMisc(dp, 16), 0);
+    EXPECT_EQ(VediLoggerMisc(dp, 16), 0);
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 0);
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 0);
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 1);
 }
 
 TEST_F(Misc, TheStatusIsThatOfTheConfigurationAndInactiveWithoutOne) {

@@ -1,0 +1,178 @@
+// journal_bench: what journalling costs. Each row is a ratio measured in one run: statements with and without a journal,
+// appends against one write() for each record under a mutex that processes share, two processes against one.
+//
+//   journal_bench [FILTER]
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "bench/raw_lmdb.h"
+#include "journal/journal.h"
+#include "runtime/store/journalling.h"
+#include "runtime/vutil.h"
+
+namespace velda::bench {
+namespace {
+
+constexpr int SetFiles = 1;
+
+void require(bool happened, const char *what) {
+    if (!happened) give_up(what);
+}
+
+// A journal of one set, which every round empties.
+class Journal {
+  public:
+    explicit Journal(const Run &run) : dp(velda_getdp()) {
+        require(VELDALoggerGetDefinition(dp) == 0, "cannot make the configuration");
+        for (int file = 1; file <= SetFiles; ++file) {
+            const VAR path(run.path("log" + std::to_string(file)));
+            require(VELDALoggerSetFile(dp, 1, file, 1, &path) == 0, "cannot name a file");
+        }
+        config = VediLoggerInit(dp, 1);
+        empty();
+    }
+    void empty() const {
+        set_status(VELDA_LOGGER_INACTIVE);
+        require(VELDALoggerSwapLog(dp, 1) == 0, "cannot switch");
+    }
+    void set_status(std::uint32_t status) const { config->status = status; }
+
+    DP *const dp;
+    VELDALoggerConfig *config;
+};
+
+void bench_statements(const Run &run, const Journal &journal) {
+    if (!run.wanted("WRITE lazy")) return;
+    constexpr std::size_t Among = 100000;
+    DP *const dp = journal.dp;
+    const std::string path = run.path("lazy");
+    const VAR operands("DATA\xFE" + path +
+                       "\xFE"
+                       "DURABILITY=LAZY"),
+        name(path);
+    VAR file;
+    require(velda_create_file(dp, &operands, nullptr) == 1, "cannot make a file");
+    require(VLibFNEWOPEN_IIBBBB(dp, 0, nullptr, &name, &file, nullptr) == 1, "cannot open a file");
+    std::vector<VAR> keys;
+    for (const auto &key : random_keys(100000, Among)) keys.emplace_back(key);
+    const VAR record(std::string(RecordBytes, 'w'));
+    const auto write_all = [&] {
+        for (const VAR &key : keys)
+            require(VLibFNEWWRITE_IIBBBIB(dp, 0, &file, &record, &key, 0, nullptr) == 1, "a write failed");
+    };
+    write_all();
+    compare(
+        "WRITE lazy of 200 bytes, journalled", 0.70, keys.size(),
+        [&] {
+            journal.set_status(VELDA_LOGGER_INACTIVE);
+            write_all();
+        },
+        [&] {
+            journal.set_status(VELDA_LOGGER_ACTIVE);
+            write_all();
+        },
+        9, [&] { journal.empty(); });
+    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(keys.size()), "the journal lacks records");
+}
+
+// Records of 300 bytes: header, strings, lengths and trailer take the rest.
+constexpr std::size_t JournalRecordBytes = 300;
+
+void append(std::size_t count) {
+    const std::string path = "/some/file", key = "K000000001";
+    const std::string data(JournalRecordBytes - 48 - 8 - 12 - (path.size() + key.size() + 8), 'd');
+    const store::Update update{key, data};
+    for (std::size_t n = 0; n < count; ++n)
+        require(store::journal_updates(path, {&update, 1}, store::TransferMode::Default).ok(), "an append failed");
+}
+
+class SharedMutex {
+  public:
+    SharedMutex()
+        : mutex_(static_cast<pthread_mutex_t *>(
+              mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+        pthread_mutexattr_t attributes;
+        pthread_mutexattr_init(&attributes);
+        pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        pthread_mutex_init(mutex_, &attributes);
+    }
+    ~SharedMutex() { munmap(mutex_, 4096); }
+    SharedMutex(const SharedMutex &) = delete;
+    SharedMutex &operator=(const SharedMutex &) = delete;
+    void lock() { pthread_mutex_lock(mutex_); }
+    void unlock() { pthread_mutex_unlock(mutex_); }
+
+  private:
+    pthread_mutex_t *mutex_;
+};
+
+void bench_append(const Run &run, const Journal &journal) {
+    if (!run.wanted("append of 300 bytes")) return;
+    constexpr std::size_t Records = 200000;
+    SharedMutex mutex;
+    const std::array<char, JournalRecordBytes> record{};
+    compare(
+        "append of 300 bytes, of write() under a mutex", 0.5, Records,
+        [&] {
+            const int file = open(run.path("plain").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+            for (std::size_t n = 0; n < Records; ++n) {
+                const std::lock_guard guard(mutex);
+                require(write(file, record.data(), record.size()) == static_cast<ssize_t>(record.size()), "write()");
+            }
+            close(file);
+        },
+        [&] { append(Records); }, 7,
+        [&] {
+            journal.empty();
+            journal.set_status(VELDA_LOGGER_ACTIVE);
+        });
+    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(Records), "the journal lacks records");
+}
+
+// The work done by so many processes at once, each an equal part.
+void append_in_processes(std::size_t count, int processes) {
+    for (int n = 0; n < processes; ++n) {
+        if (fork() != 0) continue;
+        append(count / static_cast<std::size_t>(processes));
+        _exit(0);
+    }
+    for (int n = 0; n < processes; ++n) {
+        int status = 0;
+        require(wait(&status) > 0 && status == 0, "a process failed");
+    }
+}
+
+void bench_two_processes(const Run &run, const Journal &journal) {
+    if (!run.wanted("append by two processes")) return;
+    constexpr std::size_t Records = 400000;
+    compare(
+        "append by two processes, of one", 0.8, Records, [&] { append_in_processes(Records, 1); },
+        [&] {
+            journal.empty();
+            journal.set_status(VELDA_LOGGER_ACTIVE);
+            append_in_processes(Records, 2);
+        },
+        7,
+        [&] {
+            journal.empty();
+            journal.set_status(VELDA_LOGGER_ACTIVE);
+        });
+    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(Records), "the journal lacks records");
+}
+
+}  // namespace
+}  // namespace velda::bench
+
+int main(int count, char **words) {
+    const velda::bench::Run run(count, words);
+    setenv("VELDAGLOBALDIR", run.path("global").c_str(), 1);
+    const velda::bench::Journal journal(run);
+    velda::bench::bench_statements(run, journal);
+    velda::bench::bench_append(run, journal);
+    velda::bench::bench_two_processes(run, journal);
+}

@@ -1,0 +1,129 @@
+#include "runtime/journal/under_way.h"
+
+#include <signal.h>
+#include <time.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <string>
+
+#include "runtime/base/futex.h"
+#include "runtime/base/process_number.h"
+#include "runtime/journal/set_change.h"
+#include "runtime/journal/writer_state.h"
+#include "runtime/process/context.h"
+#include "runtime/process/interrupt.h"
+
+namespace velda::journal {
+
+namespace {
+
+constexpr int ProcessBits = 32;
+
+// When a process began, as far as 32 bits tell; 0 when there is no such process.
+std::uint64_t beginning_of(pid_t process) {
+    constexpr int FieldsBetween = 19;  // behind the name, which may hold blanks, up to the start time
+    std::string line;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/stat"), line);
+    std::size_t at = line.rfind(')');
+    for (int field = 0; field <= FieldsBetween && at != line.npos; ++field) at = line.find(' ', at + 1);
+    return at == line.npos ? 0 : std::strtoull(line.c_str() + at, nullptr, 10) & 0xFFFFFFFF;
+}
+
+std::uint64_t process_word() {
+    static thread_local std::uint64_t word = 0;
+    const auto number = static_cast<std::uint64_t>(process_number());
+    if ((word & 0xFFFFFFFF) != number) word = beginning_of(process_number()) << ProcessBits | number;
+    return word;
+}
+
+bool lives(std::uint64_t word) {
+    const auto process = static_cast<pid_t>(word & 0xFFFFFFFF);
+    if (kill(process, 0) != 0 && errno == ESRCH) return false;
+    return beginning_of(process) == word >> ProcessBits;
+}
+
+bool is_held(const Configuration &configuration) {
+    const std::uint32_t status = std::atomic_ref(configuration.record->status).load(std::memory_order_seq_cst);
+    return status == VELDA_LOGGER_SUSPENDED ||
+           (status != VELDA_LOGGER_INACTIVE && is_current_set_closed(configuration));
+}
+
+void pause_briefly() {
+    const timespec moment = {0, 1'000'000};
+    nanosleep(&moment, nullptr);
+}
+
+// A free slot, or one that a dead process left.
+UnderWaySlot *claim_slot(WriterState &state) {
+    for (const bool also_of_the_dead : {false, true}) {
+        for (UnderWaySlot &slot : state.under_way) {
+            std::uint64_t owner = slot.process.load();
+            if (owner != 0 && !(also_of_the_dead && !lives(owner))) continue;
+            if (!slot.process.compare_exchange_strong(owner, process_word())) continue;
+            slot.count.store(0);
+            return &slot;
+        }
+    }
+    return nullptr;
+}
+
+// The session's own slot. That of a forked child's parent is not.
+UnderWaySlot &slot_of(JournalSession &session, WriterState &state) {
+    if (session.slot && session.slot->process.load() == process_word()) return *session.slot;
+    while (!(session.slot = claim_slot(state))) pause_briefly();
+    return *session.slot;
+}
+
+}  // namespace
+
+Result<void> wait_while_held(DP *dp, Configuration &configuration) {
+    constexpr std::chrono::milliseconds Poll{5};
+    while (is_held(configuration)) {
+        finish_abandoned_change(dp, configuration);
+        const std::array<WatchedWord, 1> words = {WatchedWord{&break_key_word(), break_key_word().load()}};
+        poll_interrupt(dp);
+        if (is_held(configuration)) sleep_on(words, Poll);
+    }
+    return {};
+}
+
+Result<void> begin_under_way(DP *dp, Configuration &configuration) {
+    auto &session = dp->state<JournalSession>();
+    if (session.depth > 0) {
+        ++session.depth;
+        return {};
+    }
+    UnderWaySlot &slot = slot_of(session, writer_state(*configuration.record));
+    for (;;) {
+        if (auto may_go = wait_while_held(dp, configuration); !may_go) return may_go;
+        slot.count.store(1, std::memory_order_seq_cst);
+        if (!is_held(configuration)) break;  // whoever holds writers from now on sees the slot
+        slot.count.store(0);
+    }
+    session.depth = 1;
+    return {};
+}
+
+void end_under_way(JournalSession &session) {
+    if (session.depth > 0 && --session.depth == 0) session.slot->count.store(0, std::memory_order_release);
+}
+
+void wait_for_sessions_under_way(const JournalSession &caller, Configuration &configuration) {
+    for (UnderWaySlot &slot : writer_state(*configuration.record).under_way) {
+        if (&slot == caller.slot) continue;
+        for (int look = 0; slot.count.load(std::memory_order_seq_cst) != 0; ++look) {
+            constexpr int LooksBetweenProofs = 16;
+            std::uint64_t owner = slot.process.load();
+            if (look % LooksBetweenProofs == 0 && !lives(owner)) {
+                slot.count.store(0);
+                slot.process.compare_exchange_strong(owner, 0);
+                break;
+            }
+            pause_briefly();
+        }
+    }
+}
+
+}  // namespace velda::journal
