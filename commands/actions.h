@@ -41,10 +41,12 @@ void begin_transaction(DP *dp, const Words &words);
 void end_transaction(DP *dp, const Words &words);
 void abort_transaction(DP *dp, const Words &words);
 
-// vlogadmin.cpp, vlogstatus.cpp, vlogdup.cpp, vlogkill.cpp
+// vlogadmin.cpp, vlogstatus.cpp, vlogdup.cpp, vlogkill.cpp, vlogdump.cpp, vlogverify.cpp
 void journal_admin(DP *dp, const Words &words);
 void journal_status(DP *dp, const Words &words);
 void duplicate(DP *dp, const Words &words);
 void kill_duplicators(DP *dp, const Words &words);
+void journal_dump(DP *dp, const Words &words);
+void journal_verify(DP *dp, const Words &words);
 
 }  // namespace velda::commands

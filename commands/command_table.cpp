@@ -73,6 +73,28 @@ constexpr CommandEntry Entries[] = {
      "--wait  does not return before they have ended, or the seconds have passed\n"
      "Exit code 1 when a process is no duplicator, or still runs after the wait.",
      kill_duplicators},
+    {"vlogdump", "[OPTIONS] [SET | FILE ...]", "prints records of the transaction journal",
+     "SET           a set by its number, the current one when nothing is given\n"
+     "FILE ...      all files of a set in their order, or one file of it\n"
+     "--key KEY     one record of this system's journal: FILE*SET*OFFSET*TIME\n"
+     "--file NAME   only records of this file; a * at the end stands for any rest\n"
+     "--id KEY      only records of this record key; likewise\n"
+     "--type TYPES  only records of these types, divided by commas\n"
+     "--port N      only records of this port; --pid N of this process\n"
+     "--from TIME   only records from this time on, --to TIME up to it: seconds since 1970,\n"
+     "              or YYYY-MM-DD or YYYY-MM-DDTHH:MM:SS, in UTC\n"
+     "--data        shows the data of WRITE records; needs ALLOWLOGDATA=on\n"
+     "--stats       counts instead of records\n"
+     "--json        one object a line\n"
+     "--follow      goes on through later sets and waits for more; only for a set\n"
+     "Exit code 0 when all could be read, 1 when damage was passed over, 3 when nothing could be read.",
+     journal_dump},
+    {"vlogverify", "[--json] [SET | FILE ...]", "checks every block and record of a journal's set",
+     "SET           a set by its number, the current one when nothing is given\n"
+     "FILE ...      all files of a set in their order, or one file of it\n"
+     "Exit code 0 when it is sound, 3 when it is damaged at its end, 4 when records follow\n"
+     "the damage, 5 when it cannot be read.",
+     journal_verify},
 };
 
 }  // namespace

@@ -14,7 +14,7 @@ namespace velda::journal {
 
 // The header's fields in the byte order of the machine.
 struct LogHeader {
-    explicit LogHeader(const unsigned char *record);
+    VELDA_EXPORT explicit LogHeader(const unsigned char *record);
 
     bool has_marker = false, is_encrypted = false;
     int64_t time, offset;
@@ -33,7 +33,7 @@ RecordTexts record_texts(std::string_view area);
 
 // A whole record, taken apart.
 struct LogParts {
-    explicit LogParts(const unsigned char *record);
+    VELDA_EXPORT explicit LogParts(const unsigned char *record);
 
     LogHeader header;
     std::string_view strings, payload;
@@ -41,7 +41,7 @@ struct LogParts {
 };
 
 // The name of a type, "UNKNOWN" for those that have none.
-std::string_view record_type_name(uint8_t type);
+VELDA_EXPORT std::string_view record_type_name(uint8_t type);
 
 // Makes the record buffer at least that large. False, with errno, when there is no memory; the buffer stays as it was.
 bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size);
