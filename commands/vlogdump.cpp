@@ -214,7 +214,7 @@ class Dumper : public LogVisitor {
             counts_.add(header);
             return true;
         }
-        const LogParts parts(record);
+        const LogParts parts(header, record);
         if (texts_pass(options_.filter, parts)) take(parts);
         return true;
     }

@@ -1,10 +1,10 @@
 // log_blocks.h - the blocks of a source in the order of its stream, read in large pieces. Private to the subsystem.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <vector>
 
+#include "journal/log_ahead.h"
 #include "journal/log_scan.h"
 
 namespace velda::journal {
@@ -22,12 +22,13 @@ struct BlockView {
     const unsigned char *bytes = nullptr;
     std::int64_t size = 0;  // of the bytes that are there
     BlockState state = BlockState::Absent;
+    LogPlace place;  // of its first byte
     std::int64_t data_begin() const;
 };
 
 class LogBlocks {
   public:
-    LogBlocks(DP *dp, const LogSource &source) : dp_(dp), source_(source) {}
+    LogBlocks(DP *dp, const LogSource &source) : dp_(dp), source_(source), ahead_(dp, PieceBytes) {}
     ~LogBlocks();
     LogBlocks(const LogBlocks &) = delete;
     LogBlocks &operator=(const LogBlocks &) = delete;
@@ -49,20 +50,14 @@ class LogBlocks {
   private:
     static constexpr std::int64_t PieceBytes = std::int64_t{256} * 1024;
 
-    struct File {
-        VRunFile *handle = nullptr;
-        std::vector<unsigned char> piece;
-        std::int64_t begin = 0, size = 0;  // which bytes of the file the piece holds
-    };
-
-    bool load(File &file, std::int64_t offset);
     bool has_right_marker(const BlockView &view) const;
     bool has_right_numbers(const BlockView &view) const;
     BlockState state_of(const BlockView &view) const;
 
     DP *dp_;
     const LogSource &source_;
-    std::vector<File> files_;
+    std::vector<AheadFile> files_;
+    ReadAhead ahead_;
     BlockView current_;
     std::optional<Error> failure_;
 };

@@ -1,5 +1,5 @@
 // Whether the contents of a record are what its type has.
-#include <algorithm>
+#include <array>
 
 #include "journal/log_scan.h"
 
@@ -127,21 +127,27 @@ constexpr TypeContent Contents[] = {
     {RecordType::DeleteTrigger, is_text},
 };
 
-bool is_mark(char c) { return (c & 0xFE) == 0xFE; }
+using ContentCheck = bool (*)(std::string_view payload);
+
+// By the type's number; null for a type that does not exist.
+constexpr auto Checks = [] {
+    std::array<ContentCheck, 256> checks{};
+    for (const TypeContent &content : Contents) checks[static_cast<std::size_t>(content.type)] = content.is_right;
+    return checks;
+}();
 
 bool are_strings(std::string_view area) {
-    return area.empty() || (is_mark(area.back()) && std::count_if(area.begin(), area.end(), is_mark) <= RecordStrings);
+    return area.empty() || ((area.back() & 0xFE) == 0xFE && count_text_ends(area) <= RecordStrings);
 }
 
 }  // namespace
 
-const char *content_fault(const LogParts &record) {
-    const auto *const content = std::find_if(std::begin(Contents), std::end(Contents), [&](const TypeContent &each) {
-        return static_cast<std::uint8_t>(each.type) == record.header.type;
-    });
-    if (content == std::end(Contents)) return "the record's type is unknown";
-    if (!are_strings(record.strings)) return "the record's texts do not end inside their area";
-    return content->is_right(record.payload) ? nullptr : "the record's contents do not fill it as their lengths tell";
+const char *content_fault(const LogHeader &header, const unsigned char *record) {
+    const ContentCheck check = Checks[header.type];
+    if (!check) return "the record's type is unknown";
+    const RecordAreas areas(header, record);
+    if (!are_strings(areas.strings)) return "the record's texts do not end inside their area";
+    return check(areas.payload) ? nullptr : "the record's contents do not fill it as their lengths tell";
 }
 
 }  // namespace velda::journal

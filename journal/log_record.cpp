@@ -2,6 +2,7 @@
 #include "journal/log_record.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <numeric>
@@ -114,21 +115,55 @@ const unsigned char *find_in_stream(DP *dp, LogSelect *select, const Wanted &wan
     return record;
 }
 
+bool ends_text(char c) { return (c & 0xFE) == 0xFE; }
+
+// The highest bit of each byte of eight that ends a text.
+uint64_t ends_in_word(const char *bytes) {
+    constexpr uint64_t LowBits = 0x0101010101010101, AllButHighest = 0x7F7F7F7F7F7F7F7F;
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    const uint64_t zero_where_end = ~(word | LowBits);
+    return ~(((zero_where_end & AllButHighest) + AllButHighest) | zero_where_end | AllButHighest);
+}
+
+size_t text_end(std::string_view area) {
+    size_t at = 0;
+    if constexpr (std::endian::native == std::endian::little)
+        for (; at + sizeof(uint64_t) <= area.size(); at += sizeof(uint64_t))
+            if (const uint64_t ends = ends_in_word(area.data() + at))
+                return at + static_cast<size_t>(std::countr_zero(ends) / 8);
+    while (at < area.size() && !ends_text(area[at])) ++at;
+    return at;
+}
+
+// As vgetint32 and vgetlong64, which each record would call nine times.
+int32_t word_at(const unsigned char *bytes) {
+    uint32_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return static_cast<int32_t>(std::endian::native == std::endian::little ? __builtin_bswap32(value) : value);
+}
+
+int64_t long_at(const unsigned char *bytes) {
+    uint64_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return static_cast<int64_t>(std::endian::native == std::endian::little ? __builtin_bswap64(value) : value);
+}
+
 }  // namespace
 
 LogHeader::LogHeader(const unsigned char *record)
     : is_encrypted(std::memcmp(record, EncryptedMarker.data(), EncryptedMarker.size()) == 0),
-      time(vgetlong64(record + RecordHeader::UpdateTime)),
-      offset(vgetlong64(record + RecordHeader::Offset)),
-      pid(static_cast<uint32_t>(vgetint32(record + RecordHeader::Pid))),
-      crc(static_cast<uint32_t>(vgetint32(record + RecordHeader::Reserved))),
+      time(long_at(record + RecordHeader::UpdateTime)),
+      offset(long_at(record + RecordHeader::Offset)),
+      pid(static_cast<uint32_t>(word_at(record + RecordHeader::Pid))),
+      crc(static_cast<uint32_t>(word_at(record + RecordHeader::Reserved))),
       type(record[RecordHeader::Type]),
       flags(record[RecordHeader::Flags]),
       set(record[RecordHeader::Set]),
       file(record[RecordHeader::File]),
-      port(vgetint32(record + RecordHeader::Port)),
-      record_size(vgetint32(record + RecordHeader::RecordSize)),
-      strings_size(vgetint32(record + RecordHeader::StringsSize)) {
+      port(word_at(record + RecordHeader::Port)),
+      record_size(word_at(record + RecordHeader::RecordSize)),
+      strings_size(word_at(record + RecordHeader::StringsSize)) {
     has_marker = is_encrypted || std::memcmp(record, RecordMarker.data(), RecordMarker.size()) == 0;
 }
 
@@ -140,19 +175,41 @@ bool has_possible_sizes(const LogHeader &header) {
 RecordTexts record_texts(std::string_view area) {
     RecordTexts texts;
     for (std::string_view &text : texts) {
-        const auto end = std::find_if(area.begin(), area.end(), [](char c) { return (c & 0xFE) == 0xFE; });
-        text = {area.begin(), end};
+        text = area.substr(0, text_end(area));
         area.remove_prefix(std::min(text.size() + 1, area.size()));
     }
     return texts;
 }
 
-LogParts::LogParts(const unsigned char *record) : header(record) {
+int count_text_ends(std::string_view area) {
+    constexpr size_t Word = sizeof(uint64_t);
+    const auto in_word = [](const char *bytes, uint64_t ignored) {
+        return static_cast<int>(((ends_in_word(bytes) & ~ignored) >> 7) * 0x0101010101010101 >> 56);  // adds the bytes
+    };
+    if (area.size() < Word || std::endian::native != std::endian::little)
+        return static_cast<int>(std::count_if(area.begin(), area.end(), ends_text));
+    int count = 0;
+    size_t at = 0;
+    for (; at + Word <= area.size(); at += Word) count += in_word(area.data() + at, 0);
+    // The last word once more, without the bytes that were counted.
+    const size_t left = area.size() - at;
+    return left == 0 ? count : count + in_word(area.data() + area.size() - Word, ~uint64_t{0} >> (8 * left));
+}
+
+RecordAreas::RecordAreas(const LogHeader &header, const unsigned char *record) {
     if (!has_possible_sizes(header)) return;
     const std::string_view behind_header(reinterpret_cast<const char *>(record) + RecordHeader::Bytes,
                                          static_cast<size_t>(header.record_size - SmallestRecord));
     strings = behind_header.substr(0, static_cast<size_t>(header.strings_size));
     payload = behind_header.substr(strings.size());
+}
+
+LogParts::LogParts(const unsigned char *record) : LogParts(LogHeader(record), record) {}
+
+LogParts::LogParts(const LogHeader &the_header, const unsigned char *record) : header(the_header) {
+    const RecordAreas areas(header, record);
+    strings = areas.strings;
+    payload = areas.payload;
     texts = record_texts(strings);
 }
 

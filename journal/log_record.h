@@ -26,6 +26,15 @@ struct LogHeader {
 // Whether a record of these sizes can be: it has room for header, strings and trailer.
 bool has_possible_sizes(const LogHeader &header);
 
+// The bytes between header and trailer; empty where the sizes are impossible.
+struct RecordAreas {
+    VELDA_EXPORT RecordAreas(const LogHeader &header, const unsigned char *record);
+    std::string_view strings, payload;
+};
+
+// How many bytes of an area end a text.
+int count_text_ends(std::string_view area);
+
 using RecordTexts = std::array<std::string_view, RecordStrings>;
 
 // The eight texts of a strings area; those that it does not have are empty, a last one without its end counts.
@@ -34,6 +43,7 @@ RecordTexts record_texts(std::string_view area);
 // A whole record, taken apart.
 struct LogParts {
     VELDA_EXPORT explicit LogParts(const unsigned char *record);
+    VELDA_EXPORT LogParts(const LogHeader &header, const unsigned char *record);
 
     LogHeader header;
     std::string_view strings, payload;

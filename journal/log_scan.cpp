@@ -12,15 +12,18 @@ namespace velda::journal {
 
 namespace {
 
-// A whole record, or why there is none.
+// A whole record; else there is none, and Scan::reason_ tells why.
 struct Attempt {
     const unsigned char *record = nullptr;
-    std::int64_t size = 0;
     std::int64_t next = 0;  // where the stream goes on
-    std::int64_t fault_at = 0;
-    std::string reason;
-    bool crosses = false;  // into a block that is in another file
+    std::int64_t at = 0;    // where the record begins, or the fault lies
+    bool crosses = false;   // into a block that is in another file
 };
+
+bool is_complete(const LogHeader &header, const unsigned char *record) {
+    return std::memcmp(record + RecordHeader::UpdateTime, record + header.record_size - RecordTrailerBytes,
+                       RecordTrailerBytes) == 0;
+}
 
 class Scan {
   public:
@@ -49,13 +52,14 @@ class Scan {
     void scan_member_block(std::int64_t row);
     void check_member_number(const BlockView &view);
     Attempt attempt(std::int64_t at);
-    Attempt failed(std::int64_t at, std::string reason) const;
-    bool gather(std::int64_t at, std::int64_t size, unsigned char *to, Attempt &attempt);
+    Attempt failed(std::int64_t at, std::string reason);
+    Attempt failed_at_block(std::int64_t at);
+    std::int64_t gather(std::int64_t at, std::int64_t size, unsigned char *to);
     bool tells_place(const LogHeader &header, const LogPlace &place) const;
-    std::string why_no_record(const LogHeader &header, std::int64_t at) const;
-    std::string why_not_whole(const LogHeader &header, const unsigned char *record) const;
+    bool is_possible(const LogHeader &header) const;
+    std::string why_no_record(const LogHeader &header) const;
     bool deliver(const Attempt &whole);
-    void check_sequence(const LogHeader &header, const LogPlace &place);
+    void check_sequence(const LogHeader &header, std::int64_t at);
     bool go_on_behind(std::int64_t &at, const Attempt &failure);
     bool came_meanwhile(std::int64_t at);
     std::int64_t find_record(std::int64_t from);
@@ -78,11 +82,11 @@ class Scan {
     ScanResult result_;
     std::vector<unsigned char> assembled_;
     bool is_over_ = false;
+    std::string reason_;  // of the last attempt that failed
     // Of the records so far.
     std::int64_t last_time_ = INT64_MIN;
     int set_ = -1, member_file_ = -1;
     bool ended_ = false;
-    std::int64_t first_without_crc_ = -1;
     // Of a search for the next record: faulty blocks on the way, and the first byte that is no zero.
     std::vector<std::pair<std::int64_t, std::string>> passed_;
     std::int64_t dirt_ = -1;
@@ -95,30 +99,31 @@ void Scan::fault(std::int64_t at, std::string reason) {
     visitor_.fault({blocks_.place(at), std::move(reason)});
 }
 
-Attempt Scan::failed(std::int64_t at, std::string reason) const {
+Attempt Scan::failed(std::int64_t at, std::string reason) {
+    reason_ = std::move(reason);
     Attempt attempt;
-    attempt.fault_at = at;
-    attempt.reason = std::move(reason);
+    attempt.at = at;
     return attempt;
 }
 
-// Copies bytes of the stream that lie in several blocks.
-bool Scan::gather(std::int64_t at, std::int64_t size, unsigned char *to, Attempt &attempt) {
+Attempt Scan::failed_at_block(std::int64_t at) {
+    return failed(at - at % block_size(), blocks_.reason(blocks_.view(at / block_size())));
+}
+
+// Copies bytes of the stream that lie in several blocks, and gives the place behind them; at a block that is not good,
+// less than 0 and by its amount the place in it.
+std::int64_t Scan::gather(std::int64_t at, std::int64_t size, unsigned char *to) {
     while (size > 0) {
         at = normal(at);
         const BlockView &view = blocks_.view(at / block_size());
-        if (view.state != BlockState::Good) {
-            attempt = failed(at - at % block_size(), blocks_.reason(view));
-            return false;
-        }
+        if (view.state != BlockState::Good) return -at;
         const std::int64_t in_block = at % block_size(), part = std::min(size, block_size() - in_block);
         std::memcpy(to, view.bytes + in_block, static_cast<std::size_t>(part));
         to += part;
         at += part;
         size -= part;
     }
-    attempt.next = at;
-    return true;
+    return at;
 }
 
 bool Scan::tells_place(const LogHeader &header, const LogPlace &place) const {
@@ -129,81 +134,75 @@ bool Scan::tells_place(const LogHeader &header, const LogPlace &place) const {
 }
 
 // What a header tells before the whole record is looked at.
-std::string Scan::why_no_record(const LogHeader &header, std::int64_t at) const {
+bool Scan::is_possible(const LogHeader &header) const {
+    return header.has_marker && has_possible_sizes(header) && header.record_size <= result_.blocks * block_size() &&
+           header.time >= source_.time_first;
+}
+
+std::string Scan::why_no_record(const LogHeader &header) const {
     if (!header.has_marker) return "no record begins here";
     if (!has_possible_sizes(header) || header.record_size > result_.blocks * block_size())
         return "the record's size " + std::to_string(header.record_size) + " with texts of " +
                std::to_string(header.strings_size) + " is impossible";
-    if (!tells_place(header, blocks_.place(at)))
-        return "the record tells that it is of file " + std::to_string(header.file) + " at offset " +
-               std::to_string(header.offset);
     if (header.time < source_.time_first)
         return "the record's stamp " + std::to_string(header.time) + " is before the set's";
-    return {};
-}
-
-std::string Scan::why_not_whole(const LogHeader &header, const unsigned char *record) const {
-    if (std::memcmp(record + RecordHeader::UpdateTime, record + header.record_size - RecordTrailerBytes,
-                    RecordTrailerBytes) != 0)
-        return "the record of process " + std::to_string(header.pid) + " is incomplete: its trailer differs";
-    return agrees_with_crc(header, record) ? "" : "the record's checksum differs";
+    return "the record tells that it is of file " + std::to_string(header.file) + " at offset " +
+           std::to_string(header.offset);
 }
 
 Attempt Scan::attempt(std::int64_t at) {
     at = normal(at);
-    const BlockView &view = blocks_.view(at / block_size());
-    if (view.state != BlockState::Good) return failed(at - at % block_size(), blocks_.reason(view));
-    const std::int64_t left = block_size() - at % block_size();
-    Attempt result;
-    const unsigned char *record = view.bytes + at % block_size();
+    const std::int64_t number = at / block_size(), in_block = at - number * block_size();
+    const BlockView &view = blocks_.view(number);
+    if (view.state != BlockState::Good) return failed_at_block(at);
+    const LogPlace place{view.place.file, view.place.offset + in_block};
+    const std::int64_t left = block_size() - in_block;
+    const unsigned char *record = view.bytes + in_block;
     std::array<unsigned char, RecordHeader::Bytes> gathered;
     if (left < static_cast<std::int64_t>(gathered.size())) {
-        if (source_.is_member) return result.crosses = true, result;
-        if (!gather(at, static_cast<std::int64_t>(gathered.size()), gathered.data(), result)) return result;
+        if (source_.is_member) return {.at = at, .crosses = true};
+        const std::int64_t behind = gather(at, static_cast<std::int64_t>(gathered.size()), gathered.data());
+        if (behind < 0) return failed_at_block(-behind);
         record = gathered.data();
     }
     const LogHeader header(record);
-    if (std::string reason = why_no_record(header, at); !reason.empty()) return failed(at, std::move(reason));
-    result.size = header.record_size;
-    result.next = at + header.record_size;
+    if (!is_possible(header) || !tells_place(header, place)) return failed(at, why_no_record(header));
+    std::int64_t behind = at + header.record_size;
     if (left < header.record_size) {
-        if (source_.is_member) return result.crosses = true, result;
+        if (source_.is_member) return {.at = at, .crosses = true};
         assembled_.resize(std::max(assembled_.size(), static_cast<std::size_t>(header.record_size)));
-        if (!gather(at, header.record_size, assembled_.data(), result)) return result;
+        behind = gather(at, header.record_size, assembled_.data());
+        if (behind < 0) return failed_at_block(-behind);
         record = assembled_.data();
     }
-    if (std::string reason = why_not_whole(header, record); !reason.empty()) return failed(at, std::move(reason));
-    result.record = record;
-    result.fault_at = at;
-    return result;
+    if (!is_complete(header, record))
+        return failed(at,
+                      "the record of process " + std::to_string(header.pid) + " is incomplete: its trailer differs");
+    if (!agrees_with_crc(header, record)) return failed(at, "the record's checksum differs");
+    return {.record = record, .next = behind, .at = at};
 }
 
 // What a whole record tells in its turn.
-void Scan::check_sequence(const LogHeader &header, const LogPlace &place) {
-    const auto tell = [&](std::string reason) {
-        result_.has_faults = true;
-        visitor_.fault({place, std::move(reason)});
-    };
-    if (ended_) tell("a record stands behind the end of the set");
-    if (header.time < last_time_) tell("the record's stamp is earlier than that of the record before");
+void Scan::check_sequence(const LogHeader &header, std::int64_t at) {
+    if (ended_) fault(at, "a record stands behind the end of the set");
+    if (header.time < last_time_) fault(at, "the record's stamp is earlier than that of the record before");
     if (result_.records <= source_.records && source_.time_last != 0 && header.time > source_.time_last)
-        tell("the record's stamp is later than the set's last");
-    if (set_ >= 0 && header.set != set_) tell("the record tells that it is of set " + std::to_string(header.set));
+        fault(at, "the record's stamp is later than the set's last");
+    if (set_ >= 0 && header.set != set_) fault(at, "the record tells that it is of set " + std::to_string(header.set));
     const bool has_crc = header.crc != 0;
-    if (!has_crc && result_.without_crc < result_.records - 1) tell("the record has no checksum, unlike others");
+    if (!has_crc && result_.without_crc < result_.records - 1) fault(at, "the record has no checksum, unlike others");
     if (has_crc && result_.without_crc == result_.records - 1 && result_.records > 1)
-        tell("the record has a checksum, unlike those before");
+        fault(at, "the record has a checksum, unlike those before");
 }
 
 bool Scan::deliver(const Attempt &whole) {
     const LogHeader header(whole.record);
     ++result_.records;
-    result_.record_bytes += whole.size;
+    result_.record_bytes += header.record_size;
     if (result_.has_faults) result_.is_damaged_inside = true;
-    const LogPlace place = blocks_.place(whole.fault_at);
-    if (!source_.is_member) check_sequence(header, place);
+    if (!source_.is_member) check_sequence(header, whole.at);
     if (header.crc == 0) ++result_.without_crc;
-    if (const char *const reason = content_fault(LogParts(whole.record))) fault(whole.fault_at, reason);
+    if (const char *const reason = content_fault(header, whole.record)) fault(whole.at, reason);
     last_time_ = header.time;
     set_ = header.set;
     member_file_ = header.file;
@@ -226,13 +225,17 @@ void Scan::scan_stream() {
 
 // To the next whole record behind a failure. False when there is none.
 bool Scan::go_on_behind(std::int64_t &at, const Attempt &failure) {
+    const std::string reason = reason_;
     passed_.clear();
     dirt_ = -1;
     const std::int64_t found = find_record(normal(at));
-    if (found < 0) return came_meanwhile(at);
-    fault(failure.fault_at, failure.reason);
-    for (auto &[place, reason] : passed_)
-        if (place != failure.fault_at) fault(place, std::move(reason));
+    if (found < 0) {
+        reason_ = reason;
+        return came_meanwhile(at);
+    }
+    fault(failure.at, reason);
+    for (auto &[place, why] : passed_)
+        if (place != failure.at) fault(place, std::move(why));
     at = found;
     return true;
 }
@@ -248,6 +251,7 @@ bool Scan::came_meanwhile(std::int64_t at) {
         result_.blocks = blocks_.count();
         if (attempt(at).record) return true;
     }
+    attempt(at);
     return false;
 }
 
@@ -295,7 +299,7 @@ void Scan::check_end(std::int64_t at, const Attempt &failure) {
         const bool is_here = dirt_ - normal(at) < static_cast<std::int64_t>(RecordHeader::Bytes);
         const bool is_block = dirt_ % block_size() == 0;
         if (is_here)
-            fault(failure.fault_at, failure.reason);
+            fault(failure.at, reason_);
         else
             fault(dirt_, is_block ? blocks_.reason(blocks_.view(dirt_ / block_size())) : "no record begins here");
     }
@@ -351,7 +355,7 @@ void Scan::scan_member_block(std::int64_t row) {
             continue;
         }
         if (next.crosses || are_zeros(view.bytes + (at - begin), end - at)) return;
-        fault(next.fault_at, next.reason);
+        fault(next.at, reason_);
         at = find_in_block(row, at + 1);
     }
 }

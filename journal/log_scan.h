@@ -62,6 +62,6 @@ struct ScanResult {
 VELDA_EXPORT Result<ScanResult> scan_log(DP *dp, const LogSource &source, LogVisitor &visitor);
 
 // What is wrong with the contents of a whole record: null, or a reason.
-const char *content_fault(const LogParts &record);
+const char *content_fault(const LogHeader &header, const unsigned char *record);
 
 }  // namespace velda::journal
