@@ -37,29 +37,42 @@ void log_last_record(DP *dp, const LoggerContext &context, const LogHeader &head
                     text(RecordString::SourceFile).c_str(), text(RecordString::SourceLine).c_str());
 }
 
-// Whether the marker of a record stands at the position. Deliberately not the one of an enciphered record. An error
-// other than damage goes to `error`.
-bool marker_at(DP *dp, LoggerContext &context, LogPosition position, int &error) {
+enum class Found { Marker, Nothing, BadBlock, Error };
+
+// Whether the marker of a record stands at the position. Deliberately not the one of an enciphered record. `error` is
+// set for Error.
+Found look(DP *dp, LoggerContext &context, LogPosition position, int &error) {
     unsigned char bytes[RecordMarker.size()];
     error = read_bytes(dp, context, position, bytes, 1);
-    if (error != 0 || bytes[0] != static_cast<unsigned char>(RecordMarker[0])) return false;
+    if (error != 0) return error == VELDA_LOGGER_DAMAGED ? Found::BadBlock : Found::Error;
+    if (bytes[0] != static_cast<unsigned char>(RecordMarker[0])) return Found::Nothing;
     error = read_bytes(dp, context, position, bytes + 1, sizeof bytes - 1);
-    return error == 0 && std::memcmp(bytes, RecordMarker.data(), sizeof bytes) == 0;
+    if (error != 0) return error == VELDA_LOGGER_DAMAGED ? Found::Nothing : Found::Error;
+    return std::memcmp(bytes, RecordMarker.data(), sizeof bytes) == 0 ? Found::Marker : Found::Nothing;
+}
+
+// How far the search goes on: from a block that is none to its end, since every byte of it would fail.
+int64_t step_behind(const LoggerContext &context, const LogPosition &at, Found found) {
+    if (found != Found::BadBlock) return 1;
+    const int64_t block_size = context.config->blockSize;
+    return block_size - at_data(at, context.openFileCount, block_size).offset % block_size;
 }
 
 int scan(DP *dp, LoggerContext &context, LogSelect &select) {
     LoggerAdvance(dp, &select.file, &select.offset, 1);
     LogPosition at{select.file, select.offset};
-    for (int64_t skipped = 0; skipped < LongestScan; ++skipped) {
+    for (int64_t skipped = 0, step = 0; skipped < LongestScan; skipped += step) {
         int error = 0;
-        if (marker_at(dp, context, at, error)) {
+        const Found found = look(dp, context, at, error);
+        if (found == Found::Error) return error;
+        if (found == Found::Marker) {
             VELDAfprintf(dp, stderr, "Log file skipped %d bytes after detecting incomplete record\n",
                          static_cast<int>(skipped));
             LoggerAdvance(dp, &select.file, &select.offset, skipped);
             return VELDA_LOGGER_DAMAGED;
         }
-        if (error != 0 && error != VELDA_LOGGER_DAMAGED) return error;
-        LoggerAdvance(dp, &at.file, &at.offset, 1);
+        step = step_behind(context, at, found);
+        LoggerAdvance(dp, &at.file, &at.offset, step);
     }
     return NothingFound;
 }

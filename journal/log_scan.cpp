@@ -233,7 +233,12 @@ bool Scan::go_on_behind(std::int64_t &at, const Attempt &failure) {
         reason_ = reason;
         return came_meanwhile(at);
     }
-    fault(failure.at, reason);
+    // A size that lies leads into any block: what follows the record shows that the block is not to blame.
+    const bool reaches_too_far = found <= failure.at;
+    if (reaches_too_far)
+        fault(normal(at), "the record's size is wrong: it reaches a place where " + reason);
+    else
+        fault(failure.at, reason);
     for (auto &[place, why] : passed_)
         if (place != failure.at) fault(place, std::move(why));
     at = found;
