@@ -83,11 +83,11 @@ TEST_F(JournalFiles, ADumpHasALineForEachRecord) {
     EXPECT_EQ(ran.code, 0);
     EXPECT_EQ(lines(ran.output), 6u);
     EXPECT_TRUE(contains(ran.output,
-                         "0*1*3660*1700000000 2023-11-14T22:13:20Z WRITE port 3 pid 4711 size 112 file "
+                         "0*1*3660*1700000000 2023-11-14T22:13:20Z WRITE port 3 pid 4711 size 118 file "
                          "\"/data/ORDERS\" id \"o1\" data 5 bytes\n"))
         << ran.output;
     EXPECT_TRUE(
-        contains(ran.output, "WRITE port 9 pid 4711 size 114 in transaction file \"/data/STOCK\" id \"s\\x01\\\"1\""))
+        contains(ran.output, "WRITE port 9 pid 4711 size 120 in transaction file \"/data/STOCK\" id \"s\\x01\\\"1\""))
         << ran.output;
     EXPECT_TRUE(contains(ran.output, "MOVEFILE port 3 pid 4711 size ")) << ran.output;
     EXPECT_TRUE(contains(ran.output, "from \"/data/from\" to \"/data/to\"\n"));
@@ -133,7 +133,7 @@ TEST_F(JournalFiles, CountsAreShownByType) {
     sample().write();
     const Ran ran = dump({"--stats"});
     EXPECT_EQ(ran.code, 0);
-    EXPECT_TRUE(contains(ran.output, "WRITE                 2            226\n")) << ran.output;
+    EXPECT_TRUE(contains(ran.output, "WRITE                 2            238\n")) << ran.output;
     EXPECT_TRUE(contains(ran.output, "In transactions: 2\nFrom 2023-11-14T22:13:20Z to 2023-11-14T22:15:00Z\n"))
         << ran.output;
     const Ran filtered = dump({"--stats", "--json", "--file", "/data/ORDERS"});
@@ -146,7 +146,7 @@ TEST_F(JournalFiles, JsonHasAnObjectALine) {
     EXPECT_EQ(lines(ran.output), 2u);
     EXPECT_TRUE(contains(ran.output,
                          "{\"key\": \"0*1*3660*1700000000\", \"type\": \"WRITE\", \"type_number\": 2, \"time\": "
-                         "1700000000, \"port\": 3, \"pid\": 4711, \"size\": 112, \"in_transaction\": false, "
+                         "1700000000, \"port\": 3, \"pid\": 4711, \"size\": 118, \"in_transaction\": false, "
                          "\"enciphered\": false, \"file\": \"/data/ORDERS\", \"id\": \"o1\""))
         << ran.output;
     EXPECT_TRUE(contains(ran.output, "\"id\": \"s\\u0001\\\"1\"")) << ran.output;
@@ -179,11 +179,11 @@ TEST_F(JournalFiles, ARecordIsFoundByItsKey) {
 
 TEST_F(JournalFiles, ADumpGoesOnBehindDamageAndTellsWhereItIs) {
     SetBuilder set = sample();
-    set.blocks()[0][3660 + 112 + 50] ^= 1;
+    set.blocks()[0][3660 + 118 + 60] ^= 1;
     set.write();
     const Ran ran = dump({});
     EXPECT_EQ(ran.code, 1);
-    EXPECT_TRUE(contains(ran.output, "vlogdump: " + paths_[0] + " offset 3772: the record's checksum differs\n"))
+    EXPECT_TRUE(contains(ran.output, "vlogdump: " + paths_[0] + " offset 3778: the record's checksum differs\n"))
         << ran.output;
     EXPECT_EQ(lines(ran.output), 6u);  // five records and the fault
 }
@@ -230,7 +230,7 @@ TEST_F(JournalFiles, VerifyTellsTheVerdictByItsExitCode) {
     EXPECT_EQ(sound.code, 0);
     EXPECT_TRUE(contains(sound.output, paths_[0] + " " + paths_[1] + " is sound: 6 records of ")) << sound.output;
 
-    set.blocks()[0].back() ^= 1;
+    set.blocks()[1].back() ^= 1;
     set.write();
     const Ran end = verify();
     EXPECT_EQ(end.code, 3);
@@ -238,7 +238,7 @@ TEST_F(JournalFiles, VerifyTellsTheVerdictByItsExitCode) {
     EXPECT_TRUE(contains(end.output, " is damaged at its end: 5 records of ")) << end.output;
 
     set = sample();
-    set.blocks()[0][3660 + 50] ^= 1;
+    set.blocks()[0][3660 + 60] ^= 1;
     set.write();
     const Ran inside = verify();
     EXPECT_EQ(inside.code, 4);
@@ -254,7 +254,7 @@ TEST_F(JournalFiles, VerifyTellsTheVerdictByItsExitCode) {
 
 TEST_F(JournalFiles, VerifyAsJsonNamesFileOffsetAndReason) {
     SetBuilder set = sample();
-    set.blocks()[0][3660 + 50] ^= 1;
+    set.blocks()[0][3660 + 60] ^= 1;
     set.write();
     const Ran ran = verify({"--json"});
     EXPECT_EQ(ran.code, 4);
