@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <thread>
 
 #include "runtime/lock/death_point.h"
 #include "runtime/lock/lock_table.h"
@@ -17,6 +18,13 @@ namespace {
 constexpr std::chrono::milliseconds SafetyLimit{1000};
 // The same while the holder's life cannot be watched, because it is just being reaped.
 constexpr std::chrono::milliseconds ReapedSoon{5};
+// How long a circle of waiters must stand before one of them is refused.
+constexpr std::chrono::milliseconds CircleStands{2};
+
+Error wait_in_circle() {
+    return {EDEADLK,
+            "the session that has the lock waits for one of this transaction: end the transaction and try again"};
+}
 
 }  // namespace
 
@@ -139,13 +147,39 @@ Attempt LockTable::take_waiting(Owner &owner, const LockName &name, const WaitCo
         Attempt result = attempt(owner, name, hash, WhenBusy::Queue);
         if (result.result != LockResult::Busy) return result;
         if (reap_if_dead(result.holder)) continue;
-        if (control.interrupted()) {
+        const bool in_circle = owner.keeps_records && waits_in_circle(owner, result.holder);
+        if (in_circle || control.interrupted()) {
             if (!withdraw(owner)) continue;
-            result.result = LockResult::Interrupted;
+            result.result = in_circle ? LockResult::Failed : LockResult::Interrupted;
+            if (in_circle) result.error = wait_in_circle();
             return result;
         }
         sleep_in_line(result, words);
     }
+}
+
+// Whether the holder waits, through others or at once, for a lock of this owner. The chain is read without a mutex, so it
+// counts only when it is found twice: one that leads round stays as it is.
+bool LockTable::waits_in_circle(const Owner &owner, OwnerId holder) const {
+    constexpr int LongestChain = 64;
+    const auto ticket_sum = [&]() -> std::uint64_t {
+        std::uint64_t sum = 0;
+        OwnerId at = holder;
+        for (int links = 0; links < LongestChain; ++links) {
+            const OwnerSlot &slot = segment_->owner(slot_of(at));
+            const WaitPlace place = slot.waiting_for.load(std::memory_order_acquire);
+            if (slot.id.load(std::memory_order_acquire) != at || !segment_->has_unit(place.unit)) return 0;
+            sum += slot.ticket + 1;
+            at = segment_->entry(place.unit).owner.load(std::memory_order_acquire);
+            if (at == owner.id) return sum;
+            if (at == 0) return 0;
+        }
+        return 0;
+    };
+    const std::uint64_t first = ticket_sum();
+    if (first == 0) return false;
+    std::this_thread::sleep_for(CircleStands);
+    return ticket_sum() == first;
 }
 
 // Ends a wait. False when the lock was passed to the owner before that.

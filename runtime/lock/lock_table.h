@@ -206,6 +206,7 @@ class LockTable {
     Attempt found_held(Owner &owner, Unit unit);
     Attempt found_busy(Owner &owner, Unit unit, WhenBusy when_busy);
     bool withdraw(Owner &owner);
+    bool waits_in_circle(const Owner &owner, OwnerId holder) const;
     void forget_held(Owner &owner, Unit unit);
     void release_at(Owner &owner, std::size_t position);
     void sleep_in_line(const Attempt &busy, std::span<WatchedWord, 4> words);

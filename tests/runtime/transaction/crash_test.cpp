@@ -97,7 +97,7 @@ class CrashTest : public TransactionTest {
                " A.new=" + session.read_from(a, "new") + " B.k=" + session.read_from(b, "k") +
                " D.k=" + session.read_from(d, "k") + " D.gone=" + session.read_from(d, "gone") + " ";
     }
-    std::vector<std::string> redo_records() const { return names_in(TestSystem / "transactions"); }
+    std::vector<std::string> redo_records() const { return names_in(system_ / "transactions"); }
 };
 
 TEST_F(CrashTest, ADeathAtAnyStepOfACommitLeavesAllOrNothing) {

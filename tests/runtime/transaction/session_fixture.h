@@ -13,9 +13,6 @@
 
 namespace velda::test {
 
-// The system of the test program: made before main, so before the first call of the runtime.
-inline const ScratchSystem TestSystem;
-
 // A session with the files that it has open. Its words work on its own context; several sessions of one thread take
 // turns.
 class Session {
@@ -79,7 +76,7 @@ class Session {
     DP *dp_;
 };
 
-// A scratch directory with two hashed files A and B and a directory file D, and sessions on A.
+// A system of its own with two hashed files A and B and a directory file D, and sessions on A.
 class TransactionTest : public testing::Test {
   protected:
     TransactionTest() {
@@ -89,14 +86,14 @@ class TransactionTest : public testing::Test {
         one.open(path("A"));
         two.open(path("A"));
     }
-    std::string path(const std::string &name) const { return directory / name; }
+    std::string path(const std::string &name) const { return system_ / name; }
     void make(const std::string &words) {
         VAR message;
         const VAR operands(change(VAR(path(words)), " ", AM));
         ASSERT_EQ(velda_create_file(one.dp(), &operands, &message), 1) << message.str();
     }
 
-    ScratchDirectory directory;
+    ScratchSystem system_;
     Session one;
     Session two;
 };
