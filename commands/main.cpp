@@ -1,5 +1,8 @@
 // velda: an interactive shell when it is called bare, one command when it is called with words or by a link of a
 // command's name, and a script with -c or -f.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -19,6 +22,14 @@ constexpr char Usage[] =
     "velda -f FILE         runs the script in a file, - for standard input\n"
     "velda --help          this help and the commands\n"
     "velda --names         the names of the commands, one a line\n";
+
+// A standard stream that the caller has closed is taken by one that cannot be used: no file that is opened later may get
+// its number, and with it what was meant for the stream.
+void keep_standard_streams() {
+    constexpr int WrongDirection[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+    for (int stream = 0; stream < 3; ++stream)
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", WrongDirection[stream]);
+}
 
 int print_help() {
     std::printf("%s\n%s", Usage, help_overview().c_str());
@@ -47,6 +58,7 @@ int run_option(DP *dp, const Words &words) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    keep_standard_streams();
     register_command_entries();
     DP *const dp = velda_getdp();
     // A session that asked for certain ports and can have none does not start; the reason has been printed.
