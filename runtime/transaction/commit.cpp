@@ -114,11 +114,12 @@ class RedoCommit {
         return written;
     }
 
+    // A record that cannot be removed may stay where it is, if it says that nothing is left to be done.
     Left finish() {
         if (!remove_redo(redo_)) {
             redo_.progress.state |= AllMade;
-            (void)store_progress(redo_);
-            return Left::Redo;
+            const auto stored = store_progress(redo_);
+            if (!stored && stored.error().number != ENOENT) return Left::Redo;
         }
         forget();
         return Left::Nothing;
