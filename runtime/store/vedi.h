@@ -92,6 +92,9 @@ typedef struct VELDAUpdate {
 // none. A record to be deleted may be absent. Keys in ascending order of their bytes go fastest.
 VELDA_EXPORT int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VELDAUpdate *updates,
                                      uint32_t count);
+// 1 when the file's driver makes such a batch as a whole, also if the process is killed in it; transfer modes mean
+// nothing to such a file. 0 when it does not, or the block is not open.
+VELDA_EXPORT int velda_applies_whole(VediControlBlock *file);
 
 // --- selections ---
 
