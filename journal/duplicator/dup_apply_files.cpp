@@ -141,6 +141,8 @@ Outcome apply_flat_file(Replay &replay) {
     else if (!write_flat_file(replay.dp, file.get(), data))
         DupReport(replay.dp, replay.output(), replay.record.bytes, Severity::Error,
                   "FLATFILE: Error writing to file '%s' failed, error number %d\n", name.c_str(), FlatFileError);
+    else
+        VediLoggerFlatFile(replay.dp, name.c_str());
     return Outcome::Milestone;
 }
 

@@ -140,7 +140,8 @@ enum { VEDI_FILE_COPY = 0, VEDI_FILE_MOVE = 1, VEDI_FILE_DELETE = 2 };
 VELDA_EXPORT int VediFileOp(DP *dp, int operation, int kind, const char *name, const char *target, char *error_text);
 
 // Moves what a path names, a database file or a plain one, to another path, or removes it where `to` is "". What stood
-// at the target is replaced, but a directory never replaces a plain file or the reverse.
+// at the target is replaced, but a directory never replaces a plain file or the reverse. With `logged` the change of a
+// plain file is journalled; that of a database file is, as its settings say.
 VELDA_EXPORT int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int logged);
 
 // Makes one section of a database file. `arguments` are words as CREATE-FILE takes them (TYPE=UD, TYPE=HL, PERMS=,

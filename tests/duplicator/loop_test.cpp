@@ -202,6 +202,29 @@ TEST_F(Loop, UpdatesFromALogSetAreNotJournalledAgain) {
     EXPECT_EQ(read(file, "1"), "a");
 }
 
+TEST_F(Loop, AnOutputOfALogSetTakesTheRecordsAsTheyAreInTheNameOfTheirProcess) {
+    ASSERT_EQ(set_file(1, 1, path("current")), 0);
+    ASSERT_EQ(swap(1), 0);
+    config.status = VELDA_LOGGER_ACTIVE;
+    std::string records;
+    run([&] {
+        context.input = VELDALoggerSelectStart(dp, "set=1 terminate=eos", 0, nullptr);
+        context.output = VELDALoggerSelectStart(dp, "set=logset", 1, nullptr);
+        for (const BuiltRecord &record :
+             {begin(71), inside(71, write_record("/f", "k", "data")), end(71), record_of(EofType)}) {
+            const std::string bytes = bytes_of(record);
+            DupDispatch(dp, reinterpret_cast<const unsigned char *>(bytes.data()));
+        }
+        while (const unsigned char *const record = VELDALoggerReadnext(dp, context.input, nullptr))
+            records += std::to_string(record[20]) + ":" + std::to_string(vgetint32(record + 16)) + ":" +
+                       std::to_string(record[21] & 1) + " ";
+    });
+    config.status = VELDA_LOGGER_INACTIVE;
+    EXPECT_EQ(said, "");
+    EXPECT_EQ(records, "7:71:0 2:71:1 8:71:0 ");
+    EXPECT_EQ(context.slot->outputRecords, 3u);
+}
+
 // --- what it shows ---
 
 TEST_F(Loop, AMarkIsShownForSoManyRecordsAndALineForFifty) {
