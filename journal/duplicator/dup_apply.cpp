@@ -83,34 +83,17 @@ Outcome apply_rule(Replay &replay) {
     return rule->apply(replay);
 }
 
-// Names the file as it is called here and opens it. False after a report.
-bool find_file(Replay &replay) {
-    const std::string_view record_name = replay.record.file_name;
-    if (record_name.empty()) return true;
-    DupContext &context = replay.context;
-    if (context.memo.file && context.memo.recordName == record_name && replay.record.type != RecordType::CreateFile) {
-        replay.file_name = context.memo.name;
-        replay.file = context.memo.file;
-        return true;
-    }
-    replay.renamed = renamed_path(*context.output, record_name);
-    replay.file_name = replay.renamed;
-    if (!is_usable_path(replay.dp, replay.renamed, replay.record.bytes)) return false;
-    if (replay.record.type == RecordType::CreateFile) return true;
-    replay.file = DupOpenCached(replay.dp, replay.file_name.data(), static_cast<std::uint32_t>(replay.file_name.size()),
-                                replay.record.bytes);
-    if (replay.file) context.memo = {std::string(record_name), replay.renamed, replay.file};
-    return replay.file != nullptr;
+// The types that change nothing by themselves: updates before them may go on waiting.
+bool leaves_files_alone(RecordType type) {
+    return is_update(type) || type == RecordType::TranStart || type == RecordType::TranEnd ||
+           type == RecordType::TranAbort || type == RecordType::Checkpoint || type == RecordType::Flush;
 }
 
 Outcome apply_record(Replay &replay) {
     if (!take_apart(replay.record.bytes, replay.record)) return report_damage(replay);
-    const RecordType type = replay.record.type;
-    if (!is_update(type)) apply_pending(replay.dp);
-    if (!find_file(replay)) return Outcome::Quiet;
-    if (type == RecordType::Write) return apply_write(replay);
-    if (type == RecordType::Delete) return apply_delete(replay);
-    return apply_rule(replay);
+    if (!leaves_files_alone(replay.record.type)) apply_pending(replay.dp);
+    if (!find_file(replay, true)) return Outcome::Quiet;
+    return is_update(replay.record.type) ? apply_update_record(replay) : apply_rule(replay);
 }
 
 }  // namespace
@@ -120,6 +103,32 @@ Outcome report_damage(const Replay &replay) {
               "The record of type %d is damaged: a length in it points beyond its end",
               static_cast<int>(record_type(replay.record.bytes)));
     return Outcome::Quiet;
+}
+
+bool find_file(Replay &replay, bool with_report) {
+    const std::string_view record_name = replay.record.file_name;
+    if (record_name.empty()) return true;
+    DupContext &context = replay.context;
+    const bool is_made = replay.record.type == RecordType::CreateFile;
+    if (context.memo.file && context.memo.recordName == record_name && !is_made) {
+        replay.file_name = context.memo.name;
+        replay.file = context.memo.file;
+        return true;
+    }
+    replay.renamed = renamed_path(*context.output, record_name);
+    replay.file_name = replay.renamed;
+    if (is_refused(replay.renamed)) {
+        if (with_report) report_refusal(replay.dp, replay.renamed, replay.record.bytes);
+        return false;
+    }
+    if (is_made) return true;
+    int error = 0;
+    replay.file = open_cached(replay.dp, replay.file_name, error);
+    if (replay.file)
+        context.memo = {std::string(record_name), replay.renamed, replay.file};
+    else if (with_report)
+        report_failed_open(replay.dp, replay.file_name, error, replay.record.bytes);
+    return replay.file != nullptr;
 }
 
 void tell_progress(DP *dp, DupContext &context, std::int64_t time) {

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "journal/duplicator/dup_batch.h"
 #include "journal/duplicator/dup_path.h"
 #include "journal/duplicator/dup_record.h"
 
@@ -46,8 +47,7 @@ void tell_progress(DP *dp, DupContext &context, std::int64_t time);
 
 // --- the record types ---
 
-Outcome apply_write(Replay &replay);
-Outcome apply_delete(Replay &replay);
+Outcome apply_update_record(Replay &replay);
 Outcome apply_clear_file(Replay &replay);
 Outcome apply_delete_file(Replay &replay);
 Outcome apply_create_file(Replay &replay);
@@ -59,6 +59,22 @@ Outcome apply_flat_file(Replay &replay);
 Outcome start_transaction(Replay &replay);
 Outcome end_transaction(Replay &replay);
 Outcome abort_transaction(Replay &replay);
+
+// --- updates ---
+
+// What an update record asks for, taken from the record and, where it was enciphered, from `plain`.
+struct DecodedUpdate {
+    FileUpdate update;
+    VAR plain;
+    bool is_whole = true;  // false: a length in the record points beyond its end
+    int error = 0;         // why the data cannot be deciphered
+};
+void decode_update(const Replay &replay, DecodedUpdate &decoded);
+// Names the file of the record as it is called here and opens it, unless the record makes it. False when that fails,
+// with a report where that is asked for.
+bool find_file(Replay &replay, bool with_report);
+// Applies one update without a report. 0 or the error; a record to be deleted may be absent.
+int try_update(DP *dp, const FileUpdate &update);
 
 // --- transactions ---
 

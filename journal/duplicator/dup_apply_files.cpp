@@ -19,7 +19,9 @@ struct CloseRawFile {
 // A path of the payload as it is called here; "" after a report.
 std::string usable_path(const Replay &replay, std::string_view path) {
     std::string name = renamed_path(*replay.output(), path.substr(0, path.find('\0')));
-    return is_usable_path(replay.dp, name, replay.record.bytes) ? name : std::string();
+    if (!is_refused(name)) return name;
+    report_refusal(replay.dp, name, replay.record.bytes);
+    return {};
 }
 
 bool write_flat_file(DP *dp, VRunFile *file, std::string_view data) {
@@ -139,6 +141,8 @@ Outcome apply_flat_file(Replay &replay) {
     else if (!write_flat_file(replay.dp, file.get(), data))
         DupReport(replay.dp, replay.output(), replay.record.bytes, Severity::Error,
                   "FLATFILE: Error writing to file '%s' failed, error number %d\n", name.c_str(), FlatFileError);
+    else
+        VediLoggerFlatFile(replay.dp, name.c_str());
     return Outcome::Milestone;
 }
 

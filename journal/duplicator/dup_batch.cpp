@@ -82,11 +82,15 @@ bool UpdateBatch::add(const FileUpdate &update) {
     copy.file_name = {};  // the group has it
     group->updates.push_back(copy);
     if (count_++ == 0) first_added_ = steady_milliseconds();
-    last_time_ = record_time(update.record);
+    last_time_ = std::max(last_time_, record_time(update.record));
     return true;
 }
 
-bool UpdateBatch::is_due() {
+bool UpdateBatch::has_room(std::size_t updates, std::size_t record_bytes) const {
+    return count_ + updates <= MostUpdates && used_ + record_bytes <= MostBytes;
+}
+
+bool UpdateBatch::is_due() const {
     if (count_ >= MostUpdates) return true;
     return count_ % UpdatesBetweenLooks == 0 && count_ > 0 &&
            steady_milliseconds() - first_added_ >= LongestWaitMilliseconds;

@@ -38,8 +38,10 @@ class UpdateBatch {
     bool add(const FileUpdate &update);
     // The file is about to be closed. None of its updates waits.
     void forget(const VediControlBlock *file);
+    // Whether so many more updates, of records of so many bytes in all, find room in it.
+    bool has_room(std::size_t updates, std::size_t record_bytes) const;
     // Whether it is time to apply: it is full, or has waited long enough.
-    bool is_due();
+    bool is_due() const;
     // Applies all and reports what fails. Does nothing while it is at it.
     void apply(DP *dp);
     // The stamp of the latest update kept.

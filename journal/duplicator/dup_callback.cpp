@@ -17,10 +17,15 @@ void stop_when_killed(DP *dp, DupContext &context) {
     DupExit(dp, ExitKilled);
 }
 
-void end_by_signal(DP *dp, void *) { DupExit(dp, ExitSignal); }
+// An operator's order comes with a signal, which may be seen first.
+void end_by_signal(DP *dp, void *) {
+    stop_when_killed(dp, dup_context(dp));
+    DupExit(dp, ExitSignal);
+}
 
 // A program that reads by itself, without a run, has a trap of its own or none.
 void test_signals(DP *dp, DupContext &context) {
+    if (context.transfer.isKilled) return;
     const bool is_run = context.slot != &context.unlistedSlot;
     if (is_run && velda_session_end_signal(dp) != 0) return DupExit(dp, ExitSignal);
     if (is_run && !context.transfer.hasTrap) {

@@ -53,13 +53,12 @@ int open_entry(DP *dp, const DupContext &context, CachedFile &cached) {
 
 }  // namespace
 
-VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, const unsigned char *record) {
+VediControlBlock *open_cached(DP *dp, std::string_view name, int &error) {
     DupContext &context = dup_context(dp);
-    const std::string_view wanted(name, length);
-    const std::uint32_t hash = hash_of(wanted);
+    const std::uint32_t hash = hash_of(name);
     Bucket &bucket = context.fileCache[hash % CacheBuckets];
     const auto known =
-        std::ranges::find_if(bucket, [&](const CachedFile &cached) { return is_entry_of(cached, hash, wanted); });
+        std::ranges::find_if(bucket, [&](const CachedFile &cached) { return is_entry_of(cached, hash, name); });
     if (known != bucket.end()) {
         move_to_front(bucket, known);
         return bucket.front().file.get();
@@ -70,13 +69,22 @@ VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, 
     }
     move_to_front(bucket, free_entry(dp, context, bucket));
     CachedFile &cached = bucket.front();
-    cached.name = wanted;
+    cached.name = name;
     cached.hash = hash;
-    const int error = open_entry(dp, context, cached);
-    if (error == 0) return cached.file.get();
-    DupReport(dp, context.output, record, Severity::Error, "Unable to open file '%s' , error value %d",
-              std::string(wanted).c_str(), error);
-    return nullptr;
+    error = open_entry(dp, context, cached);
+    return cached.file.get();
+}
+
+void report_failed_open(DP *dp, std::string_view name, int error, const unsigned char *record) {
+    DupReport(dp, dup_context(dp).output, record, Severity::Error, "Unable to open file '%s' , error value %d",
+              std::string(name).c_str(), error);
+}
+
+VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, const unsigned char *record) {
+    int error = 0;
+    VediControlBlock *const file = open_cached(dp, {name, length}, error);
+    if (!file) report_failed_open(dp, {name, length}, error, record);
+    return file;
 }
 
 void close_cached(DP *dp, DupContext &context, std::string_view name) {

@@ -101,9 +101,20 @@ class UpdatesFromJournal {
 
 bool is_stream(const LogSelect &output) { return output.deviceType & StreamDevices; }
 
-void write_to_stream(DP *dp, const unsigned char *record) {
+void count_unless_end(DP *dp, const unsigned char *record) {
     if (record_type(record) != RecordType::Eof) count_output(dp, record_size(record));
+}
+
+void write_to_stream(DP *dp, const unsigned char *record) {
+    count_unless_end(dp, record);
     DupWriteDevice(dp, record);
+}
+
+void write_to_journal(DP *dp, const DupContext &context, const unsigned char *record) {
+    count_unless_end(dp, record);
+    if (const int error = WriteDeviceLogset(dp, record))
+        DupReport(dp, context.output, record, Severity::Error, "Error number %d writing to the current log set: %s",
+                  error, velda_logger_error(dp));
 }
 
 // The bracket stands around the record or, where updates are kept for a batch, around the batch.
@@ -139,6 +150,8 @@ void DupDispatch(DP *dp, const unsigned char *record) {
         context.dryRun->count(*context.output, record);
     else if (is_stream(*context.output))
         write_to_stream(dp, record);
+    else if (context.output->deviceType == LogSetDevice)
+        write_to_journal(dp, context, record);
     else if (context.output->deviceType == Database)
         write_to_database(dp, context, record);
     if (context.exiting) return;

@@ -118,9 +118,12 @@ std::optional<DupSpecifications> read_specifications(DP *dp, const std::string &
             return std::nullopt;
         }
     }
-    const char *const missing = texts.input.empty() ? "INPUT" : texts.output.empty() ? "OUTPUT" : nullptr;
-    if (!missing) return texts;
-    VELDAfprintf(dp, stderr, "%s: Error, no %s set specification defined\n", program.c_str(), missing);
+    if (texts.input.empty())
+        VELDAfprintf(dp, stderr, "%s: Error, no INPUT set specification defined\n", program.c_str());
+    else if (texts.output.empty())
+        VELDAfprintf(dp, stderr, "%s: Error, no OUTPUT set specification defined\n", program.c_str());
+    else
+        return texts;
     return std::nullopt;
 }
 

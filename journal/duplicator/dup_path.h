@@ -12,7 +12,9 @@ namespace velda::journal {
 // absolute paths: one that has it was forged or damaged.
 bool climbs(std::string_view name);
 
-// False, after a report, for a name that replay must not act on. `path` is as it is here, with its renames.
-bool is_usable_path(DP *dp, const std::string &path, const unsigned char *record);
+// Whether replay must not act on a name: one that climbs, or goes on behind a zero byte. `path` is as it is here, with its
+// renames.
+bool is_refused(std::string_view path);
+void report_refusal(DP *dp, const std::string &path, const unsigned char *record);
 
 }  // namespace velda::journal

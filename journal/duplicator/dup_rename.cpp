@@ -41,16 +41,13 @@ bool climbs(std::string_view name) {
     }
 }
 
-bool is_usable_path(DP *dp, const std::string &path, const unsigned char *record) {
-    const LogSelect *const output = dup_context(dp).output;
-    if (path.find('\0') != std::string::npos) {
-        DupReport(dp, output, record, Severity::Error, "The name '%s' has a zero byte behind it and is refused",
-                  path.c_str());
-        return false;
-    }
-    if (!climbs(path)) return true;
-    DupReport(dp, output, record, Severity::Error, "The name '%s' leads upwards by '..' and is refused", path.c_str());
-    return false;
+bool is_refused(std::string_view path) { return path.find('\0') != path.npos || climbs(path); }
+
+void report_refusal(DP *dp, const std::string &path, const unsigned char *record) {
+    DupReport(dp, dup_context(dp).output, record, Severity::Error,
+              climbs(path) ? "The name '%s' leads upwards by '..' and is refused"
+                           : "The name '%s' has a zero byte behind it and is refused",
+              path.c_str());
 }
 
 }  // namespace velda::journal

@@ -102,7 +102,7 @@ inline std::int64_t (*milestone_clock)() = present_time;
 struct DupContext {
     std::uint32_t progressEvery = 0;  // show progress at each multiple of so many records; 0: never
     std::uint32_t starsPending = 0;   // a line of progress marks is unfinished
-    VRunFile *logFile = nullptr;  // opened for writing and emptied
+    VRunFile *logFile = nullptr;      // opened for writing and emptied
     std::int64_t logFileSize = 0;
     std::string errorFileName;
     std::unique_ptr<VAR> errorFile;  // open: where failed updates are kept
@@ -139,6 +139,7 @@ struct DupContext {
     bool allowsManyFiles = false;         // the process's limit of open files was raised
     OpenFileMemo memo;
     std::unique_ptr<UpdateBatch> batch;  // exclusive use: updates that wait to be applied together
+    bool keepsBatchWhole = false;        // a transaction is being added to the batch
 
     std::unique_ptr<DryRun> dryRun;       // a run that only counts what it would do
     std::unique_ptr<RunMonitor> monitor;  // shows the run each second
@@ -174,6 +175,9 @@ void DupExit(DP *dp, int code);
 void apply_pending(DP *dp);
 // Shows the progress that the options ask for, for a record that was read last.
 void show_progress(DP *dp, const unsigned char *record);
+// The same without a report; null with the error.
+VediControlBlock *open_cached(DP *dp, std::string_view name, int &error);
+void report_failed_open(DP *dp, std::string_view name, int error, const unsigned char *record);
 // Closes each file of the cache that has this name.
 void close_cached(DP *dp, DupContext &context, std::string_view name);
 void close_all_cached(DP *dp, DupContext &context);

@@ -90,6 +90,11 @@ VELDA_EXPORT int velda_logger_transaction_abort(DP *dp, const VAR *text);
 // error number as above; the journal must not be suspended.
 VELDA_EXPORT int velda_logger_transaction_abort_dead(DP *dp, int pid, int port);
 
+// Appends a record of another system's journal with its type, flags, strings and payload, in the name of the process that
+// it has; its stamp and place are new. An EOF record is left out. Waits while the journal is suspended; 0 and nothing
+// while it is inactive. Else 0, VELDA_LOGGER_DAMAGED for a record whose sizes contradict each other, or an error number.
+VELDA_EXPORT int WriteDeviceLogset(DP *dp, const unsigned char *record);
+
 // Append a record about a plain file, or about an index or a trigger of a database file. Nothing and 0 while the journal
 // is inactive; else 0 or an error number, and velda_logger_error has the message.
 //

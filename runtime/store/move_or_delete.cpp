@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 
+#include "runtime/journal/journal.h"
 #include "runtime/store/path.h"
 #include "runtime/store/vedi_call.h"
 
@@ -17,11 +18,15 @@ Error path_error(int number, const char *what, const std::string &path) {
     return {number, std::string(what) + " '" + path + "': " + std::generic_category().message(number)};
 }
 
-Result<void> remove_path(const std::string &path) {
+// What was done to a plain file; a database file's driver journals by itself.
+enum class Done { ToDatabaseFile, ToPlainFile };
+
+Result<Done> remove_path(const std::string &path) {
     const auto removed = destroy_file(path);
-    if (removed || removed.error().number != EINVAL) return removed;
+    if (removed) return Done::ToDatabaseFile;
+    if (removed.error().number != EINVAL) return removed.error();
     if (unlink(path.c_str()) != 0) return path_error(errno, "cannot remove", path);
-    return {};
+    return Done::ToPlainFile;
 }
 
 // To another disk: the copy is complete before it has its name, and only then the source goes.
@@ -31,7 +36,8 @@ Result<void> move_across_disks(const std::string &from, const std::string &to) {
     fs::copy_file(from, copy.path(), failed);
     if (failed) return path_error(failed.value(), "cannot copy", from);
     if (rename(copy.path().c_str(), to.c_str()) != 0) return path_error(errno, "cannot make", to);
-    return remove_path(from);
+    if (unlink(from.c_str()) != 0) return path_error(errno, "cannot remove", from);
+    return {};
 }
 
 Result<void> move_plain_file(const std::string &from, const std::string &to) {
@@ -45,7 +51,7 @@ bool is_directory(const std::string &path) {
     return fs::is_directory(path, failed);
 }
 
-Result<void> move_path(const std::string &from, const std::string &to) {
+Result<Done> move_path(const std::string &from, const std::string &to) {
     if (path_exists(from) && path_exists(to) && is_directory(from) != is_directory(to))
         return path_error(is_directory(to) ? EISDIR : ENOTDIR, "cannot move onto", to);
     auto moved = move_file(from, to);
@@ -53,8 +59,10 @@ Result<void> move_path(const std::string &from, const std::string &to) {
         if (auto removed = remove_path(to); !removed) return removed;
         moved = move_file(from, to);
     }
-    if (moved || moved.error().number != EINVAL) return moved;
-    return move_plain_file(from, to);
+    if (moved) return Done::ToDatabaseFile;
+    if (moved.error().number != EINVAL) return moved.error();
+    if (moved = move_plain_file(from, to); !moved) return moved.error();
+    return Done::ToPlainFile;
 }
 
 }  // namespace
@@ -62,7 +70,10 @@ Result<void> move_path(const std::string &from, const std::string &to) {
 
 using namespace velda::store;
 
-int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int) {
-    const auto done = to && *to ? move_path(from, to) : remove_path(from);
-    return done ? 0 : fail_call(dp, done.error());
+int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int logged) {
+    const bool is_move = to && *to;
+    const auto done = is_move ? move_path(from, to) : remove_path(from);
+    if (!done) return fail_call(dp, done.error());
+    if (!logged || *done == Done::ToDatabaseFile) return 0;
+    return is_move ? velda_logger_move_file(dp, from, to) : velda_logger_remove_file(dp, from);
 }

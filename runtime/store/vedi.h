@@ -92,6 +92,9 @@ typedef struct VELDAUpdate {
 // none. A record to be deleted may be absent. Keys in ascending order of their bytes go fastest.
 VELDA_EXPORT int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VELDAUpdate *updates,
                                      uint32_t count);
+// 1 when the file's driver makes such a batch as a whole, also if the process is killed in it; transfer modes mean
+// nothing to such a file. 0 when it does not, or the block is not open.
+VELDA_EXPORT int velda_applies_whole(VediControlBlock *file);
 
 // --- selections ---
 
@@ -137,7 +140,8 @@ enum { VEDI_FILE_COPY = 0, VEDI_FILE_MOVE = 1, VEDI_FILE_DELETE = 2 };
 VELDA_EXPORT int VediFileOp(DP *dp, int operation, int kind, const char *name, const char *target, char *error_text);
 
 // Moves what a path names, a database file or a plain one, to another path, or removes it where `to` is "". What stood
-// at the target is replaced, but a directory never replaces a plain file or the reverse.
+// at the target is replaced, but a directory never replaces a plain file or the reverse. With `logged` the change of a
+// plain file is journalled; that of a database file is, as its settings say.
 VELDA_EXPORT int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int logged);
 
 // Makes one section of a database file. `arguments` are words as CREATE-FILE takes them (TYPE=UD, TYPE=HL, PERMS=,

@@ -108,6 +108,8 @@ int velda_apply_updates(DP *dp, VediControlBlock *file, uint32_t flags, const VE
     });
 }
 
+int velda_applies_whole(VediControlBlock *file) { return is_open(file) && content_of(*file).file->applies_whole(); }
+
 // --- control records ---
 
 int VediControlRead(DP *dp, VediControlBlock *file, uint32_t number, char **block, uint32_t *size) {

@@ -49,8 +49,10 @@ TEST_F(Batch, OfSeveralUpdatesOfAKeyTheLastCounts) {
 
 TEST_F(Batch, ARecordOfAnotherTypeFindsTheUpdatesBeforeItApplied) {
     const std::string file = make_file("ORDERS"), other = make_file("OTHER");
-    for (const BuiltRecord &record : {record_of(ClearFileType, "", other), checkpoint_record(1, ""),
-                                      transaction_record(TranStartType), text_record(ChmodType, "-L", other)}) {
+    for (const BuiltRecord &record :
+         {record_of(ClearFileType, "", other), text_record(ChmodType, "-L", other), flat_file_record(path("flat"), "x"),
+          mkdir_record(path("directory")), text_record(RemoveFileType, path("flat")),
+          record_of(DeleteFileType, "", other)}) {
         apply_quietly({write_record(file, "1", "x")});
         EXPECT_TRUE(waits());
         apply_quietly({record});
@@ -60,6 +62,50 @@ TEST_F(Batch, ARecordOfAnotherTypeFindsTheUpdatesBeforeItApplied) {
                    move_record(file, path("MOVED"))});
     EXPECT_EQ(read(path("MOVED"), "2"), "(none)");
     EXPECT_EQ(read(path("MOVED"), "3"), "x");
+}
+
+TEST_F(Batch, TransactionsOfOneFileWaitWithTheOthers) {
+    const std::string file = make_file("ORDERS");
+    apply_quietly({write_record(file, "1", "before"), begin(7), inside(7, write_record(file, "1", "inside")),
+                   inside(7, delete_record(file, "2")), end(7), write_record(file, "2", "after")});
+    EXPECT_TRUE(waits());
+    EXPECT_EQ(read(file, "1"), "(none)");
+    apply_waiting();
+    EXPECT_EQ(read(file, "1"), "inside");
+    EXPECT_EQ(read(file, "2"), "after");
+    EXPECT_EQ(context.slot->outputRecords, 6u);
+}
+
+TEST_F(Batch, ATransactionIsNeverPartOfTwoBatches) {
+    const std::string file = make_file("ORDERS");
+    std::vector<BuiltRecord> records;
+    for (int i = 0; i < 700; ++i) records.push_back(write_record(file, std::to_string(i), "x"));
+    records.push_back(begin(7));
+    for (int i = 0; i < 700; ++i) records.push_back(inside(7, write_record(file, "T" + std::to_string(i), "x")));
+    records.push_back(end(7));
+    apply_quietly(records);
+    EXPECT_EQ(read(file, "699"), "x");  // made room for it
+    EXPECT_EQ(read(file, "T0"), "(none)");
+    EXPECT_TRUE(waits());
+    apply_waiting();
+    EXPECT_EQ(read(file, "T0"), "x");
+    EXPECT_EQ(read(file, "T699"), "x");
+}
+
+TEST_F(Batch, ATransactionOfManyUpdatesOrSeveralFilesIsAppliedAtItsEnd) {
+    const std::string file = make_file("ORDERS", "HL", "DURABILITY=LAZY"), other = make_file("OTHER");
+    apply_quietly(
+        {begin(7), inside(7, write_record(file, "1", "x")), inside(7, write_record(other, "1", "y")), end(7)});
+    EXPECT_FALSE(waits());
+    EXPECT_EQ(read(file, "1"), "x");
+    EXPECT_EQ(read(other, "1"), "y");
+    std::vector<BuiltRecord> records = {begin(7)};
+    for (int i = 0; i < 1500; ++i) records.push_back(inside(7, write_record(file, "T" + std::to_string(i), "x")));
+    records.push_back(end(7));
+    apply_quietly(records);
+    EXPECT_FALSE(waits());
+    EXPECT_EQ(read(file, "T0"), "x");
+    EXPECT_EQ(read(file, "T1499"), "x");
 }
 
 TEST_F(Batch, AFailedUpdateIsReportedByItselfAndAllOthersAreMade) {

@@ -128,6 +128,43 @@ TEST_F(Transactions, FreeingATransactionTakesItFromTheOutputsCounts) {
     EXPECT_EQ(out_.byteCount, 10000 - static_cast<std::int64_t>(one.size() + two.size()));
 }
 
+TEST_F(Transactions, UpdatesOfSeveralFilesAreAppliedTogether) {
+    const std::string file = make_file("ORDERS"), other = make_file("OTHER"), directory = make_file("PLAIN", "UD");
+    put(other, "2", "old");
+    apply_quietly({begin(7), inside(7, write_record(file, "1", "x")), inside(7, delete_record(other, "2")),
+                   inside(7, write_record(directory, "3", "z", VEDI_BINARY)), end(7)});
+    EXPECT_EQ(read(file, "1"), "x");
+    EXPECT_EQ(read(other, "2"), "(none)");
+    EXPECT_EQ(read(directory, "3"), "z");
+    EXPECT_EQ(velda_transaction_active(dp), 0);
+    EXPECT_EQ(context.slot->outputRecords, 5u);
+}
+
+TEST_F(Transactions, AnUpdateThatCannotBeMadeIsReportedAndTheOthersAreMade) {
+    const std::string file = make_file("ORDERS"), other = make_file("OTHER");
+    std::vector<std::string> records;
+    for (const BuiltRecord &record :
+         {begin(7), inside(7, write_record(file, "1", "x")),
+          inside(7, write_record(file, std::string(70000, 'k'), "y")), inside(7, write_record(other, "2", "z"))})
+        records.push_back(bytes_of(record));
+    for (const std::string &bytes : records) apply_bytes(bytes);
+    apply(end(7));
+    EXPECT_EQ(reported(), "ERROR:Error number 22 writing to file '" + file + "'");
+    EXPECT_EQ(read(file, "1"), "x");
+    EXPECT_EQ(read(other, "2"), "z");
+    EXPECT_EQ(velda_transaction_active(dp), 0);
+    EXPECT_EQ(context.slot->outputRecords, 5u);
+}
+
+TEST_F(Transactions, AFileThatWasRemovedMeanwhileIsReportedAtTheEnd) {
+    const std::string file = make_file("ORDERS"), other = make_file("OTHER");
+    apply_quietly({begin(7), inside(7, write_record(file, "1", "x")), inside(7, write_record(other, "2", "z")),
+                   by(8, record_of(DeleteFileType, "", file))});
+    apply(end(7));
+    EXPECT_EQ(reported(), "ERROR:Unable to open file '" + file + "' , error value 2");
+    EXPECT_EQ(read(other, "2"), "z");
+}
+
 TEST_F(Transactions, TheTableGrowsByTenEntriesAndReusesTheFreeOnes) {
     std::vector<BuiltRecord> starts;
     for (std::uint32_t pid = 1; pid <= 10; ++pid) starts.push_back(begin(pid));
