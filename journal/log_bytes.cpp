@@ -17,10 +17,6 @@ constexpr int NotReadable = 2;
 
 int64_t block_size_of(const LoggerContext &context) { return context.config->blockSize; }
 
-int64_t block_start(const LoggerContext &context, const LogPosition &position) {
-    return position.offset - position.offset % block_size_of(context);
-}
-
 void close_files(DP *dp, VRunFile **handles) {
     std::for_each_n(handles, VELDA_LOGGER_FILES, [dp](VRunFile *&handle) {
         VRunFileIOClose(dp, handle);
@@ -31,7 +27,7 @@ void close_files(DP *dp, VRunFile **handles) {
 VRunFile *open_file(DP *dp, const LogFileEntry &entry, uint32_t block_size) {
     const std::string path = logger_text(entry.path, sizeof entry.path);
     VRunFile *const file = VRunFileIOOpen(dp, path.c_str(), VELDA_OPEN_READ_WRITE, 0);
-    const int error = !file ? errno : VRunFileIOEnableLink(dp, file, block_size);
+    const int error = !file ? errno : VRunFileIOEnableLink(dp, file, block_size * BlocksOfPiece);
     if (error == 0) return file;
     VRunFileIOClose(dp, file);
     errno = error;
@@ -41,7 +37,7 @@ VRunFile *open_file(DP *dp, const LogFileEntry &entry, uint32_t block_size) {
 }
 
 int open_set(DP *dp, LoggerContext &context, int32_t set) {
-    release_block(dp, context);
+    release_blocks(dp, context);
     context.openSet = -1;
     context.openSetTime = logger_set(*context.config, set).timeFirst;
     const int count = LoggerOpenSetFiles(dp, set, context.files);
@@ -73,15 +69,24 @@ bool is_in_set(const LoggerContext &context, const LogPosition &position) {
            position.offset < LargestOffset;
 }
 
-int read_block(DP *dp, LoggerContext &context, const LogPosition &position) {
-    release_block(dp, context);
-    VRunFile *const file = context.files[position.file];
-    const int error = VRunFileIOFrameRead(dp, file, block_start(context, position), &context.frame);
+// A block that lies in a piece; `size` is how much of it the file has.
+struct HeldBlock {
+    const char *bytes = nullptr;
+    int64_t size = 0;
+};
+
+bool holds(const VRunFrame *piece, int64_t offset) {
+    return piece && offset >= piece->offset && offset < piece->offset + piece->length;
+}
+
+int read_piece(DP *dp, LoggerContext &context, int32_t file, int64_t offset) {
+    VRunFrame *&piece = context.frames[file];
+    if (piece) VRunFileIOLinkRelease(dp, context.files[file], piece);
+    piece = nullptr;
+    const int64_t piece_size = block_size_of(context) * BlocksOfPiece;
+    const int error = VRunFileIOFrameRead(dp, context.files[file], offset - offset % piece_size, &piece);
     // A file that ends before the block is a damaged one: recovery may find what other files of the set hold.
-    if (error != 0) return error == ENODATA ? VELDA_LOGGER_DAMAGED : error;
-    context.frameFile = position.file;
-    context.frameSize = static_cast<int32_t>(context.frame->length);
-    return 0;
+    return error == ENODATA ? VELDA_LOGGER_DAMAGED : error;
 }
 
 bool has_block_marker(const char *block) {
@@ -90,24 +95,28 @@ bool has_block_marker(const char *block) {
 }
 
 // Asked at every use: the set may have been emptied since the block was read.
-int check_block(const LoggerContext &context) {
-    const char *const block = context.frame->bytes;
-    if (context.frameSize < static_cast<int32_t>(BlockHeader::Bytes)) return VELDA_LOGGER_DAMAGED;
-    const int64_t time = vgetlong64(block + BlockHeader::TimeFirst);
+int check_block(const LoggerContext &context, const HeldBlock &block) {
+    if (block.size < static_cast<int64_t>(BlockHeader::Bytes)) return VELDA_LOGGER_DAMAGED;
+    const int64_t time = vgetlong64(block.bytes + BlockHeader::TimeFirst);
     if (time != logger_set(*context.config, context.openSet).timeFirst) return VELDA_LOGGER_DAMAGED;
-    return has_block_marker(block) ? 0 : VELDA_LOGGER_DAMAGED;
+    return has_block_marker(block.bytes) ? 0 : VELDA_LOGGER_DAMAGED;
 }
 
-int load_block(DP *dp, LoggerContext &context, const LogPosition &position, bool is_new) {
-    if (is_new || !is_held(context, position))
-        if (const int error = read_block(dp, context, position)) return error;
-    return check_block(context);
+// The block of a file at an offset.
+int load_block(DP *dp, LoggerContext &context, int32_t file, int64_t offset, HeldBlock &block) {
+    if (!holds(context.frames[file], offset))
+        if (const int error = read_piece(dp, context, file, offset)) return error;
+    const VRunFrame &piece = *context.frames[file];
+    if (!holds(&piece, offset)) return VELDA_LOGGER_DAMAGED;  // the file ends before it
+    block.bytes = piece.bytes + (offset - piece.offset);
+    block.size = std::min<int64_t>(piece.offset + piece.length - offset, block_size_of(context));
+    return check_block(context, block);
 }
 
 }  // namespace
 
 LogPosition at_data(LogPosition position, int32_t files, int64_t block_size) {
-    if (position.offset % block_size != 0) return position;
+    if (offset_in_block(position.offset, block_size) != 0) return position;
     if (position.file != 0 || position.offset != 0) {
         if (++position.file < files)
             position.offset -= block_size;
@@ -125,7 +134,7 @@ void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count) {
     LogPosition position{*file, *offset};
     while (count > 0) {
         position = at_data(position, context.openFileCount, block_size);
-        const int64_t part = std::min(count, block_size - position.offset % block_size);
+        const int64_t part = std::min(count, block_size - offset_in_block(position.offset, block_size));
         position.offset += part;
         count -= part;
     }
@@ -156,14 +165,17 @@ int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned c
     const int64_t block_size = block_size_of(context);
     LogPosition at = position;
     while (count > 0) {
-        const bool is_new = at.offset % block_size == 0;
-        if (is_new && is_in_set(context, at)) at = at_data(at, context.openFileCount, block_size);
+        int64_t in_block = offset_in_block(at.offset, block_size);
+        if (in_block == 0 && is_in_set(context, at)) {
+            at = at_data(at, context.openFileCount, block_size);
+            in_block = offset_in_block(at.offset, block_size);
+        }
         if (!is_in_set(context, at)) return VELDA_LOGGER_DAMAGED;
-        if (const int error = load_block(dp, context, at, is_new)) return error;
-        const int64_t in_block = at.offset % block_size;
+        HeldBlock block;
+        if (const int error = load_block(dp, context, at.file, at.offset - in_block, block)) return error;
         const int64_t part = std::min(count, block_size - in_block);
-        if (in_block + part > context.frameSize) return VELDA_LOGGER_DAMAGED;
-        std::memcpy(buffer, context.frame->bytes + in_block, static_cast<size_t>(part));
+        if (in_block + part > block.size) return VELDA_LOGGER_DAMAGED;
+        std::memcpy(buffer, block.bytes + in_block, static_cast<size_t>(part));
         buffer += part;
         at.offset += part;
         count -= part;
@@ -193,14 +205,16 @@ int LoggerOpenSetFiles(DP *dp, int32_t set, VRunFile **handles) {
     return 0;
 }
 
-bool is_held(const LoggerContext &context, const LogPosition &position) {
-    return context.frame && context.frameFile == position.file &&
-           context.frame->offset == block_start(context, position);
+bool holds_blocks(const LoggerContext &context) {
+    return std::any_of(context.frames, context.frames + context.openFileCount,
+                       [](const VRunFrame *piece) { return piece != nullptr; });
 }
 
-void release_block(DP *dp, LoggerContext &context) {
-    if (context.frame) VRunFileIOLinkRelease(dp, context.files[context.frameFile], context.frame);
-    context.frame = nullptr;
+void release_blocks(DP *dp, LoggerContext &context) {
+    for (int32_t file = 0; file < VELDA_LOGGER_FILES; ++file) {
+        if (context.frames[file]) VRunFileIOLinkRelease(dp, context.files[file], context.frames[file]);
+        context.frames[file] = nullptr;
+    }
 }
 
 }  // namespace velda::journal

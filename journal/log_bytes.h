@@ -15,8 +15,14 @@ struct LogPosition {
     bool operator==(const LogPosition &) const = default;
 };
 
-// The bytes that a set's blocks may have: room for the description in the first one, and what the runtime can hold.
-inline constexpr uint32_t SmallestLogBlock = 4096, LargestLogBlock = 16 * 1024 * 1024;
+// The bytes that a set's blocks may have: room for the description in the first one, and what the runtime can hold of a
+// piece, which is so many blocks of one file.
+inline constexpr uint32_t SmallestLogBlock = 4096, LargestLogBlock = 1024 * 1024, BlocksOfPiece = 16;
+
+// How far into its block an offset lies. Block sizes are powers of two, as a rule, and a division is dear.
+inline int64_t offset_in_block(int64_t offset, int64_t block_size) {
+    return (block_size & (block_size - 1)) == 0 ? offset & (block_size - 1) : offset % block_size;
+}
 
 // Where the next byte lies: a position at a block boundary is moved onto the data of the block that follows.
 LogPosition at_data(LogPosition position, int32_t files, int64_t block_size);
@@ -37,9 +43,9 @@ int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned c
 // opened. 0 for set 0, and with errno 2 for a set that has no files.
 int LoggerOpenSetFiles(DP *dp, int32_t set, VRunFile **handles);
 
-// Whether a read at the position would begin in a block that is held already, and so may be older than the file; and to
-// give it up.
-bool is_held(const LoggerContext &context, const LogPosition &position);
-void release_block(DP *dp, LoggerContext &context);
+// Whether blocks are held, which may be older than the files; and to give them up. A block that a record came into since
+// it was read fails the record's checks: then the read is made again without it.
+bool holds_blocks(const LoggerContext &context);
+void release_blocks(DP *dp, LoggerContext &context);
 
 }  // namespace velda::journal

@@ -97,13 +97,13 @@ int read_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
     return VELDA_LOGGER_DAMAGED;
 }
 
-// A block that was held may have been written to since: what fails in it is read again from the file.
+// A block that was held may have been written to since: what fails in it is read again from the files.
 int read_fresh_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
     if (const int error = begin_reading(dp, context, wanted.set)) return error;
-    const bool was_held = is_held(context, wanted.place);
+    const bool were_held = holds_blocks(context);
     const int error = read_record(dp, context, wanted);
-    if (error != VELDA_LOGGER_DAMAGED || !was_held) return error;
-    release_block(dp, context);
+    if (error != VELDA_LOGGER_DAMAGED || !were_held) return error;
+    release_blocks(dp, context);
     return read_record(dp, context, wanted);
 }
 
@@ -229,6 +229,7 @@ bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {
 }
 
 bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t files, int64_t block_size) {
+    if (header.offset == offset && header.file == file) return true;
     return header.offset >= 0 &&
            at_data({header.file, header.offset}, files, block_size) == at_data({file, offset}, files, block_size);
 }

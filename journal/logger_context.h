@@ -18,14 +18,12 @@ struct LoggerContext {
     int32_t openSet = -1;        // the set whose files are open; -1: none
     int64_t openSetTime = 0;     // which use of the set
     int32_t openFileCount = 0;
-    VRunFile *files[VELDA_LOGGER_FILES] = {};  // in configuration order, unnamed slots skipped
-    VRunFrame *frame = nullptr;                // the block most recently read
-    int32_t frameSize = 0;                     // how much of it the file has
-    int32_t frameFile = 0;                     // the index of its file
-    int64_t lastTime = 0;                      // update time of the last record read
-    std::string operand;                       // of the specification token that is being parsed
-    std::string command;                       // that token
-    VAR *errorText = nullptr;                  // where specification errors go; null: standard error
+    VRunFile *files[VELDA_LOGGER_FILES] = {};    // in configuration order, unnamed slots skipped
+    VRunFrame *frames[VELDA_LOGGER_FILES] = {};  // of each file the piece most recently read
+    int64_t lastTime = 0;                        // update time of the last record read
+    std::string operand;                         // of the specification token that is being parsed
+    std::string command;                         // that token
+    VAR *errorText = nullptr;                    // where specification errors go; null: standard error
     int32_t passwordAsked = 0;
 };
 

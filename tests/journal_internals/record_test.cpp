@@ -149,7 +149,7 @@ TEST_F(Record, AFileThatEndsBeforeTheRecordIsDamage) {
     publish(set);
     for (const std::uintmax_t size : {8192u, 4096u, 5000u, 3700u, 20u, 0u}) {
         std::filesystem::resize_file(set.paths()[0], size);
-        velda::journal::release_block(dp, context());
+        velda::journal::release_blocks(dp, context());
         EXPECT_EQ(bytes_or_error(first), "error 2014") << size;
     }
 }
@@ -185,7 +185,7 @@ TEST_F(Record, ARepeatedReadOfTheSameKeyDoesNotTouchTheFile) {
     const unsigned char *const record = read(first);
     ASSERT_NE(record, nullptr);
     std::filesystem::remove(set.paths()[0]);
-    velda::journal::release_block(dp, context());
+    velda::journal::release_blocks(dp, context());
     context().openSet = -1;
     EXPECT_EQ(read(first), record);
     Placed other = first;
