@@ -44,6 +44,8 @@ int prepare_writer_state(DP *dp, Configuration &configuration) {
     if (const int error = configuration.lock_file->take(LockByte::Writer, dp)) return error;
     if (state.boot.load(std::memory_order_acquire) != boot) {
         make_robust(state.append_lock);
+        make_robust(state.sync_lock);
+        state.needs_recovery.store(1);
         state.boot.store(boot, std::memory_order_release);
     }
     configuration.lock_file->leave(LockByte::Writer);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "runtime/base/result.h"
+#include "runtime/crypt/scheme.h"
 #include "runtime/journal/change_lock.h"
 #include "runtime/journal/journal.h"
 #include "runtime/journal/set_stream.h"
@@ -37,6 +38,12 @@ inline constexpr std::int64_t MissingConfigurationNanoseconds = 20'000'000;
 // A clock that costs next to nothing and moves every few milliseconds.
 std::int64_t coarse_nanoseconds();
 
+// What extended records tell of a session. Asked for when the first is made.
+struct SessionTexts {
+    std::string user, terminal, account;
+    std::string source_file, source_line;  // given by the session
+};
+
 // What a session knows of the journal.
 struct JournalSession {
     ~JournalSession();
@@ -49,8 +56,10 @@ struct JournalSession {
     UnderWaySlot *slot = nullptr;   // the session's own, once it was under way
     int depth = 0;                  // how deep it is under way
     std::int64_t looked_until = 0;  // when a configuration that was missing is looked for again, monotonic nanoseconds
-    std::int32_t port = 0;          // 0: not asked for yet
-    std::int32_t stands_for = 0;    // the dead process in whose name it appends; 0: none
+    SessionTexts texts;
+    crypt::KeyRing keys;          // for enciphered records
+    std::int32_t port = 0;        // 0: not asked for yet
+    std::int32_t stands_for = 0;  // the dead process in whose name it appends; 0: none
     HeldLock table_lock;
     HeldLock change_lock;
 };

@@ -74,6 +74,12 @@ VELDA_EXPORT void VediLoggerError(DP *dp, int severity, const char *format, ...)
 // While on, updates of this session are not journalled: they come out of this system's own journal.
 VELDA_EXPORT void velda_logger_set_replay(DP *dp, int on);
 
+// The place in a program that the session's next updates come from, as extended records tell it. Texts may be empty.
+VELDA_EXPORT void velda_logger_set_source(DP *dp, const char *file, const char *line);
+
+// When everything appended by then was on disk, UTC seconds; 0 when there was no sync yet.
+VELDA_EXPORT int64_t velda_logger_last_sync(DP *dp);
+
 // The records around the updates of a transaction, which its session makes one behind the other between start and end:
 // each carries the flag of a transaction. `text` (may be null) is kept in the records up to its first mark.
 // `update_bytes` is how much the updates will need at least, keys and records: when the set has no room for that the

@@ -1,6 +1,7 @@
 #include "runtime/journal/record_batch.h"
 
 #include "runtime/convert/convert.h"
+#include "runtime/crypt/crypt.h"
 #include "runtime/journal/session_texts.h"
 #include "runtime/process/context.h"
 
@@ -16,6 +17,7 @@ RecordBatch::RecordBatch(DP *dp, Configuration &configuration)
     kept_.bytes.clear();
     kept_.ends.clear();
     kept_.records.clear();
+    kept_.enciphered.clear();
 }
 
 Result<void> RecordBatch::begin(std::string_view file_name, std::string_view key) {
@@ -41,6 +43,20 @@ void RecordBatch::end(RecordType type, std::string_view data, std::uint8_t flags
     if (dp_->state<JournalSession>().in_transaction) flags |= InTransaction;
     kept_.records.push_back({type, flags, false, strings_size_, {}, data});
     kept_.ends.push_back(kept_.bytes.size());
+}
+
+Result<void> RecordBatch::end_write(std::string_view record) {
+    const bool is_encrypted = configuration_.record->encryptedRecords != 0;
+    if (is_encrypted) {
+        auto text = crypt::encrypt(dp_->state<JournalSession>().keys, *crypt::scheme_by_number(VELDA_SCHEME_RC2),
+                                   crypt::builtin_key(VELDA_KEY_JOURNAL_RECORD), record);
+        if (!text) return text.error();
+        record = kept_.enciphered.emplace_back(std::move(*text));
+    }
+    add_number(static_cast<std::uint32_t>(record.size()));
+    end(RecordType::Write, record);
+    kept_.records.back().is_encrypted = is_encrypted;
+    return {};
 }
 
 Result<void> RecordBatch::append() {

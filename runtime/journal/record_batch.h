@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +24,9 @@ class RecordBatch {
     void add_number(std::uint32_t number);
     void add_long(std::int64_t number);
     void add_bytes(std::string_view bytes) { kept_.bytes.append(bytes); }
-    // Ends it. The data stands behind what was added and must stay where it is until append().
+    // Ends a WRITE with the lengths and the data of its record, which are enciphered when the configuration asks for it.
+    Result<void> end_write(std::string_view record);
+    // Ends another one. The data stands behind what was added and must stay where it is until append().
     void end(RecordType type, std::string_view data = {}, std::uint8_t flags = 0);
 
     Result<void> append();
@@ -33,6 +36,7 @@ class RecordBatch {
         std::string bytes;  // bodies, one behind the other
         std::vector<std::size_t> ends;
         std::vector<NewRecord> records;
+        std::deque<std::string> enciphered;  // data
     };
     static Buffers &buffers();
 

@@ -6,7 +6,9 @@
 
 #include "runtime/journal/journal.h"
 #include "runtime/journal/record_batch.h"
+#include "runtime/journal/sync.h"
 #include "runtime/journal/under_way.h"
+#include "runtime/journal/writer_state.h"
 #include "runtime/process/context.h"
 #include "runtime/value/value.h"
 
@@ -42,6 +44,7 @@ Result<void> append_transaction_record(DP *dp, RecordType type, const VAR *text)
 
 void leave_transaction(JournalSession &session) {
     session.in_transaction = false;
+    mark_transaction(session, false);
     transaction_turn().unlock();
     if (session.is_under_way_with_transaction) end_under_way(session);
 }
@@ -61,6 +64,7 @@ int start_transaction(DP *dp, const VAR *text) {
     transaction_turn().lock();
     session.in_transaction = true;
     session.is_under_way_with_transaction = configuration != nullptr;
+    mark_transaction(session, true);
     const int error = number_of(dp, append_transaction_record(dp, RecordType::TranStart, text));
     if (error != 0) leave_transaction(session);
     return error;
@@ -69,9 +73,12 @@ int start_transaction(DP *dp, const VAR *text) {
 int end_transaction(DP *dp, RecordType type, const VAR *text) {
     auto &session = dp->state<JournalSession>();
     if (!session.in_transaction) return errno = EPERM;
-    const int error = number_of(dp, append_transaction_record(dp, type, text));
+    auto appended = append_transaction_record(dp, type, text);
+    Configuration *const configuration = journal_of_updates(dp);
+    if (appended && configuration && configuration->record->syncTransactions != 0)
+        appended = sync_journal(dp, *configuration, SyncReason::TransactionEnd);
     leave_transaction(session);
-    return error;
+    return number_of(dp, appended);
 }
 
 }  // namespace
@@ -80,6 +87,17 @@ int end_transaction(DP *dp, RecordType type, const VAR *text) {
 using namespace velda::journal;
 
 void velda_logger_set_replay(DP *dp, int on) { dp->state<JournalSession>().stays_out = on != 0; }
+
+void velda_logger_set_source(DP *dp, const char *file, const char *line) {
+    SessionTexts &texts = dp->state<JournalSession>().texts;
+    texts.source_file = file ? file : "";
+    texts.source_line = line ? line : "";
+}
+
+int64_t velda_logger_last_sync(DP *dp) {
+    const Configuration *const configuration = configuration_or_null(dp);
+    return configuration ? writer_state(*configuration->record).last_sync : 0;
+}
 
 int velda_logger_transaction_abort_dead(DP *dp, int pid, int port) {
     auto &session = dp->state<JournalSession>();

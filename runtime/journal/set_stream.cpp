@@ -11,6 +11,7 @@
 
 #include "runtime/convert/convert.h"
 #include "runtime/journal/bus_error.h"
+#include "runtime/journal/injection.h"
 #include "runtime/journal/log_format.h"
 
 namespace velda::journal {
@@ -90,7 +91,9 @@ Result<void> SetStream::open_file(File &file, const LogFileEntry &entry, bool is
     file = File{};
     file.path = path_of(entry);
     file.max_size = entry.maxSize;
-    file.descriptor = open(file.path.c_str(), O_RDWR | O_CLOEXEC);
+    const int injected = injected_failure(Step::Open);
+    file.descriptor = injected != 0 ? -1 : open(file.path.c_str(), O_RDWR | O_CLOEXEC);
+    if (injected != 0) return set_file_error(injected, "cannot open journal file", file.path);
     if (file.descriptor < 0) return set_file_error(errno, "cannot open journal file", file.path);
     struct stat status;
     if (fstat(file.descriptor, &status) < 0) return set_file_error(errno, "cannot open journal file", file.path);
@@ -161,9 +164,11 @@ Result<void> SetStream::allocate(File &file, std::uint64_t rows_before, std::uin
     if (file.max_size > 0 && end > file.max_size)
         return Error{ENOSPC, "journal file '" + file.path + "' is full: it may have " + std::to_string(file.max_size) +
                                  " bytes; switch to another set"};
-    int failed;
-    do failed = posix_fallocate(file.descriptor, begin, end - begin);
-    while (failed == EINTR);
+    int failed = injected_failure(Step::Allocate);
+    if (failed == 0) {
+        do failed = posix_fallocate(file.descriptor, begin, end - begin);
+        while (failed == EINTR);
+    }
     if (failed == 0) return {};
     if (file.max_size < 1) (void)!ftruncate(file.descriptor, std::max<off_t>(begin, BlockBytes));
     return set_file_error(failed, "cannot extend journal file", file.path);
@@ -185,12 +190,17 @@ char *SetStream::block(std::uint64_t number) {
 bool SetStream::map_window(File &file, std::uint64_t number) {
     constexpr std::size_t Bytes = WindowRows * BlockBytes;
     if (file.window) munmap(file.window, Bytes);
+    file.window = nullptr;
+    failed_ = &file;
+    if (const int failed = injected_failure(Step::Map)) {
+        errno = failed;
+        return false;
+    }
     void *const window =
         mmap(nullptr, Bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, static_cast<off_t>(number * Bytes));
     file.window = window == MAP_FAILED ? nullptr : static_cast<char *>(window);
     file.number = number;
     file.ready_rows = 0;
-    if (!file.window) failed_ = &file;
     return file.window != nullptr;
 }
 
@@ -200,13 +210,15 @@ bool SetStream::make_ready(File &file, std::uint64_t row) {
     const std::uint64_t left = std::min(WindowRows - first, rows_ - row);
     file.step_rows = std::clamp(file.step_rows * 2, LeastReadyRows, MostReadyRows);
     const std::uint64_t count = std::min(file.step_rows, left);
+    failed_ = &file;
+    if (const int failed = injected_failure(Step::Ready)) {
+        errno = failed;
+        return false;
+    }
     int result;
     do result = madvise(file.window + first * BlockBytes, count * BlockBytes, MADV_POPULATE_WRITE);
     while (result != 0 && errno == EINTR);
-    if (result != 0 && errno != EINVAL) {  // EINVAL: this kernel does not know it
-        failed_ = &file;
-        return false;
-    }
+    if (result != 0 && errno != EINVAL) return false;  // EINVAL: this kernel does not know it
     file.ready_rows = first + count;
     return true;
 }
@@ -255,9 +267,20 @@ Error SetStream::failure(int number) const {
 
 int SetStream::sync() const {
     int first_error = 0;
-    for (int number = 0; number < count_; ++number)
-        if (fdatasync(files_[number].descriptor) != 0 && first_error == 0) first_error = errno;
+    for (int number = 0; number < count_; ++number) {
+        const int failed = injected_failure(Step::Sync);
+        if ((failed != 0 || fdatasync(files_[number].descriptor) != 0) && first_error == 0)
+            first_error = failed != 0 ? failed : errno;
+    }
     return first_error;
+}
+
+std::array<int, VELDA_LOGGER_FILES> SetStream::duplicates() const {
+    std::array<int, VELDA_LOGGER_FILES> descriptors;
+    descriptors.fill(-1);
+    for (int number = 0; number < count_; ++number)
+        descriptors[number] = fcntl(files_[number].descriptor, F_DUPFD_CLOEXEC, 0);
+    return descriptors;
 }
 
 }  // namespace velda::journal

@@ -57,6 +57,8 @@ class SetStream {
 
     // Makes what was stored durable. 0 or the error.
     int sync() const;
+    // Second descriptors of the files, -1 for those that the set has not.
+    std::array<int, VELDA_LOGGER_FILES> duplicates() const;
 
   private:
     static constexpr std::uint64_t WindowRows = 256;

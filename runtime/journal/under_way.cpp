@@ -3,9 +3,11 @@
 #include <signal.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "runtime/base/futex.h"
@@ -63,6 +65,7 @@ UnderWaySlot *claim_slot(WriterState &state) {
             if (owner != 0 && !(also_of_the_dead && !lives(owner))) continue;
             if (!slot.process.compare_exchange_strong(owner, process_word())) continue;
             slot.count.store(0);
+            slot.in_transaction.store(0);
             return &slot;
         }
     }
@@ -108,6 +111,16 @@ Result<void> begin_under_way(DP *dp, Configuration &configuration) {
 
 void end_under_way(JournalSession &session) {
     if (session.depth > 0 && --session.depth == 0) session.slot->count.store(0, std::memory_order_release);
+}
+
+void mark_transaction(JournalSession &session, bool on) {
+    if (session.slot && session.depth > 0) session.slot->in_transaction.store(on ? 1 : 0);
+}
+
+bool is_transaction_under_way(WriterState &state) {
+    return std::any_of(std::begin(state.under_way), std::end(state.under_way), [](const UnderWaySlot &slot) {
+        return slot.in_transaction.load() != 0 && lives(slot.process.load());
+    });
 }
 
 void wait_for_sessions_under_way(const JournalSession &caller, Configuration &configuration) {

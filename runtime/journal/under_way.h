@@ -12,6 +12,11 @@ namespace velda::journal {
 Result<void> begin_under_way(DP *dp, Configuration &configuration);
 void end_under_way(JournalSession &session);
 
+// While on, the session is between the records of a transaction's start and end. It is under way.
+void mark_transaction(JournalSession &session, bool on);
+// Whether a living session is.
+bool is_transaction_under_way(WriterState &state);
+
 // Waits until no other session is under way. What dead processes left is cleared.
 void wait_for_sessions_under_way(const JournalSession &caller, Configuration &configuration);
 

@@ -28,12 +28,12 @@ Result<void> add_update(RecordBatch &batch, std::string_view path, const store::
     if (mode == store::TransferMode::Binary) flags |= VEDI_BINARY;
     if (auto begun = batch.begin(path, update.key); !begun) return begun;
     batch.add_number(flags);
-    if (update.record) {
-        batch.add_number(scope ? scope->value : 0);
-        batch.add_number(static_cast<std::uint32_t>(update.record->size()));
+    if (!update.record) {
+        batch.end(RecordType::Delete);
+        return {};
     }
-    batch.end(update.record ? RecordType::Write : RecordType::Delete, update.record.value_or(std::string_view()));
-    return {};
+    batch.add_number(scope ? scope->value : 0);
+    return batch.end_write(*update.record);
 }
 
 }  // namespace

@@ -6,13 +6,20 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <optional>
+#include <utility>
 
 #include "runtime/base/process_number.h"
 #include "runtime/convert/convert.h"
 #include "runtime/journal/append_lock.h"
 #include "runtime/journal/bus_error.h"
+#include "runtime/journal/capacity.h"
+#include "runtime/journal/checkpoint.h"
+#include "runtime/journal/injection.h"
 #include "runtime/journal/record_crc.h"
+#include "runtime/journal/recovery.h"
 #include "runtime/journal/set_change.h"
+#include "runtime/journal/sync.h"
 #include "runtime/port/port.h"
 #include "runtime/process/context.h"
 #include "runtime/store/journalling.h"
@@ -42,6 +49,9 @@ class Append {
     Result<void> run(std::span<const NewRecord> records) {
         begin_use();
         if (auto opened = open_set(Look::NowAndThen); !opened) return opened;
+        const std::uint64_t block_before = to_.stream / BlockBytes;
+        const std::int64_t now = std::max<std::int64_t>(to_.time_last, std::time(nullptr));
+        if (is_checkpoint_due(*configuration_.record, set_, now)) (void)put_checkpoint(now);
         std::uint64_t end = to_.stream;
         for (const NewRecord &record : records) end = stream_behind(end, whole_size(record));
         if (auto room = stream_.make_room(set_, state_, stream_behind(end, EofBytes)); !room) return room;
@@ -50,7 +60,11 @@ class Append {
             for (std::size_t n = 0; n < records.size() && failed == 0; ++n) failed = put(records[n]);
             if (failed == 0) publish();
         });
-        if (stored && failed == 0) return {};
+        if (stored && failed == 0) {
+            const bool is_new_row = to_.stream / BlockBytes != block_before;
+            warning_ = capacity_warning(*configuration_.record, set_, state_.warned, to_.time_last, is_new_row);
+            return {};
+        }
         Error error = stream_.failure(stored ? failed : EIO);
         stream_.forget();
         return error;
@@ -68,6 +82,31 @@ class Append {
         state_.closed_use = set_.timeFirst;
         failed = stream_.sync();
         return failed == 0 ? Result<void>() : stream_.failure(failed);
+    }
+
+    // The percentage that an operator is to be warned of.
+    std::optional<int> warning() const { return warning_; }
+
+    // Finds out how far the set is written after the machine stopped.
+    Result<void> recover() {
+        begin_use();
+        if (to_.time_first != 0 && to_.stream != 0) {
+            auto found = find_end(set_, static_cast<int>(configuration_.record->currentSet), state_.synced);
+            if (!found) return found.error();
+            to_ = *found;
+            stream_.forget();
+            state_.allocated_rows = rows_of(to_.stream);
+            if (auto opened = stream_.use(set_, to_); !opened) return opened;
+            if (!survives_bus_error([&] { publish(); })) return stream_.failure(EIO);
+        }
+        state_.needs_recovery.store(0);
+        return {};
+    }
+
+    Result<OpenForSync> open_for_sync() {
+        begin_use();
+        if (auto opened = open_set(Look::Now); !opened) return opened.error();
+        return OpenForSync{stream_.duplicates(), to_};
     }
 
     // Tells again how far the set is written.
@@ -98,11 +137,47 @@ class Append {
     // Kept free behind every append, so that a set can always be closed.
     static constexpr std::uint64_t EofBytes = 128;
 
+    // A use of the set that this configuration's writers do not know is either empty or was written by others, whose
+    // records its first block vouches for.
     void begin_use() {
         to_ = state_.written[state_.valid.load(std::memory_order_relaxed)];
         if (to_.time_first == set_.timeFirst) return;
         to_ = {set_.timeFirst, 0, 0, set_.timeFirst};
-        state_.allocated_rows = 0;
+        if (set_.recordCount > 0 && set_.currentFile > 0 && first_block_stamp(set_) == set_.timeFirst) {
+            const std::uint64_t block =
+                static_cast<std::uint64_t>(set_.fileOffset) / BlockBytes * named_files(set_) + set_.currentFile - 1;
+            to_ = {set_.timeFirst, block * BlockBytes + set_.blockPosition, set_.recordCount,
+                   std::max(set_.timeFirst, set_.timeLast)};
+        }
+        state_.allocated_rows = rows_of(to_.stream);
+    }
+
+    std::uint64_t rows_of(std::uint64_t stream) const {
+        const std::uint64_t files = named_files(set_);
+        const std::uint64_t blocks = (stream + BlockBytes - 1) / BlockBytes;
+        return files == 0 ? 0 : (blocks + files - 1) / files;
+    }
+
+    // What cannot be put now is put in front of a later append.
+    Result<void> put_checkpoint(std::int64_t now) {
+        VELDALoggerConfig &config = *configuration_.record;
+        const std::string body = checkpoint_body(set_, now, config.lastCheckpoint);
+        const NewRecord record{RecordType::Checkpoint, FlushDevice, false, CheckpointStrings.size(), body, {}};
+        const WrittenTo before = to_;
+        const std::uint64_t end = stream_behind(to_.stream, whole_size(record));
+        if (auto room = stream_.make_room(set_, state_, stream_behind(end, EofBytes)); !room) return room;
+        int failed = 0;
+        if (!survives_bus_error([&] {
+                failed = put(record);
+                if (failed == 0) publish();
+            }))
+            failed = EIO;
+        if (failed != 0) {
+            to_ = before;
+            return stream_.failure(failed);
+        }
+        config.lastCheckpoint = static_cast<std::int32_t>(to_.time_last);
+        return {};
     }
 
     int put(const NewRecord &record) {
@@ -113,9 +188,14 @@ class Append {
         vputlong64(trailer, to_.time_last);
         Header header = header_of(record, begin);
         vputint32(header.data() + RecordHeader::Reserved, static_cast<std::int32_t>(checksum(header, record, trailer)));
-        for (const std::string_view part : {std::string_view(header.data(), header.size()), record.body, record.data,
-                                            std::string_view(trailer, sizeof trailer)})
+        const std::pair<Step, std::string_view> parts[] = {{Step::StoreHeader, {header.data(), header.size()}},
+                                                           {Step::StoreBody, record.body},
+                                                           {Step::StoreData, record.data},
+                                                           {Step::StoreTrailer, {trailer, sizeof trailer}}};
+        for (const auto &[step, part] : parts) {
+            injected_death(step);
             if (const int failed = stream_.put(to_.stream, part, set_)) return failed;
+        }
         ++to_.records;
         return 0;
     }
@@ -153,9 +233,11 @@ class Append {
 
     // The one store from which the append counts, then what readers look at.
     void publish() {
+        injected_death(Step::Publish);
         const std::uint32_t other = 1 - state_.valid.load(std::memory_order_relaxed);
         state_.written[other] = to_;
         state_.valid.store(other, std::memory_order_release);
+        injected_death(Step::Show);
         show();
     }
 
@@ -176,7 +258,23 @@ class Append {
     const std::int32_t port_;
     const std::int32_t process_;
     WrittenTo to_{};
+    std::optional<int> warning_;
 };
+
+// Tells an operator of a failure, once a minute while it lasts.
+void tell_failure(DP *dp, WriterState &state, const Error &error) {
+    constexpr std::int64_t Interval = 60;
+    const std::int64_t now = std::time(nullptr);
+    if (state.told.number == error.number && now < state.told.time + Interval) return;
+    state.told = {now, error.number, 0};
+    constexpr int Failure = 2;
+    VediLoggerError(dp, Failure, "The journal cannot be written: %s", error.message.c_str());
+}
+
+void warn_of_space(DP *dp, int percent) {
+    constexpr int SpaceWarning = 257;
+    VediLoggerError(dp, SpaceWarning, "Journal Log Files now at %d %% capacity", percent);
+}
 
 std::int32_t port_of(DP *dp) {
     auto &session = dp->state<JournalSession>();
@@ -188,22 +286,54 @@ bool is_set(std::uint32_t number) { return number >= 1 && number <= VELDA_LOGGER
 
 }  // namespace
 
-Result<void> append_records(DP *dp, Configuration &configuration, std::span<const NewRecord> records, Hold hold) {
-    if (const int failed = prepare_writer_state(dp, configuration))
-        return system_error(failed, "cannot lock journal", configuration.path);
-    const std::int32_t port = port_of(dp);
+namespace {
+
+// The part of an append that is done under the lock.
+Result<void> append_locked(DP *dp, Configuration &configuration, std::int32_t port, std::span<const NewRecord> records,
+                           Hold hold, std::optional<int> &warning) {
     VELDALoggerConfig &config = *configuration.record;
-    const AppendLock lock(writer_state(config));
+    WriterState &state = writer_state(config);
+    const AppendLock lock(state);
     const std::uint32_t status = std::atomic_ref(config.status).load(std::memory_order_acquire);
     const std::uint32_t number = config.currentSet;
     if (status == VELDA_LOGGER_INACTIVE || !is_set(number)) return {};
     const bool is_held = status == VELDA_LOGGER_SUSPENDED || is_current_set_closed(configuration);
     if (is_held && hold == Hold::WhileSuspended) return Error{store::JournalSuspended, "the journal is suspended"};
-    if (writer_state(config).closed_use != 0) writer_state(config).closed_use = 0;
+    if (state.closed_use != 0) state.closed_use = 0;
     const std::int32_t stands_for = dp->state<JournalSession>().stands_for;
     Append append(configuration, config.sets[number - 1], port, stands_for != 0 ? stands_for : process_number());
     if (lock.is_inherited()) append.tell();
-    return append.run(records);
+    if (state.needs_recovery.load(std::memory_order_relaxed) != 0)
+        if (auto recovered = append.recover(); !recovered) return recovered;
+    auto appended = append.run(records);
+    warning = append.warning();
+    return appended;
+}
+
+}  // namespace
+
+Result<void> append_records(DP *dp, Configuration &configuration, std::span<const NewRecord> records, Hold hold) {
+    if (const int failed = prepare_writer_state(dp, configuration))
+        return system_error(failed, "cannot lock journal", configuration.path);
+    std::optional<int> warning;
+    auto appended = append_locked(dp, configuration, port_of(dp), records, hold, warning);
+    WriterState &state = writer_state(*configuration.record);
+    if (warning) warn_of_space(dp, *warning);
+    if (appended) {
+        if (state.told.time != 0) state.told = {};
+        watch_unsynced(configuration);
+    } else if (appended.error().number != store::JournalSuspended) {
+        tell_failure(dp, state, appended.error());
+    }
+    return appended;
+}
+
+Result<OpenForSync> open_for_sync(Configuration &configuration) {
+    VELDALoggerConfig &config = *configuration.record;
+    const AppendLock lock(writer_state(config));
+    if (!is_set(config.currentSet)) return Error{EINVAL, "the journal has no current set"};
+    constexpr std::int32_t NoPort = 0;  // nothing is appended
+    return Append(configuration, config.sets[config.currentSet - 1], NoPort).open_for_sync();
 }
 
 Result<void> append_end_of_set(DP *dp, Configuration &configuration) {

@@ -1,6 +1,7 @@
 // writer.h - appending records to the set that is being written. Private to the folder.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -33,6 +34,13 @@ Result<void> append_records(DP *dp, Configuration &configuration, std::span<cons
 // Puts an EOF record behind the current set, which the next append of this use would overwrite, and makes the files of
 // the set durable.
 Result<void> append_end_of_set(DP *dp, Configuration &configuration);
+
+// The files of the current set, to be closed by the caller, and how far it was written when they were taken.
+struct OpenForSync {
+    std::array<int, VELDA_LOGGER_FILES> descriptors;
+    WrittenTo written;
+};
+Result<OpenForSync> open_for_sync(Configuration &configuration);
 
 // Returns when no append is under way that began before.
 void wait_for_append(DP *dp, Configuration &configuration);

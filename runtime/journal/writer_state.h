@@ -20,11 +20,27 @@ struct WrittenTo {
     std::int64_t time_last;
 };
 
+// The last warning of this use of the set about its space.
+struct SpaceWarning {
+    std::int64_t use;
+    std::int64_t time;       // 0: none yet
+    std::int64_t looked_at;  // when the disk was last asked
+    std::uint32_t percent;
+    std::uint32_t reserved;
+};
+
+// The last failure that the administration log tells of.
+struct ToldFailure {
+    std::int64_t time;  // 0: appends have succeeded since
+    std::int32_t number;
+    std::uint32_t reserved;
+};
+
 // A session between the codes 16 and 17 of VediLoggerMisc, or between a transaction's start and end.
 struct UnderWaySlot {
-    std::atomic<std::uint64_t> process;  // 0: free; else its number, and in the upper half when it began
-    std::atomic<std::uint32_t> count;    // how deep the session is in such pairs
-    std::uint32_t reserved;
+    std::atomic<std::uint64_t> process;         // 0: free; else its number, and in the upper half when it began
+    std::atomic<std::uint32_t> count;           // how deep the session is in such pairs
+    std::atomic<std::uint32_t> in_transaction;  // between the records of its start and end
 };
 
 // What a change of set that holds the writers leaves behind for whoever finds it abandoned.
@@ -44,6 +60,13 @@ struct WriterState {
     std::uint64_t allocated_rows;                 // rows of blocks that every file of the set has disk space for
     std::int64_t closed_use;  // time_first of a use that ends with an EOF record: no more is appended to it
     HeldWriters held;         // changed under the change lock
+    std::atomic<std::uint32_t>
+        needs_recovery;  // the machine stopped since: how far the set is written must be found out
+    SpaceWarning warned;
+    ToldFailure told;
+    pthread_mutex_t sync_lock;
+    WrittenTo synced;        // on disk, changed under sync_lock
+    std::int64_t last_sync;  // when that was reached; 0: never
     static constexpr int UnderWaySlots = 128;
     UnderWaySlot under_way[UnderWaySlots];
 };

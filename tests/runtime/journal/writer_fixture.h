@@ -46,7 +46,7 @@ class WriterTest : public JournalTest {
             std::strncpy(info.files[n].path, path.c_str(), VELDA_LOGGER_PATH_BYTES - 1);
             info.files[n].maxSize = max_size;
         }
-        reset(set, std::time(nullptr));
+        reset(set, velda_logger_next_time(dp));
     }
     std::string set_path(int set, int file) const {
         return system_ / ("set" + std::to_string(set) + "." + std::to_string(file));

@@ -1,0 +1,192 @@
+#include "runtime/journal/sync.h"
+
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "runtime/base/process_number.h"
+#include "runtime/journal/append_lock.h"
+#include "runtime/journal/injection.h"
+#include "runtime/journal/writer.h"
+#include "runtime/journal/writer_state.h"
+#include "runtime/process/process.h"
+
+namespace velda::journal {
+
+namespace {
+
+class SyncLock {
+  public:
+    explicit SyncLock(pthread_mutex_t &mutex) : mutex_(mutex) {
+        if (pthread_mutex_lock(&mutex_) == EOWNERDEAD) pthread_mutex_consistent(&mutex_);
+    }
+    ~SyncLock() { pthread_mutex_unlock(&mutex_); }
+    SyncLock(const SyncLock &) = delete;
+    SyncLock &operator=(const SyncLock &) = delete;
+
+  private:
+    pthread_mutex_t &mutex_;
+};
+
+bool covers(const WrittenTo &synced, const WrittenTo &wanted) {
+    return synced.time_first > wanted.time_first ||
+           (synced.time_first == wanted.time_first && synced.stream >= wanted.stream);
+}
+
+WrittenTo written_now(const WriterState &state) { return state.written[state.valid.load(std::memory_order_acquire)]; }
+
+int sync_files(const std::array<int, VELDA_LOGGER_FILES> &descriptors) {
+    int first_error = 0;
+    for (const int descriptor : descriptors) {
+        if (descriptor < 0) continue;
+        const int failed = injected_failure(Step::Sync);
+        if ((failed != 0 || fdatasync(descriptor) != 0) && first_error == 0) first_error = failed != 0 ? failed : errno;
+        close(descriptor);
+    }
+    return first_error;
+}
+
+// The third to fifth word: syncs by time, at transaction ends, and records that they covered.
+void count(VELDALoggerConfig &config, SyncReason reason, std::int64_t records) {
+    ++config.statistics[reason == SyncReason::Time ? 2 : 3];
+    config.statistics[4] += static_cast<std::uint32_t>(records);
+}
+
+// --- the keeper: a thread that lives while this process has appended something that no sync has followed ---------------
+
+struct Unsynced {
+    Configuration *configuration;
+    std::time_t next_try;
+};
+
+struct Keeper {
+    std::mutex mutex;
+    std::vector<Unsynced> unsynced;
+    std::atomic<pid_t> process{0};  // in which the thread runs; a forked child has none
+    std::atomic<Configuration *> latest{nullptr};
+};
+
+Keeper &keeper() {
+    static auto &keeper = *new Keeper;
+    return keeper;
+}
+
+bool is_unsynced(const Configuration &configuration) {
+    const WriterState &state = writer_state(*configuration.record);
+    return !covers(state.synced, written_now(state));
+}
+
+std::int64_t sync_interval(const Configuration &configuration) {
+    return std::max<std::int64_t>(1, configuration.record->syncSeconds);
+}
+
+bool is_sync_due(const Configuration &configuration) {
+    return std::time(nullptr) >= writer_state(*configuration.record).last_sync + sync_interval(configuration);
+}
+
+// What cannot be synced now, such as a set whose file is gone, is tried again later.
+void sync_if_due(DP *dp, Unsynced &entry) {
+    if (std::time(nullptr) < entry.next_try || !is_sync_due(*entry.configuration)) return;
+    if (!sync_journal(dp, *entry.configuration, SyncReason::Time))
+        entry.next_try = std::time(nullptr) + sync_interval(*entry.configuration);
+}
+
+// The thread ends when there is nothing left to do.
+bool has_work(std::vector<Unsynced> &entries) {
+    Keeper &its = keeper();
+    const std::lock_guard guard(its.mutex);
+    std::erase_if(its.unsynced, [](const Unsynced &entry) { return !is_unsynced(*entry.configuration); });
+    entries = its.unsynced;
+    if (!entries.empty()) return true;
+    its.latest.store(nullptr);
+    its.process.store(0);
+    return false;
+}
+
+void note_tries(const std::vector<Unsynced> &entries) {
+    Keeper &its = keeper();
+    const std::lock_guard guard(its.mutex);
+    for (const Unsynced &entry : entries)
+        for (Unsynced &kept : its.unsynced)
+            if (kept.configuration == entry.configuration) kept.next_try = entry.next_try;
+}
+
+void keep() {
+    constexpr timespec BetweenLooks = {0, 200'000'000};
+    DP *const dp = velda_getdp();
+    std::vector<Unsynced> entries;
+    while (has_work(entries)) {
+        for (Unsynced &entry : entries) sync_if_due(dp, entry);
+        note_tries(entries);
+        nanosleep(&BetweenLooks, nullptr);
+    }
+}
+
+// A process that ends does what its keeper would do next.
+void sync_at_exit() {
+    Configuration *const configuration = keeper().latest.load();
+    if (!configuration || keeper().process.load() != process_number()) return;
+    if (is_unsynced(*configuration) && is_sync_due(*configuration))
+        (void)sync_journal(velda_getdp(), *configuration, SyncReason::Time);
+}
+
+// The thread takes no signals: they belong to the session's own threads.
+void start_keeper() {
+    sigset_t every, before;
+    sigfillset(&every);
+    pthread_sigmask(SIG_SETMASK, &every, &before);
+    std::thread(keep).detach();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+void add_to_keeper(Configuration &configuration) {
+    Keeper &its = keeper();
+    const std::lock_guard guard(its.mutex);
+    static const int registered = std::atexit(sync_at_exit);
+    (void)registered;
+    const bool is_known = std::any_of(its.unsynced.begin(), its.unsynced.end(),
+                                      [&](const Unsynced &entry) { return entry.configuration == &configuration; });
+    if (!is_known) its.unsynced.push_back({&configuration, 0});
+    its.latest.store(&configuration);
+    if (its.process.exchange(process_number()) != process_number()) start_keeper();
+}
+
+}  // namespace
+
+Result<void> sync_journal(DP *dp, Configuration &configuration, SyncReason reason) {
+    if (const int failed = prepare_writer_state(dp, configuration))
+        return system_error(failed, "cannot lock journal", configuration.path);
+    WriterState &state = writer_state(*configuration.record);
+    const WrittenTo wanted = written_now(state);
+    const SyncLock lock(state.sync_lock);
+    if (covers(state.synced, wanted)) return {};
+    const WrittenTo before = state.synced;
+    auto open = open_for_sync(configuration);
+    if (!open) return open.error();
+    if (const int failed = sync_files(open->descriptors))
+        return system_error(failed, "cannot sync journal", configuration.path);
+    state.synced = open->written;
+    state.last_sync = std::time(nullptr);
+    const std::int64_t behind = before.time_first == open->written.time_first ? before.records : 0;
+    count(*configuration.record, reason, open->written.records - behind);
+    return {};
+}
+
+void watch_unsynced(Configuration &configuration) {
+    const Keeper &its = keeper();
+    if (its.latest.load(std::memory_order_relaxed) != &configuration ||
+        its.process.load(std::memory_order_relaxed) != process_number())
+        add_to_keeper(configuration);
+}
+
+}  // namespace velda::journal
