@@ -63,6 +63,9 @@ struct SegmentHeader {
     // Owners that are making the updates of a transaction; 0: a free place. What the dead among them left is finished
     // before their locks are passed on.
     alignas(64) std::atomic<OwnerId> commits[CommitPlaces];
+    // How many were begun since the segment was made, from 1: who saw no commit under way need not look again until this
+    // has changed.
+    alignas(64) std::atomic<std::uint64_t> commits_begun;
     std::atomic<std::uint32_t> leftovers_finished;  // what commits of earlier segments left has been finished
 };
 static_assert(sizeof(SegmentHeader) <= PageBytes);

@@ -121,9 +121,18 @@ void LockTable::reap_all() {
 bool LockTable::note_commit(const Owner &owner) {
     for (auto &place : segment_->header().commits) {
         OwnerId free = 0;
-        if (place.load(std::memory_order_relaxed) == 0 && place.compare_exchange_strong(free, owner.id)) return true;
+        if (place.load(std::memory_order_relaxed) != 0 || !place.compare_exchange_strong(free, owner.id)) continue;
+        // Who dies between the two has not begun to do anything yet.
+        segment_->header().commits_begun.fetch_add(1, std::memory_order_release);
+        return true;
     }
     return false;
+}
+
+bool LockTable::any_commit() const {
+    OwnerId any = 0;
+    for (const auto &place : segment_->header().commits) any |= place.load(std::memory_order_acquire);
+    return any != 0;
 }
 
 void LockTable::forget_commit(OwnerId id) {

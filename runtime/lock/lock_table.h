@@ -120,12 +120,10 @@ class LockTable {
     bool note_commit(const Owner &owner);
     // The updates are made, or none is.
     void forget_commit(OwnerId id);
-    // Whether anyone is noted; a few words of shared memory are read.
-    bool any_commit() const {
-        OwnerId any = 0;
-        for (const auto &place : segment_->header().commits) any |= place.load(std::memory_order_relaxed);
-        return any != 0;
-    }
+    // A number that changes with every commit that begins.
+    std::uint64_t commits_begun() const { return segment_->header().commits_begun.load(std::memory_order_acquire); }
+    // Whether anyone is noted.
+    bool any_commit() const;
     // Whether this owner is noted.
     bool has_commit(OwnerId id) const;
     // Finishes the commits of the dead. False when one cannot be finished now.

@@ -123,6 +123,7 @@ Result<void> Segment::format(const std::string &registration) {
     fresh.end_page = ExtentsOffset / PageBytes;
     fresh.next_generation = 1;
     fresh.next_ticket = 1;
+    fresh.commits_begun = 1;
     make_robust(fresh.owner_groups);
     for (std::size_t number = 0; number < StripeCount; ++number) make_robust(stripe(number).mutex);
     fresh.magic.store(SegmentMagic, std::memory_order_release);

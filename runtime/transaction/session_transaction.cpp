@@ -73,7 +73,9 @@ void SessionTransaction::finish_what_was_left() {
         left_ = Left::Nothing;
         if (!open_) end_keeping(dp_);
     }
+    const std::uint64_t begun = table_->commits_begun();
     table_->finish_what_was_left();
+    if (table_->are_leftovers_finished() && !table_->any_commit()) settled_at_ = begun;
 }
 
 void end_level(DP *dp, int level) {

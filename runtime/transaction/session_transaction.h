@@ -35,10 +35,9 @@ class SessionTransaction {
     // Makes the session see to the commits of the dead, at the opening of a file: those that are found then are
     // finished.
     void watch_commits();
-    // What every statement on a file does first. It reads a few words of memory that hardly ever change.
+    // What every statement on a file does first. It reads one word of memory that changes with each commit only.
     void settle() {
-        if (table_ && (left_ != Left::Nothing || table_->any_commit() || !table_->are_leftovers_finished()))
-            finish_what_was_left();
+        if (table_ && table_->commits_begun() != settled_at_) finish_what_was_left();
     }
 
     std::string error_text;  // of the last failure
@@ -51,6 +50,7 @@ class SessionTransaction {
     DP *const dp_;
     std::unique_ptr<OpenTransaction> open_;
     lock::LockTable *table_ = nullptr;
+    std::uint64_t settled_at_ = 0;  // commits_begun when nothing was left to be finished; 0: something was
     Left left_ = Left::Nothing;  // of the last commit
 };
 
