@@ -33,10 +33,10 @@ void tell(const Reading &reading, CallbackCode code) {
     if (reading.callback) reading.callback(reading.dp, code);
 }
 
-void sleep_between(const Reading &reading, CallbackCode before, CallbackCode behind) {
-    tell(reading, before);
+void sleep_before_retry(const Reading &reading) {
+    tell(reading, RetryBegins);
     VLibESLEEP_II(reading.dp, reading.select.retry);
-    tell(reading, behind);
+    tell(reading, RetryEnds);
 }
 
 // A set that is no longer current is read until its EOF record.
@@ -61,6 +61,21 @@ std::int32_t later_set(const Reading &reading) {
     return found;
 }
 
+bool has_input(const Reading &reading) {
+    VediLoggerMisc(reading.dp, VELDA_LOGGER_REFRESH);
+    return has_more(reading) || later_set(reading) != 0 || reading.context.config->currentSet == 0;
+}
+
+// Sleeps until the next try, but no longer than until something has come: who keeps up with the journal is never behind
+// by more than a slice of the sleep.
+void sleep_until_input(const Reading &reading) {
+    const VAR slice_milliseconds(10);
+    tell(reading, WaitBegins);
+    const std::int64_t end = steady_milliseconds() + std::int64_t{reading.select.retry} * 1000;
+    while (!has_input(reading) && steady_milliseconds() < end) VLibEMSLEEP_VB(reading.dp, &slice_milliseconds);
+    tell(reading, WaitEnds);
+}
+
 Step wait_for_input(const Reading &reading) {
     LogSelect &select = reading.select;
     if ((select.flags & SelectWait) == 0) return {nullptr, StopNoLaterSet};
@@ -70,7 +85,7 @@ Step wait_for_input(const Reading &reading) {
         return {nullptr, StopTimeout};
     }
     if (select.waitStart == 0) select.waitStart = now;
-    sleep_between(reading, WaitBegins, WaitEnds);
+    sleep_until_input(reading);
     return {};
 }
 
@@ -121,7 +136,7 @@ Step try_record(Reading &reading) {
     const int error = errno;
     if (error == ENOENT) return {nullptr, StopReadFailed};
     reading.last_error = error;
-    sleep_between(reading, RetryBegins, RetryEnds);
+    sleep_before_retry(reading);
     ++reading.attempts;
     return {};
 }
