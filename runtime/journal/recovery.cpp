@@ -155,7 +155,7 @@ class Walk {
 
 }  // namespace
 
-int named_files(const LogSetInfo &set) {
+int files_with_names(const LogSetInfo &set) {
     return static_cast<int>(std::count_if(std::begin(set.files), std::end(set.files),
                                           [](const LogFileEntry &entry) { return entry.path[0] != 0; }));
 }

@@ -7,7 +7,7 @@
 
 namespace velda::journal {
 
-int named_files(const LogSetInfo &set);
+int files_with_names(const LogSetInfo &set);
 
 // The stamp of the set's first block; 0 when it cannot be read.
 std::int64_t first_block_stamp(const LogSetInfo &set);

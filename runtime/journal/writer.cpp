@@ -145,7 +145,7 @@ class Append {
         to_ = {set_.timeFirst, 0, 0, set_.timeFirst};
         if (set_.recordCount > 0 && set_.currentFile > 0 && first_block_stamp(set_) == set_.timeFirst) {
             const std::uint64_t block =
-                static_cast<std::uint64_t>(set_.fileOffset) / BlockBytes * named_files(set_) + set_.currentFile - 1;
+                static_cast<std::uint64_t>(set_.fileOffset) / BlockBytes * files_with_names(set_) + set_.currentFile - 1;
             to_ = {set_.timeFirst, block * BlockBytes + set_.blockPosition, set_.recordCount,
                    std::max(set_.timeFirst, set_.timeLast)};
         }
@@ -153,7 +153,7 @@ class Append {
     }
 
     std::uint64_t rows_of(std::uint64_t stream) const {
-        const std::uint64_t files = named_files(set_);
+        const std::uint64_t files = files_with_names(set_);
         const std::uint64_t blocks = (stream + BlockBytes - 1) / BlockBytes;
         return files == 0 ? 0 : (blocks + files - 1) / files;
     }
