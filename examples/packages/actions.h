@@ -16,6 +16,10 @@ int compare(DP *dp, const std::string &one, const std::string &other);
 // Two processes fight over the lock of one record; shows who holds it and that no update was lost.
 int fight(DP *dp, const std::string &file, const std::string &key);
 
+// Updates records of FILE, one step in ten a transaction, for so many seconds. `name` begins the keys of the records
+// that it makes.
+int update(DP *dp, const std::string &file, const std::string &name, double seconds);
+
 // Ends the program's command with a message when the file cannot be opened.
 void open_or_stop(VAR &file, const std::string &name);
 

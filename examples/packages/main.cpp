@@ -3,16 +3,19 @@
 //   packages load FILE LIST ...    LIST is a package list such as /var/lib/dpkg/status, or - for standard input
 //   packages compare FILE OTHER    compares two files record by record
 //   packages fight FILE KEY        lets two processes fight over the lock of a record
+//   packages update FILE NAME SECONDS    updates, adds and deletes records, some in transactions
 #include "actions.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
 constexpr char Usage[] =
     "usage: packages load FILE LIST ...\n"
     "       packages compare FILE OTHER\n"
-    "       packages fight FILE KEY\n";
+    "       packages fight FILE KEY\n"
+    "       packages update FILE NAME SECONDS\n";
 
 struct Request {
     std::vector<std::string> words;
@@ -22,6 +25,7 @@ int run(DP *dp, const std::vector<std::string> &words) {
     if (words.size() >= 3 && words[0] == "load") return load(dp, words[1], {words.begin() + 2, words.end()});
     if (words.size() == 3 && words[0] == "compare") return compare(dp, words[1], words[2]);
     if (words.size() == 3 && words[0] == "fight") return fight(dp, words[1], words[2]);
+    if (words.size() == 4 && words[0] == "update") return update(dp, words[1], words[2], std::atof(words[3].c_str()));
     std::fputs(Usage, stderr);
     return 2;
 }

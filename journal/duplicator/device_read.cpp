@@ -45,6 +45,11 @@ struct Reading {
         tell(BetweenRecords);
         VLibSignalTest(dp);
     }
+    // Until there is something to read, or a connection to take, or the descriptor fails.
+    void wait_for(int descriptor) const {
+        while (velda_socket_wait(dp, descriptor, VELDA_SOCKET_INPUT) != 0 && (errno == EINTR || errno == EAGAIN))
+            interrupted();
+    }
 };
 
 // --- blocks ---
@@ -67,7 +72,7 @@ void await_input(const Reading &reading) {
     if (descriptor < 0 || reading.select.deviceType == Serial) return;
     if (velda_socket_ready(reading.dp, descriptor, VELDA_SOCKET_INPUT)) return;
     reading.tell(WaitBegins);
-    while (velda_socket_wait(reading.dp, descriptor, VELDA_SOCKET_INPUT) != 0 && errno == EINTR) reading.interrupted();
+    reading.wait_for(descriptor);
     reading.tell(WaitEnds);
 }
 
@@ -76,6 +81,7 @@ int read_bytes(const Reading &reading) {
     const auto size = static_cast<std::size_t>(select.blockSize);
     select.buffer.resize(size);
     for (std::size_t done = 0; done < size;) {
+        if (is_socket(select)) reading.wait_for(select.fd);
         errno = 0;
         const std::ptrdiff_t got = velda_read(reading.dp, select.fd, select.buffer.data() + done, size - done);
         if (got > 0) {
@@ -303,6 +309,7 @@ bool accept_next_sender(Reading &reading) {
     velda_socket_close(reading.dp, select.fd);
     reading.tell(WaitBegins);
     velda_socket_listen(reading.dp, select.listener.descriptor, 1);
+    reading.wait_for(select.listener.descriptor);
     while ((select.fd = velda_socket_accept(reading.dp, select.listener.descriptor)) < 0 && errno == EINTR)
         reading.interrupted();
     const int error = errno;

@@ -362,8 +362,9 @@ void end_stream(DP *dp, bool waits_for_receiver) {
     velda_socket_end_output(dp, output.fd);
     // The connection stays until the receiver has closed it: what it still sends to an end that is gone would cut off
     // what it has not received yet.
-    while (waits_for_receiver && velda_socket_wait(dp, output.fd, VELDA_SOCKET_INPUT) == 0 &&
-           take_milestones(dp, context)) {
+    while (waits_for_receiver) {
+        const bool is_ready = velda_socket_wait(dp, output.fd, VELDA_SOCKET_INPUT) == 0;
+        if (is_ready ? !take_milestones(dp, context) : errno != EAGAIN || context.slot->killerPid != 0) return;
     }
 }
 

@@ -68,6 +68,9 @@ int open_receiver(DP *dp, LogSelect &select, int error_value) {
 void accept_sender(DP *dp, LogSelect &select) {
     if (velda_socket_listen(dp, select.listener.descriptor, OneSender) != 0)
         VELDAfprintf(dp, stderr, "Unable to listen() on socket, error %d\n", errno);
+    while (velda_socket_wait(dp, select.listener.descriptor, VELDA_SOCKET_INPUT) != 0 &&
+           (errno == EINTR || errno == EAGAIN))
+        DupCallback(dp, BetweenRecords);
     while ((select.fd = velda_socket_accept(dp, select.listener.descriptor)) < 0 && errno == EINTR)
         DupCallback(dp, BetweenRecords);
     const int error = errno;

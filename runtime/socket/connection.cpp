@@ -46,17 +46,22 @@ int error_number(int platform_error) {
     }
 }
 
-bool wait_for(DP *dp, int descriptor, short events) {
-    for (;;) {
-        if (interrupt_pending(dp)) {
-            errno = EINTR;
-            return false;
-        }
-        pollfd waiting{descriptor, events, 0};
-        const int ready = poll(&waiting, 1, LongestWaitMilliseconds);
-        if (ready > 0) return true;
-        if (ready < 0 && errno != EINTR) return false;
+bool wait_a_while(DP *dp, int descriptor, short events) {
+    if (interrupt_pending(dp)) {
+        errno = EINTR;
+        return false;
     }
+    pollfd waiting{descriptor, events, 0};
+    const int ready = poll(&waiting, 1, LongestWaitMilliseconds);
+    if (ready > 0) return true;
+    if (ready == 0 || errno == EINTR) errno = EAGAIN;
+    return false;
+}
+
+bool wait_for(DP *dp, int descriptor, short events) {
+    while (!wait_a_while(dp, descriptor, events))
+        if (errno != EAGAIN) return false;
+    return true;
 }
 
 std::ptrdiff_t Connection::receive(DP *dp, void *buffer, std::size_t size) const {

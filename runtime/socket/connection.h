@@ -35,6 +35,9 @@ class Connection {
 // Waits until `events` of poll(2) happen. False, with errno, when the session was interrupted or the wait failed.
 bool wait_for(DP *dp, int descriptor, short events);
 
+// The same for half a second at most; then false with EAGAIN.
+bool wait_a_while(DP *dp, int descriptor, short events);
+
 // The numbers of this header for the errors that have one of their own; others stay.
 int error_number(int platform_error);
 

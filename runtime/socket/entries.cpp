@@ -158,5 +158,5 @@ int velda_socket_ready(DP *dp, int descriptor, int direction) {
 
 int velda_socket_wait(DP *dp, int descriptor, int direction) {
     if (velda_socket_ready(dp, descriptor, direction)) return 0;
-    return wait_for(dp, descriptor, poll_events(direction)) ? 0 : -1;
+    return wait_a_while(dp, descriptor, poll_events(direction)) ? 0 : -1;
 }

@@ -84,7 +84,9 @@ VELDA_EXPORT int velda_socket_push(DP *dp, int descriptor);
 // descriptor, as velda_read.
 VELDA_EXPORT int velda_socket_ready(DP *dp, int descriptor, int direction);
 
-// Waits until velda_socket_ready would give 1. 0.
+// Waits until velda_socket_ready would give 1. 0; -1 with EINTR for an interrupt, and with EAGAIN after half a second at
+// most, so that a caller can look whether it was told to stop: a signal may be ignored, as it is in the background jobs
+// of a script.
 VELDA_EXPORT int velda_socket_wait(DP *dp, int descriptor, int direction);
 
 #ifdef __cplusplus
