@@ -3,9 +3,8 @@
 //   replay_bench [FILTER] [RECORDS]
 //
 // runs the rows whose name holds FILTER, over a log set of RECORDS records (1,000,000) of 200 bytes under random keys.
-#include <unistd.h>
-
-#include <fstream>
+#include <array>
+#include <filesystem>
 #include <memory>
 
 #include "bench/raw_lmdb.h"
@@ -133,6 +132,72 @@ void bench_shared(const Run &run, DP *dp) {
         [&] { set.replay(false); });
 }
 
+std::size_t open_descriptors() {
+    std::size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) count += !entry.path().empty();
+    return count;
+}
+
+std::size_t bucket_of(const std::string &name) {
+    return VediBaseHashUINT(name.data(), static_cast<std::uint32_t>(name.size()), VEDI_HASH_CASE_BLIND) %
+           journal::CacheBuckets;
+}
+
+// As many files as the cache holds: every bucket full.
+std::vector<std::string> files_that_fill_the_cache(const Run &run) {
+    std::array<std::size_t, journal::CacheBuckets> filled{};
+    std::vector<std::string> files;
+    for (int number = 0; files.size() < journal::CacheBuckets * journal::CachedFilesOfBucket; ++number) {
+        const std::string name = run.path("f" + std::to_string(number));
+        if (++filled[bucket_of(name)] > journal::CachedFilesOfBucket) continue;
+        files.push_back(name);
+    }
+    return files;
+}
+
+std::size_t files_cached(const journal::DupContext &context) {
+    std::size_t count = 0;
+    for (const auto &bucket : context.fileCache)
+        for (const auto &cached : bucket) count += cached.file != nullptr;
+    return count;
+}
+
+// A record for each file in turn, applied once to warm the cache and then again.
+void bench_cache(const Run &run, DP *dp) {
+    if (!run.wanted("cache")) return;
+    const auto files = files_that_fill_the_cache(run);
+    std::vector<std::string> records;
+    for (const std::string &file : files) {
+        if (auto made = store::create_file(file, "HL", {.durability = store::Durability::Lazy, .options = {}}); !made)
+            give_up(made.error().message);
+        records.push_back(test::record_bytes(test::write_record(file, "key", std::string(RecordBytes, 'w')), 1, 0, 0));
+    }
+    LogSelect input, output;
+    input.deviceType = journal::LogSetDevice;
+    output.deviceType = journal::Database;
+    journal::DupContext &context = journal::start_dup_context(dp);
+    context.input = &input;
+    context.output = &output;
+    const auto apply_all = [&] {
+        as_command(dp, [&] {
+            for (const std::string &record : records)
+                journal::DupApply(dp, reinterpret_cast<const unsigned char *>(record.data()));
+        });
+    };
+    const double cold = seconds_of(apply_all);
+    const std::size_t descriptors = open_descriptors();
+    apply_all();  // a file that rested since its first update is marked as in use again
+    const double warm = seconds_of(apply_all);
+    const std::size_t cached = files_cached(context);
+    const bool is_kept = cached == files.size() && open_descriptors() == descriptors;
+    std::printf("%-48s %6zu  limit %zu  %s   (%.1f us a record, cold %.1f; %zu descriptors)\n",
+                "cache: files that stay open, none opened again", cached, files.size(), is_kept ? "ok" : "MISSED",
+                warm / static_cast<double>(records.size()) * 1e6, cold / static_cast<double>(records.size()) * 1e6,
+                descriptors);
+    context.input = context.output = nullptr;
+    journal::close_all_cached(dp, context);
+}
+
 }  // namespace
 }  // namespace velda::bench
 
@@ -144,4 +209,5 @@ int main(int count, char **words) {
     DP *const dp = velda_getdp();
     bench_exclusive(run, dp);
     bench_shared(run, dp);
+    bench_cache(run, dp);
 }

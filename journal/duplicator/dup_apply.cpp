@@ -71,7 +71,7 @@ constexpr RecordRule Rules[] = {
 bool is_update(RecordType type) { return type == RecordType::Write || type == RecordType::Delete; }
 
 Outcome apply_rule(Replay &replay) {
-    set_status_text(replay.dp, Writing);
+    show_status(replay.dp, Writing);
     count_output(replay.dp, replay.record.size);
     const auto *const rule = std::ranges::find(Rules, replay.record.type, &RecordRule::type);
     if (rule == std::end(Rules)) {
@@ -79,7 +79,7 @@ Outcome apply_rule(Replay &replay) {
                   "The record has an illegal type in the header of value %d", static_cast<int>(replay.record.type));
         return Outcome::Milestone;
     }
-    if (rule->status != Writing) set_status_text(replay.dp, rule->status);
+    if (rule->status != Writing) show_status(replay.dp, rule->status);
     return rule->apply(replay);
 }
 

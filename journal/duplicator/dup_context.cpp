@@ -62,7 +62,6 @@ std::int64_t steady_milliseconds() {
 std::string set_status_text(DP *dp, std::string_view text) {
     DupStatusSlot &slot = *dup_context(dp).slot;
     std::string before = logger_text(slot.statusText, sizeof slot.statusText);
-    if (before == text) return before;
     char padded[sizeof slot.statusText] = {};
     text.copy(padded, sizeof padded - 1);
     std::memcpy(slot.statusText, padded, sizeof padded);
@@ -79,6 +78,13 @@ void publish_position(const DupContext &context) {
 }
 
 void publish_milestone(const DupContext &context, std::int64_t milestone) { store(context.slot->milestone, milestone); }
+
+void show_status(DP *dp, std::string_view text) {
+    const DupStatusSlot &slot = *dup_context(dp).slot;
+    const bool is_shown = text.size() < sizeof slot.statusText && slot.statusText[text.size()] == '\0' &&
+                          text == std::string_view(slot.statusText, text.size());
+    if (!is_shown) set_status_text(dp, text);
+}
 
 void count_input(DP *dp, std::int64_t bytes) {
     DupStatusSlot &slot = *dup_context(dp).slot;

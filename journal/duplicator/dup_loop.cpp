@@ -30,6 +30,7 @@ const unsigned char *take_input(DP *dp, const unsigned char *record) {
 
 const unsigned char *read_listed_record(DP *dp, DupContext &context) {
     VAR key;
+    VediLoggerMisc(dp, VELDA_LOGGER_REFRESH);  // as VELDALoggerReadnext does by itself
     while (VLibFREADNEXT_IBBBBB(dp, &key, nullptr, nullptr, VLibReturnDefaultSelect(dp), nullptr) == 1) {
         int32_t file = 0, set = 0;
         int64_t offset = 0, time = 0;
@@ -128,8 +129,7 @@ void write_to_database(DP *dp, const DupContext &context, const unsigned char *r
 
 const unsigned char *DupReadRecord(DP *dp) {
     DupContext &context = dup_context(dp);
-    VediLoggerMisc(dp, VELDA_LOGGER_REFRESH);
-    set_status_text(dp, "READING");
+    show_status(dp, "READING");
     if (context.useSelectList) return read_listed_record(dp, context);
     for (;;) {
         errno = 0;

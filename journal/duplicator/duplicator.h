@@ -194,6 +194,8 @@ std::string set_status_text(DP *dp, std::string_view text);
 // Stores how far the run has got: the position last read, and the milestone that came in or went out last.
 void publish_position(const DupContext &context);
 void publish_milestone(const DupContext &context, std::int64_t milestone);
+// The same where the text before does not matter: costs nothing when it is shown already.
+void show_status(DP *dp, std::string_view text);
 // Add records and their bytes to the counters of the slot.
 void count_input(DP *dp, std::int64_t bytes);
 void count_output(DP *dp, std::int64_t bytes, std::int64_t records = 1);

@@ -1,4 +1,6 @@
 // Open files by name, and the renaming of names.
+#include <sys/resource.h>
+
 #include <set>
 
 #include "tests/duplicator/replay_fixture.h"
@@ -102,6 +104,21 @@ TEST_F(Cache, AFileThatIsReplacedIsOpenedAnew) {
                    create_file_record(file, "HL", "", {}), write_record(file, "2", "new")});
     EXPECT_EQ(read(file, "1"), "(none)");
     EXPECT_EQ(read(file, "2"), "new");
+}
+
+TEST_F(Cache, TheProcessMayOpenAsManyFilesAsTheCacheHolds) {
+    std::vector<BuiltRecord> records;
+    for (int number = 0; number < 40; ++number)
+        records.push_back(write_record(make_file("F" + std::to_string(number)), "1", "x"));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit limit = before;
+    const std::filesystem::directory_iterator open_now("/proc/self/fd"), none;
+    limit.rlim_cur = static_cast<rlim_t>(std::distance(open_now, none)) + 30;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    apply_quietly(records);
+    EXPECT_EQ(cached_names().size(), 40u);
+    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 // --- renames ---

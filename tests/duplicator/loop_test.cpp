@@ -1,4 +1,6 @@
 // A run over a log set: reading, counting, what ends it, and what it shows.
+#include <sys/mount.h>
+
 #include <map>
 
 #include "journal/journal.h"
@@ -223,6 +225,56 @@ TEST_F(Loop, AnOutputOfALogSetTakesTheRecordsAsTheyAreInTheNameOfTheirProcess) {
     EXPECT_EQ(said, "");
     EXPECT_EQ(records, "7:71:0 2:71:1 8:71:0 ");
     EXPECT_EQ(context.slot->outputRecords, 3u);
+}
+
+// --- trouble at the receiver ---
+
+class SmallDisk : public Loop {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directory(path("disk"));
+        if (mount("velda-test", path("disk").c_str(), "tmpfs", 0, "size=2m") != 0)
+            GTEST_SKIP() << "cannot mount a small disk";
+        is_mounted = true;
+    }
+    void TearDown() override {
+        close_all_cached(dp, context);
+        if (!is_mounted) return;
+        EXPECT_EQ(umount2(path("disk").c_str(), MNT_DETACH), 0);
+    }
+
+    // More than the disk holds, then one more record for a file elsewhere.
+    void fill_with_too_much(const std::string &file, const std::string &elsewhere) {
+        for (int i = 0; i < 40; ++i) set.add(write_record(file, std::to_string(i), std::string(100000, 'x')));
+        set.add(write_record(elsewhere, "last", "x"));
+        finish_set();
+    }
+
+    bool is_mounted = false;
+};
+
+class SmallDiskOfUse : public SmallDisk, public testing::WithParamInterface<bool> {};
+
+TEST_P(SmallDiskOfUse, UpdatesThatFindNoRoomAreReportedOneByOneAndTheRunGoesOn) {
+    const std::string file = make_file("disk/ORDERS"), elsewhere = make_file("OTHER");
+    fill_with_too_much(file, elsewhere);
+    EXPECT_EQ(duplicate("set=1 terminate=eos", "set=database", [&] { context.exclusive = GetParam(); }), 0);
+    EXPECT_TRUE(reported().starts_with("ERROR:Error number 28 writing to file '" + file + "'")) << said;
+    EXPECT_GT(ended_with.outputErrors, 10u);
+    EXPECT_LT(ended_with.outputErrors, 40u);
+    EXPECT_EQ(ended_with.outputRecords, 41u);
+    EXPECT_EQ(read(file, "0").size(), 100000u);  // what found room is there
+    EXPECT_EQ(read(elsewhere, "last"), "x");
+}
+
+INSTANTIATE_TEST_SUITE_P(Uses, SmallDiskOfUse, testing::Bool(),
+                         [](const auto &use) { return std::string(use.param ? "Exclusive" : "Shared"); });
+
+TEST_F(SmallDisk, TheLimitOfErrorsEndsARunWhoseDiskIsFull) {
+    const std::string file = make_file("disk/ORDERS"), elsewhere = make_file("OTHER");
+    fill_with_too_much(file, elsewhere);
+    EXPECT_EQ(duplicate("set=1 terminate=eos", "set=database", [&] { context.maxErrors = 3; }), 4);
+    EXPECT_EQ(read(elsewhere, "last"), "(none)");
 }
 
 // --- what it shows ---

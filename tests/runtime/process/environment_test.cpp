@@ -1,5 +1,6 @@
 #include <grp.h>
 #include <pwd.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -32,6 +33,36 @@ class SystemLog : public CommandTest {
   private:
     velda::test::ScratchSystem own_log_;
 };
+
+TEST_F(SystemLog, AMessageIsALineOfTheLog) {
+    ASSERT_EQ(NTLogMessage(dp, "a message"), 0);
+    ASSERT_FALSE(lines().empty());
+    EXPECT_TRUE(lines().back().ends_with(": a message")) << lines().back();
+}
+
+TEST_F(Environment, TheTimesOfTheProcessGrowWithItsWork) {
+    double user_before = -1, system_before = -1, user = -1, system = -1;
+    velda_process_times(dp, &user_before, &system_before);
+    EXPECT_GE(user_before, 0);
+    EXPECT_GE(system_before, 0);
+    do {
+        velda_process_times(dp, &user, &system);
+    } while (user + system <= user_before + system_before);
+    EXPECT_LT(user + system, user_before + system_before + 60);
+}
+
+TEST_F(Environment, TheLimitOfOpenFilesIsRaisedAsFarAsTheSystemAllows) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit limit = before;
+    limit.rlim_cur = 128;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(velda_allow_open_files(dp, 200), 200);
+    EXPECT_EQ(velda_allow_open_files(dp, 150), 200);  // never lowered
+    const auto most = static_cast<int64_t>(std::min<rlim_t>(before.rlim_max, 1U << 30));
+    EXPECT_EQ(velda_allow_open_files(dp, int64_t{1} << 30), most);
+    setrlimit(RLIMIT_NOFILE, &before);
+}
 
 }  // namespace
 

@@ -71,6 +71,77 @@ TEST_F(Vedi, a_record_is_written_read_and_deleted) {
     EXPECT_EQ(VediClose(dp, &file, 0), 0);
 }
 
+VELDAUpdate update(const std::string &key, const std::string *data) {
+    return {key.data(), static_cast<uint32_t>(key.size()), data ? static_cast<uint32_t>(data->size()) : 0,
+            data ? data->data() : nullptr};
+}
+
+TEST_F(Vedi, a_batch_of_changes_is_made_in_order) {
+    ASSERT_EQ(create("F"), 0);
+    open("F");
+    write(block, "2", "old");
+    const std::string a = "a", b = "b", none, one = "1", two = "2", three = "3";
+    const VELDAUpdate updates[] = {update(one, &a), update(one, &b), update(two, nullptr), update(three, &none)};
+    EXPECT_EQ(velda_apply_updates(dp, &block, 0, updates, 4), 0);
+    EXPECT_EQ(read(block, "1"), "b");
+    EXPECT_EQ(read(block, "2"), "(2001)");
+    EXPECT_EQ(read(block, "3"), "");
+    VediClose(dp, &block, 0);
+}
+
+TEST_F(Vedi, a_batch_with_an_impossible_change_makes_none) {
+    ASSERT_EQ(create("F"), 0);
+    open("F");
+    const std::string a = "a", one = "1", long_key(70000, 'k');
+    const VELDAUpdate updates[] = {update(one, &a), update(long_key, &a)};
+    EXPECT_EQ(velda_apply_updates(dp, &block, 0, updates, 2), EINVAL);
+    EXPECT_EQ(read(block, "1"), "(2001)");
+    VediClose(dp, &block, 0);
+}
+
+TEST_F(Vedi, hashed_files_make_a_batch_as_a_whole_and_directories_do_not) {
+    ASSERT_EQ(create("F"), 0);
+    ASSERT_EQ(create("D", {"TYPE=UD"}), 0);
+    EXPECT_EQ(velda_applies_whole(&open("F")), 1);
+    VediClose(dp, &block, 0);
+    EXPECT_EQ(velda_applies_whole(&block), 0);
+    EXPECT_EQ(velda_applies_whole(&open("D")), 0);
+    VediClose(dp, &block, 0);
+}
+
+TEST_F(Vedi, a_path_is_moved_or_removed_whatever_it_names) {
+    ASSERT_EQ(create("F"), 0);
+    write(open("F"), "1", "x");
+    VediClose(dp, &block, 0);
+    std::ofstream("plain") << "text";
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "F", "G", 0), 0);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "plain", "moved", 0), 0);
+    EXPECT_EQ(read(open("G"), "1"), "x");
+    VediClose(dp, &block, 0);
+    EXPECT_TRUE(std::filesystem::exists("moved"));
+    EXPECT_FALSE(std::filesystem::exists("F") || std::filesystem::exists("plain"));
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "G", "", 0), 0);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "moved", nullptr, 0), 0);
+    EXPECT_FALSE(std::filesystem::exists("G") || std::filesystem::exists("G-lock") || std::filesystem::exists("moved"));
+}
+
+TEST_F(Vedi, a_move_replaces_what_stands_at_its_target_but_no_other_kind) {
+    ASSERT_EQ(create("F"), 0);
+    ASSERT_EQ(create("G"), 0);
+    ASSERT_EQ(create("D", {"TYPE=UD"}), 0);
+    std::ofstream("plain") << "text";
+    write(open("F"), "1", "x");
+    VediClose(dp, &block, 0);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "F", "G", 0), 0);
+    EXPECT_EQ(read(open("G"), "1"), "x");
+    VediClose(dp, &block, 0);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "plain", "D", 0), EISDIR);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "D", "plain", 0), ENOTDIR);
+    EXPECT_TRUE(std::filesystem::exists("plain") && std::filesystem::exists("D"));
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "none", "x", 0), ENOENT);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "none", "", 0), ENOENT);
+}
+
 TEST_F(Vedi, open_takes_the_names_of_sections) {
     ASSERT_EQ(create("DICT F"), 0);
     ASSERT_EQ(create("F,OLD"), 0);
