@@ -8,10 +8,13 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <csignal>
 #include <fstream>
 
 #include "bench/raw_lmdb.h"
@@ -170,13 +173,145 @@ void bench_null(const Run &run, const LogSet &set) {
         [&] { transfer(run, "", "set=null"); });
 }
 
-void bench_database(const Run &run, const std::string &file) {
-    if (!run.wanted("transfer to database")) return;
+// Gives the records a second.
+double bench_database(const Run &run, const std::string &file) {
     make_lazy_file(file);
     replay(run);  // all of them find the same file: each record is there
+    std::vector<double> seconds;
     compare(
         "transfer to database with -x, of local replay", 0.80, run.record_count, [&] { replay(run); },
-        [&] { transfer(run, "-x", "set=database"); });
+        [&] { seconds.push_back(seconds_of([&] { transfer(run, "-x", "set=database"); })); });
+    return static_cast<double>(run.record_count) / median(seconds);
+}
+
+// --- the lag ---
+
+constexpr int LoadSeconds = 6, IdleMilliseconds = 1500;
+
+// Records that a writer has written so far, and when: shared with it.
+struct Written {
+    std::atomic<std::uint64_t> count;
+    std::atomic<bool> is_done;
+    std::atomic<double> when[LoadSeconds * 1000000];
+};
+
+double now_seconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+template <class T>
+T *shared_memory(int file) {
+    const int flags = file < 0 ? MAP_SHARED | MAP_ANONYMOUS : MAP_SHARED;
+    void *const memory = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, flags, file, 0);
+    if (memory == MAP_FAILED) give_up("no memory to share");
+    return static_cast<T *>(memory);
+}
+
+// Writes records of a journalled file at a steady rate.
+[[noreturn]] void write_steadily(const std::string &path, double rate, Written &written) {
+    DP *const dp = velda_getdp();
+    VediControlBlock file;
+    if (VediOpen(dp, &file, path.c_str(), 0, 0) != 0) give_up("the file of the load cannot be opened");
+    const std::string data(RecordBytes, 'w');
+    const double start = now_seconds();
+    for (double now = start; now < start + LoadSeconds; now = now_seconds()) {
+        const auto due = static_cast<std::uint64_t>((now - start) * rate);
+        for (std::uint64_t n = written.count; n < due && n < std::size(written.when); ++n) {
+            const std::string key = key_of(n % 100000);
+            written.when[n] = now_seconds();
+            if (VediWriteRecord(dp, &file, VEDI_BINARY, key.data(), static_cast<uint32_t>(key.size()), data.data(),
+                                RecordBytes, 0) != 0)
+                give_up("a write of the load failed");
+            written.count = n + 1;
+        }
+        usleep(1000);
+    }
+    VediClose(dp, &file, 0);
+    written.is_done = true;
+    _exit(0);
+}
+
+void start_journal(const Run &run, DP *dp) {
+    const VAR path(run.path("journal"));
+    if (VELDALoggerSetFile(dp, 2, 1, 1, &path) != 0 || VELDALoggerSwapLog(dp, 2) != 0 ||
+        VELDALoggerChangeStatus(dp, VELDA_LOGGER_ACTIVE) != 0)
+        give_up("the journal cannot be started");
+}
+
+// The receiver's system: it has a journal configuration of its own, which is mapped here to watch it.
+class Replica {
+  public:
+    explicit Replica(const Run &run) : directory(run.path("replica-system")) {
+        std::filesystem::create_directory(directory);
+        const pid_t child = fork();
+        if (child == 0) {
+            setenv("VELDAGLOBALDIR", directory.c_str(), 1);
+            _exit(VELDALoggerGetDefinition(velda_getdp()));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        const int file = open((directory + "/config/vediLoggerConfig").c_str(), O_RDWR);
+        if (status != 0 || file < 0) give_up("the receiver's system cannot be made");
+        config_ = shared_memory<VELDALoggerConfig>(file);
+        close(file);
+    }
+    std::uint64_t applied() const { return std::atomic_ref<std::uint64_t>(config_->dupSlots[0].outputRecords).load(); }
+
+    const std::string directory;
+
+  private:
+    VELDALoggerConfig *config_;
+};
+
+// How long the first record that the replica lacks has been waiting.
+double lag_seconds(const Written &written, const Replica &replica) {
+    const std::uint64_t applied = replica.applied(), count = written.count;
+    return applied >= count ? 0 : now_seconds() - written.when[applied];
+}
+
+// The greatest lag while the writer writes.
+double watch_lag(const Written &written, const Replica &replica) {
+    double greatest = 0;
+    while (!written.is_done) {
+        usleep(20000);
+        greatest = std::max(greatest, lag_seconds(written, replica));
+    }
+    return greatest;
+}
+
+void show_lag(const char *name, double seconds, bool is_met, double rate) {
+    std::printf("%-48s %6.3f  limit %s  %s   (seconds, at %.0f records a second)\n", name, seconds,
+                rate > 0 ? "1" : "0", is_met ? "ok" : "MISSED", rate);
+}
+
+void bench_lag(const Run &run, DP *dp, double rate) {
+    const Replica replica(run);
+    const std::string load = run.path("load"), copy = run.path("copy");
+    for (const std::string &directory : {load, copy}) {
+        std::filesystem::create_directory(directory);
+        make_lazy_file(directory + "/FILE");
+    }
+    start_journal(run, dp);
+    Written &written = *shared_memory<Written>(-1);
+    const int port = free_port();
+    const std::string address = "set=socket hostname=127.0.0.1 port=" + std::to_string(port);
+    setenv("VELDAGLOBALDIR", replica.directory.c_str(), 1);
+    const pid_t receiver =
+        start_duplicator(run, "-x INPUT " + address + " OUTPUT set=database rename=" + load + "," + copy, "receiver");
+    setenv("VELDAGLOBALDIR", run.folder.c_str(), 1);
+    await_listener(port);
+    const pid_t sender = start_duplicator(run, "INPUT set=current terminate=wait retry=1 OUTPUT " + address, "sender");
+    const pid_t writer = fork();
+    if (writer == 0) write_steadily(load + "/FILE", rate, written);
+    const double greatest = watch_lag(written, replica);
+    usleep(IdleMilliseconds * 1000);
+    const double idle = lag_seconds(written, replica);
+    show_lag("lag under a steady load", greatest, greatest < 1, static_cast<double>(written.count) / LoadSeconds);
+    show_lag("lag when idle", idle, idle == 0, 0);
+    for (const pid_t child : {sender, receiver, writer}) {
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
 }
 
 }  // namespace
@@ -192,5 +327,7 @@ int main(int count, char **words) {
     const std::string file = run.path("replica");
     const LogSet set(run, dp, file, random_keys(run.record_count, run.record_count));
     bench_null(run, set);
-    bench_database(run, file);
+    if (!run.wanted("transfer to database") && !run.wanted("lag")) return 0;
+    const double rate = bench_database(run, file);
+    bench_lag(run, dp, rate / 2);
 }

@@ -28,6 +28,7 @@ struct Wanted {
     int32_t set;
     LogPosition place;
     int64_t time;
+    bool is_in_held_blocks = false;  // which may be older than the record
 };
 
 bool is_wanted(const LogHeader &header, const Wanted &wanted) {
@@ -52,6 +53,7 @@ bool can_stand_in_set(DP *dp, const LoggerContext &context, const LogHeader &hea
 int check_time(DP *dp, const LoggerContext &context, const Wanted &wanted, const LogHeader &header) {
     const LogSetInfo &set = logger_set(*context.config, wanted.set);
     if (header.time >= set.timeFirst && (header.time <= set.timeLast || set.timeLast == 0)) return 0;
+    if (wanted.is_in_held_blocks) return VELDA_LOGGER_DAMAGED;  // the half of a header that is there by now
     VediLoggerError(dp, 0,
                     "Time update is now outside of start and end of logset \n Record time update is %x\n"
                     " Set time.first is %x\n  Set time last is %x\n ",
@@ -101,7 +103,9 @@ int read_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
 int read_fresh_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
     if (const int error = begin_reading(dp, context, wanted.set)) return error;
     const bool were_held = holds_blocks(context);
-    const int error = read_record(dp, context, wanted);
+    Wanted at_first = wanted;
+    at_first.is_in_held_blocks = were_held;
+    const int error = read_record(dp, context, at_first);
     if (error != VELDA_LOGGER_DAMAGED || !were_held) return error;
     release_blocks(dp, context);
     return read_record(dp, context, wanted);

@@ -237,6 +237,29 @@ TEST_F(Readnext, AWaitCallsBackBeforeAndBehindEachSleep) {
     EXPECT_EQ(codes, "3434");
 }
 
+// The writer has begun the next block, and the reader has read it along with the one before.
+TEST_F(Readnext, AHeaderWhoseSecondHalfWasReadTooEarlyIsReadAgain) {
+    constexpr std::size_t Left = 10;  // bytes of the header in its first block: the marker and no stamp
+    SetBuilder set = set_of(1);
+    const Placed filler = set.add(keyed("filler"));
+    const auto used = static_cast<std::size_t>(set.next_place().offset) % 4096;
+    set.add(write_record("FILE", "", std::string(4096 - Left - used - (filler.size - 6), 'd')));
+    ASSERT_EQ(set.next_place().offset % 4096, 4096 - Left);
+    SetBuilder begun = set;
+    BuiltRecord record = keyed("late");
+    record.time = set.time_last();
+    const Placed place = begun.next_place();
+    begun.add_bytes(record_bytes(record, 1, place.file, place.offset).substr(0, Left));
+    begun.next_place();
+    publish(begun);
+    auto select = selection(1, SelectWait);
+    set.add(record);
+    at_event = [&](int code) {
+        if (code == 3) leave(set);
+    };
+    EXPECT_EQ(keys(*select), "filler  late stop 514");
+}
+
 TEST_F(Readnext, AWaitEndsWhenTheTimeoutIsOver) {
     publish(small_set(1, FirstTime, false));
     auto select = selection(1, SelectWait);
