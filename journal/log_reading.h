@@ -65,6 +65,11 @@ typedef char *(*VELDALoggerAllocator)(DP *dp, char *old, uint32_t size);
 VELDA_EXPORT int VELDALoggerConvertRecord(DP *dp, const unsigned char *record, const char *extra_text, char **buffer,
                                           uint32_t *size, VELDALoggerAllocator allocate);
 
+// Makes the connection of a selection of a socket: an output calls its host, an input listens and waits for one sender.
+// VELDALoggerSelectStart does this. 0, or -1 or 1 after a message, with errno set. An input that cannot be bound is tried
+// again, after waits that double, only when `error_value` is 10048 (address in use).
+VELDA_EXPORT int VELDASetupSocketIO(DP *dp, LogSelect *select, int is_output, int error_value);
+
 // A name of a specification's token and its code.
 typedef struct LogToken {
     int code;

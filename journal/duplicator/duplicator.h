@@ -206,8 +206,6 @@ void count_output(DP *dp, std::int64_t bytes, std::int64_t records = 1);
 const unsigned char *LoggerReadDevice(DP *dp, LogSelect *select, VELDALoggerCallback callback);
 // The next block of a stream. 0 or an error.
 int LoggerFillBlock(DP *dp, LogSelect *select, VELDALoggerCallback callback);
-// Connects (output) or waits for a connection (input). 0; -1 or 1 on failure.
-int VELDASetupSocketIO(DP *dp, LogSelect *select, int is_output, int error_value);
 // Copies a record to the output's stream.
 void DupWriteDevice(DP *dp, const unsigned char *record);
 // Writes the block; with the flag, moves to the next device.

@@ -79,6 +79,9 @@ void accept_sender(DP *dp, LogSelect &select) {
 }
 
 }  // namespace
+}  // namespace velda::journal
+
+using namespace velda::journal;
 
 int VELDASetupSocketIO(DP *dp, LogSelect *select, int is_output, int error_value) {
     if (!velda_socket_context(dp)) return fail(dp, "Context", -1);
@@ -88,5 +91,3 @@ int VELDASetupSocketIO(DP *dp, LogSelect *select, int is_output, int error_value
     accept_sender(dp, *select);
     return 0;
 }
-
-}  // namespace velda::journal
