@@ -98,6 +98,9 @@ class Walk {
         return true;
     }
     const WrittenTo &to() const { return to_; }
+    const char *header() const { return header_.data(); }
+    // The strings of the record, as far as they are kept.
+    std::string_view strings() const { return strings_; }
     const Result<void> &error() const { return reader_.error(); }
 
   private:
@@ -125,16 +128,18 @@ class Walk {
 
     // Reads the rest, in pieces: it may be a gigabyte.
     bool is_whole(std::uint64_t &stream) {
-        constexpr std::uint32_t PieceBytes = 1 << 16;
+        constexpr std::uint32_t PieceBytes = 1 << 17;  // holds any strings
         std::array<char, RecordHeader::Bytes> plain = header_;
         vputint32(plain.data() + RecordHeader::Reserved, 0);
         std::uint32_t crc = crc32c(0, plain.data(), plain.size());
         piece_.resize(PieceBytes);
+        strings_.clear();
         std::array<char, RecordTrailerBytes> trailer{};
         for (std::uint32_t left = word(RecordHeader::RecordSize) - RecordHeader::Bytes; left > 0;) {
             // The last piece holds the whole trailer.
             const std::uint32_t size = left <= PieceBytes ? left : std::min(PieceBytes, left - 8);
             if (!reader_.take(stream, piece_.data(), size)) return false;
+            if (strings_.empty()) strings_.assign(piece_.data(), std::min(size, word(RecordHeader::StringsSize)));
             crc = crc32c(crc, piece_.data(), size);
             left -= size;
             if (left == 0) std::memcpy(trailer.data(), piece_.data() + size - trailer.size(), trailer.size());
@@ -151,6 +156,7 @@ class Walk {
     WrittenTo to_;
     std::array<char, RecordHeader::Bytes> header_{};
     std::vector<char> piece_;
+    std::string strings_;
 };
 
 }  // namespace
@@ -178,6 +184,19 @@ Result<WrittenTo> find_end(const LogSetInfo &set, int number, const WrittenTo &s
     }
     if (!walk.error()) return walk.error().error();
     return walk.to();
+}
+
+void visit_records(const LogSetInfo &set, int number, std::uint64_t from, const RecordVisitor &visit) {
+    constexpr char FieldEnd = '\xFE';
+    Walk walk(set, number, {set.timeFirst, from, 0, set.timeFirst});
+    while (walk.next()) {
+        const std::string_view strings = walk.strings();
+        const std::size_t file_end = strings.find(FieldEnd);
+        if (file_end == strings.npos) return;
+        const std::string_view rest = strings.substr(file_end + 1);
+        if (!visit(walk.header(), strings.substr(0, file_end), rest.substr(0, rest.find(FieldEnd)), walk.to().stream))
+            return;
+    }
 }
 
 }  // namespace velda::journal

@@ -1,9 +1,15 @@
 // What the file drivers tell the journal (runtime/store/journalling.h).
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "runtime/journal/record_batch.h"
+#include "runtime/journal/recovery.h"
 #include "runtime/journal/under_way.h"
+#include "runtime/journal/writer_state.h"
 #include "runtime/process/context.h"
 #include "runtime/process/process.h"
 #include "runtime/store/journalling.h"
@@ -77,6 +83,39 @@ Result<void> journal_updates(std::string_view path, std::span<const Update> upda
     for (const Update &update : updates)
         if (auto added = add_update(batch, path, update, mode); !added) return added;
     return batch.append();
+}
+
+JournalPosition journal_position() {
+    const Configuration *const configuration = journal_of_thread(updating_session());
+    if (!configuration) return {};
+    const VELDALoggerConfig &config = *configuration->record;
+    const std::uint32_t set = config.currentSet;
+    if (set < 1 || set > VELDA_LOGGER_SETS) return {};
+    const WriterState &state = writer_state(*configuration->record);
+    const WrittenTo &written = state.written[state.valid.load(std::memory_order_acquire)];
+    const std::int64_t use = config.sets[set - 1].timeFirst;
+    return {use, written.time_first == use ? written.stream : 0};
+}
+
+Result<std::optional<std::vector<std::string>>> journalled_keys(std::string_view path, JournalPosition begin,
+                                                                std::uint64_t end) {
+    std::optional<std::vector<std::string>> keys = std::vector<std::string>();
+    const Configuration *const configuration = journal_of_thread(updating_session());
+    if (!configuration) return keys;
+    const auto &sets = configuration->record->sets;
+    const auto *const set = std::find_if(std::begin(sets), std::end(sets),
+                                         [&](const LogSetInfo &its) { return its.timeFirst == begin.use; });
+    if (set == std::end(sets)) return keys;
+    const int number = static_cast<int>(set - std::begin(sets)) + 1;
+    visit_records(*set, number, begin.stream,
+                  [&](const char *header, std::string_view file, std::string_view key, std::uint64_t record_end) {
+                      const auto type = static_cast<RecordType>(header[RecordHeader::Type]);
+                      if (file != path) return keys->empty() && (end == 0 || record_end < end);
+                      if (type == RecordType::ClearFile) keys.reset();
+                      if (type == RecordType::Write || type == RecordType::Delete) keys->emplace_back(key);
+                      return keys.has_value() && (end == 0 || record_end < end);
+                  });
+    return keys;
 }
 
 Result<void> journal_clear(std::string_view path) {

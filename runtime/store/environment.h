@@ -123,6 +123,10 @@ class Environment {
 
     // Whether changes are journalled, as the last change of the settings by any process left it.
     bool is_journalled() const { return !label_.is_mapped() || label_.is_journalled(); }
+    // What the label keeps of the last journalled change. Used in an update only.
+    JournalledChange &journalled_change() { return label_.journalled(); }
+    // True when the last change that was journalled is not committed: it is under way, or did not come about.
+    bool may_lack_a_change() const { return label_.journalled().transaction > last_transaction(); }
     void set_journalled(bool journalled) { label_.set_journalled(journalled); }
 
     // A consistent copy of the file into `descriptor`, while others write.

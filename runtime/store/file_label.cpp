@@ -109,7 +109,8 @@ bool has_file_label(int descriptor) {
 }
 
 Result<void> write_file_label(int descriptor, Durability durability, bool journalled, const std::string &path) {
-    const FileLabel label{LabelMagic, LabelVersion, static_cast<std::uint32_t>(durability), 0, 0, journalled ? 0u : 1u};
+    const FileLabel label{LabelMagic, LabelVersion, static_cast<std::uint32_t>(durability), 0, 0, journalled ? 0u : 1u,
+                          {}};
     const ssize_t put = pwrite(descriptor, &label, sizeof label, LabelOffset);
     if (put != static_cast<ssize_t>(sizeof label))
         return system_error(put < 0 ? errno : ENOSPC, "cannot label file", path);

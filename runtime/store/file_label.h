@@ -19,6 +19,15 @@ namespace velda::store {
 inline constexpr std::uint64_t LabelMagic = 0x31304C48414C4556ULL;  // "VELAHL01" in file order
 inline constexpr std::size_t LabelOffset = 1024;
 
+// Where the journal stood when a change was about to be told of. The change came about when its transaction is
+// committed; when the next one has the same number, it did not.
+struct JournalledChange {
+    std::uint64_t transaction;
+    std::int64_t use;     // which use of which set
+    std::uint64_t begin;  // in its stream: its records stand behind this
+    std::uint64_t end;    // and in front of this; 0: not known
+};
+
 struct FileLabel {
     std::uint64_t magic;
     std::uint32_t version;
@@ -27,8 +36,9 @@ struct FileLabel {
         unclean_boot;  // 0: every update is on disk; else the boot in which updates may have been left unwritten
     std::uint64_t lock_inode;      // the lock file that the present users share; meaningless when there are none
     std::uint64_t not_journalled;  // 1: changes stay out of the journal
+    JournalledChange journalled;   // the last change that was journalled; written in the file's write turn
 };
-static_assert(sizeof(FileLabel) == 40 && offsetof(FileLabel, unclean_boot) == 16 &&
+static_assert(sizeof(FileLabel) == 72 && offsetof(FileLabel, unclean_boot) == 16 &&
               offsetof(FileLabel, lock_inode) == 24 && offsetof(FileLabel, not_journalled) == 32);
 static_assert(LabelOffset >= sizeof(lmdb::MetaPage) && LabelOffset % 512 == 0,
               "clear of the meta block, inside one sector");
@@ -81,6 +91,7 @@ class MappedLabel {
     void set_lock_inode(std::uint64_t inode) { word(label_->lock_inode).store(inode, std::memory_order_release); }
     bool is_journalled() const { return word(label_->not_journalled).load(std::memory_order_relaxed) == 0; }
     void set_journalled(bool journalled) { word(label_->not_journalled).store(journalled ? 0 : 1); }
+    JournalledChange &journalled() const { return label_->journalled; }
     void set_durability(Durability durability) { label_->durability = static_cast<std::uint32_t>(durability); }
 
   private:

@@ -84,7 +84,9 @@ Result<void> HashedDriver::create(const std::string &path, const FileSettings &s
 Result<std::unique_ptr<OpenFile>> HashedDriver::open(const std::string &path) {
     auto environment = acquire_environment(path);
     if (!environment) return environment.error();
-    return std::unique_ptr<OpenFile>(std::make_unique<HashedFile>(path, std::move(*environment)));
+    auto file = std::make_unique<HashedFile>(path, std::move(*environment));
+    file->settle();
+    return std::unique_ptr<OpenFile>(std::move(file));
 }
 
 Result<void> HashedDriver::destroy(const std::string &path) {

@@ -35,25 +35,109 @@ Result<void> check_sizes(std::string_view key, std::size_t record_bytes, std::st
     return {};
 }
 
+// Journals a change; the label tells where, should this process or its commit fail before the change is there.
+template <class Journal>
+Result<void> HashedFile::journal_noted(std::uint64_t transaction, Journal &&journal) {
+    const JournalPosition begin = journal_position();
+    JournalledChange &noted = environment_->journalled_change();
+    if (begin.use != 0) noted = {transaction, begin.use, begin.stream, 0};
+    Result<void> journalled = journal();
+    if (begin.use == 0) return journalled;
+    const JournalPosition end = journal_position();
+    if (!journalled)
+        noted.transaction = 0;
+    else  // the set may have been changed before the append
+        noted = {transaction, end.use, end.use == begin.use ? begin.stream : 0, end.stream};
+    return journalled;
+}
+
+// A change that the journal tells of but that did not come about: its writer died or its commit failed. The journal
+// learns what the records are.
+Result<void> HashedFile::journal_unfinished(MDB_txn *transaction) {
+    JournalledChange &noted = environment_->journalled_change();
+    if (noted.transaction == 0 || noted.transaction != mdb_txn_id(transaction)) return {};
+    auto keys = journalled_keys(path_, {noted.use, noted.begin}, noted.end);
+    if (!keys) return keys.error();
+    auto journalled = *keys ? journal_present(transaction, **keys) : journal_all_present(transaction);
+    if (journalled) noted.transaction = 0;
+    return journalled;
+}
+
+Result<void> HashedFile::journal_present(MDB_txn *transaction, const std::vector<std::string> &keys) {
+    std::vector<Update> updates;
+    MDB_cursor *cursor = nullptr;
+    int rc = mdb_cursor_open(transaction, environment_->records(), &cursor);
+    for (std::size_t n = 0; n < keys.size() && rc == 0; ++n) {
+        std::string_view record;
+        rc = find_record(cursor, keys[n], record);
+        if (rc == 0)
+            updates.push_back({keys[n], record});
+        else if (rc == MDB_NOTFOUND)
+            updates.push_back({keys[n], std::nullopt}), rc = 0;
+    }
+    if (cursor) mdb_cursor_close(cursor);
+    if (rc != 0) return failure(rc, "cannot read from file");
+    return updates.empty() ? Result<void>() : journal_updates(path_, updates, TransferMode::Default);
+}
+
+// After a CLEARFILE that did not come about.
+Result<void> HashedFile::journal_all_present(MDB_txn *transaction) {
+    constexpr std::size_t BatchRecords = 100;
+    MDB_cursor *cursor = nullptr;
+    int rc = mdb_cursor_open(transaction, environment_->records(), &cursor);
+    if (rc != 0) return failure(rc, "cannot read from file");
+    Result<void> journalled;
+    std::vector<Update> updates;
+    MDB_val key, data;
+    for (rc = mdb_cursor_get(cursor, &key, &data, MDB_FIRST); rc == 0 && journalled;
+         rc = mdb_cursor_get(cursor, &key, &data, MDB_NEXT)) {
+        Update update{};
+        std::string_view record;
+        if (!entry_parts(key, data, update.key, record)) continue;
+        update.record = record;
+        updates.push_back(update);
+        if (updates.size() < BatchRecords) continue;
+        journalled = journal_updates(path_, updates, TransferMode::Default);
+        updates.clear();
+    }
+    mdb_cursor_close(cursor);
+    if (journalled && !updates.empty()) journalled = journal_updates(path_, updates, TransferMode::Default);
+    return journalled;
+}
+
+void HashedFile::settle() {
+    if (!environment_->writable() || !environment_->is_journalled() || !journal_wants_updates()) return;
+    if (!environment_->may_lack_a_change()) return;
+    constexpr int NothingChanged = -2;
+    environment_->update(UpdateRoomBytes, [&](MDB_txn *transaction) {
+        (void)journal_unfinished(transaction);  // else with the next update
+        return NothingChanged;
+    });
+}
+
 // Makes a change in the file's write turn and journals it there, before it is committed.
 template <class Change, class Journal>
 Result<void> HashedFile::change(std::size_t room_bytes, std::string_view failed, Change &&change, Journal &&journal) {
-    constexpr int Refused = -2;    // by the journal; beside LMDB's own results
+    constexpr int Refused = -2;     // by the journal; beside LMDB's own results
     std::size_t journalled_in = 0;  // number of the transaction
     for (;;) {
         if (environment_->is_journalled())
             if (auto may_go = journal_wait(); !may_go) return may_go;
         Result<void> journalled;
         const int rc = environment_->update(room_bytes, [&](MDB_txn *transaction) {
+            const std::size_t number = mdb_txn_id(transaction);
+            const bool is_asked_for = environment_->is_journalled() && number != journalled_in;
+            if (is_asked_for) journalled = journal_unfinished(transaction);
+            if (!journalled) return Refused;
             if (const int unchanged = change(transaction)) return unchanged;
             // Once more after a commit that found the map full, unless another change came in between.
-            const std::size_t number = mdb_txn_id(transaction);
-            if (environment_->is_journalled() && number != journalled_in) journalled = journal();
+            if (is_asked_for) journalled = journal_noted(number, journal);
             if (!journalled) return Refused;
             journalled_in = number;
             return 0;
         });
         if (rc == 0) return {};
+        if (rc != Refused && journalled_in != 0) settle();
         if (rc != Refused) return failure(rc, failed);
         if (journalled.error().number != JournalSuspended) return journalled;
     }

@@ -37,7 +37,15 @@ class HashedFile : public OpenFile {
     Result<void> change_settings(const FileSettings &settings) override;
     Result<void> sync() override { return environment_->sync(); }
 
+    // Brings the journal up to date about a change that its writer did not live to make.
+    void settle();
+
   private:
+    template <class Journal>
+    Result<void> journal_noted(std::uint64_t transaction, Journal &&journal);
+    Result<void> journal_unfinished(MDB_txn *transaction);
+    Result<void> journal_present(MDB_txn *transaction, const std::vector<std::string> &keys);
+    Result<void> journal_all_present(MDB_txn *transaction);
     template <class Change, class Journal>
     Result<void> change(std::size_t room_bytes, std::string_view failed, Change &&change, Journal &&journal);
     Result<std::optional<std::string>> read_control(std::string_view key);

@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "runtime/base/result.h"
 #include "runtime/store/driver.h"
@@ -72,6 +75,18 @@ inline constexpr int JournalSuspended = -1;
 // Appends a record for each update, in order and one behind the other. On an error nothing was appended.
 Result<void> journal_updates(std::string_view path, std::span<const Update> updates, TransferMode mode);
 Result<void> journal_clear(std::string_view path);
+
+// Where the journal stands: which use of which set, and how far its stream is written. Zeros while it is inactive.
+struct JournalPosition {
+    std::int64_t use = 0;
+    std::uint64_t stream = 0;
+};
+JournalPosition journal_position();
+
+// The keys of a file's records between two positions, of one append (0: the end is not known, but the records stand
+// one behind the other). nullopt when one of them is a CLEARFILE. None when the set was emptied since.
+Result<std::optional<std::vector<std::string>>> journalled_keys(std::string_view path, JournalPosition begin,
+                                                                std::uint64_t end);
 
 // Append a record about a whole file. The caller has a JournalBatch.
 Result<void> journal_create(std::string_view path, std::string_view type, const FileSettings &settings);
