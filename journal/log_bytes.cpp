@@ -69,12 +69,6 @@ bool is_in_set(const LoggerContext &context, const LogPosition &position) {
            position.offset < LargestOffset;
 }
 
-// A block that lies in a piece; `size` is how much of it the file has.
-struct HeldBlock {
-    const char *bytes = nullptr;
-    int64_t size = 0;
-};
-
 bool holds(const VRunFrame *piece, int64_t offset) {
     return piece && offset >= piece->offset && offset < piece->offset + piece->length;
 }
@@ -83,6 +77,7 @@ int read_piece(DP *dp, LoggerContext &context, int32_t file, int64_t offset) {
     VRunFrame *&piece = context.frames[file];
     if (piece) VRunFileIOLinkRelease(dp, context.files[file], piece);
     piece = nullptr;
+    context.block = HeldBlock{};
     const int64_t piece_size = block_size_of(context) * BlocksOfPiece;
     const int error = VRunFileIOFrameRead(dp, context.files[file], offset - offset % piece_size, &piece);
     // A file that ends before the block is a damaged one: recovery may find what other files of the set hold.
@@ -94,23 +89,45 @@ bool has_block_marker(const char *block) {
            std::memcmp(block, FirstBlockMarker.data(), ComparedBlockMarkerBytes) == 0;
 }
 
-// Asked at every use: the set may have been emptied since the block was read.
-int check_block(const LoggerContext &context, const HeldBlock &block) {
+int64_t set_time(const LoggerContext &context) { return logger_set(*context.config, context.openSet).timeFirst; }
+
+int check_block(const HeldBlock &block) {
     if (block.size < static_cast<int64_t>(BlockHeader::Bytes)) return VELDA_LOGGER_DAMAGED;
-    const int64_t time = vgetlong64(block.bytes + BlockHeader::TimeFirst);
-    if (time != logger_set(*context.config, context.openSet).timeFirst) return VELDA_LOGGER_DAMAGED;
+    if (vgetlong64(block.bytes + BlockHeader::TimeFirst) != block.set_time) return VELDA_LOGGER_DAMAGED;
     return has_block_marker(block.bytes) ? 0 : VELDA_LOGGER_DAMAGED;
 }
 
-// The block of a file at an offset.
-int load_block(DP *dp, LoggerContext &context, int32_t file, int64_t offset, HeldBlock &block) {
+// Makes the block of a file at an offset the one that is held.
+int load_block(DP *dp, LoggerContext &context, int32_t file, int64_t offset) {
     if (!holds(context.frames[file], offset))
         if (const int error = read_piece(dp, context, file, offset)) return error;
+    context.block = HeldBlock{};
     const VRunFrame &piece = *context.frames[file];
     if (!holds(&piece, offset)) return VELDA_LOGGER_DAMAGED;  // the file ends before it
-    block.bytes = piece.bytes + (offset - piece.offset);
-    block.size = std::min<int64_t>(piece.offset + piece.length - offset, block_size_of(context));
-    return check_block(context, block);
+    const int64_t size = std::min<int64_t>(piece.offset + piece.length - offset, block_size_of(context));
+    const HeldBlock block{piece.bytes + (offset - piece.offset), size, file, offset, set_time(context)};
+    const int error = check_block(block);
+    if (error == 0) context.block = block;
+    return error;
+}
+
+// How far into the block that is held the position lies; 0 when it lies elsewhere, or at a boundary, or when the set may
+// have been emptied since the block was proven.
+int64_t place_in_held_block(const LoggerContext &context, const LogPosition &position) {
+    const HeldBlock &block = context.block;
+    const int64_t in_block = position.offset - block.offset;
+    const bool is_inside = block.bytes && position.file == block.file && in_block > 0 &&
+                           in_block < block_size_of(context) && block.set_time == set_time(context);
+    return is_inside ? in_block : 0;
+}
+
+// Moves onto data and holds its block.
+int enter_block(DP *dp, LoggerContext &context, LogPosition &at, int64_t &in_block) {
+    const int64_t block_size = block_size_of(context);
+    if (is_in_set(context, at)) at = at_data(at, context.openFileCount, block_size);
+    if (!is_in_set(context, at)) return VELDA_LOGGER_DAMAGED;
+    in_block = offset_in_block(at.offset, block_size);
+    return load_block(dp, context, at.file, at.offset - in_block);
 }
 
 }  // namespace
@@ -132,6 +149,11 @@ void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count) {
     const LoggerContext &context = logger_context(dp);
     const int64_t block_size = block_size_of(context);
     LogPosition position{*file, *offset};
+    if (const int64_t in_block = place_in_held_block(context, position);
+        in_block != 0 && in_block + count <= block_size) {
+        *offset += count;
+        return;
+    }
     while (count > 0) {
         position = at_data(position, context.openFileCount, block_size);
         const int64_t part = std::min(count, block_size - offset_in_block(position.offset, block_size));
@@ -165,17 +187,12 @@ int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned c
     const int64_t block_size = block_size_of(context);
     LogPosition at = position;
     while (count > 0) {
-        int64_t in_block = offset_in_block(at.offset, block_size);
-        if (in_block == 0 && is_in_set(context, at)) {
-            at = at_data(at, context.openFileCount, block_size);
-            in_block = offset_in_block(at.offset, block_size);
-        }
-        if (!is_in_set(context, at)) return VELDA_LOGGER_DAMAGED;
-        HeldBlock block;
-        if (const int error = load_block(dp, context, at.file, at.offset - in_block, block)) return error;
+        int64_t in_block = place_in_held_block(context, at);
+        if (in_block == 0)
+            if (const int error = enter_block(dp, context, at, in_block)) return error;
         const int64_t part = std::min(count, block_size - in_block);
-        if (in_block + part > block.size) return VELDA_LOGGER_DAMAGED;
-        std::memcpy(buffer, block.bytes + in_block, static_cast<size_t>(part));
+        if (in_block + part > context.block.size) return VELDA_LOGGER_DAMAGED;
+        std::memcpy(buffer, context.block.bytes + in_block, static_cast<size_t>(part));
         buffer += part;
         at.offset += part;
         count -= part;
@@ -215,6 +232,7 @@ void release_blocks(DP *dp, LoggerContext &context) {
         if (context.frames[file]) VRunFileIOLinkRelease(dp, context.files[file], context.frames[file]);
         context.frames[file] = nullptr;
     }
+    context.block = HeldBlock{};
 }
 
 }  // namespace velda::journal

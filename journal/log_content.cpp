@@ -136,9 +136,8 @@ constexpr auto Checks = [] {
     return checks;
 }();
 
-bool are_strings(std::string_view area) {
-    return area.empty() || ((area.back() & 0xFE) == 0xFE && count_text_ends(area) <= RecordStrings);
-}
+// The last text has an end.
+bool are_strings(std::string_view area) { return area.empty() || (area.back() & 0xFE) == 0xFE; }
 
 }  // namespace
 

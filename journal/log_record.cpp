@@ -185,21 +185,6 @@ RecordTexts record_texts(std::string_view area) {
     return texts;
 }
 
-int count_text_ends(std::string_view area) {
-    constexpr size_t Word = sizeof(uint64_t);
-    const auto in_word = [](const char *bytes, uint64_t ignored) {
-        return static_cast<int>(((ends_in_word(bytes) & ~ignored) >> 7) * 0x0101010101010101 >> 56);  // adds the bytes
-    };
-    if (area.size() < Word || std::endian::native != std::endian::little)
-        return static_cast<int>(std::count_if(area.begin(), area.end(), ends_text));
-    int count = 0;
-    size_t at = 0;
-    for (; at + Word <= area.size(); at += Word) count += in_word(area.data() + at, 0);
-    // The last word once more, without the bytes that were counted.
-    const size_t left = area.size() - at;
-    return left == 0 ? count : count + in_word(area.data() + area.size() - Word, ~uint64_t{0} >> (8 * left));
-}
-
 RecordAreas::RecordAreas(const LogHeader &header, const unsigned char *record) {
     if (!has_possible_sizes(header)) return;
     const std::string_view behind_header(reinterpret_cast<const char *>(record) + RecordHeader::Bytes,

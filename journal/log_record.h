@@ -32,9 +32,6 @@ struct RecordAreas {
     std::string_view strings, payload;
 };
 
-// How many bytes of an area end a text.
-int count_text_ends(std::string_view area);
-
 using RecordTexts = std::array<std::string_view, RecordStrings>;
 
 // The eight texts of a strings area; those that it does not have are empty, a last one without its end counts.

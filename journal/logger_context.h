@@ -7,6 +7,15 @@
 
 namespace velda::journal {
 
+// The block that was read last: proven to be one of the set's use of that time. `size` is how much of it the file has.
+struct HeldBlock {
+    const char *bytes = nullptr;  // null: none
+    int64_t size = 0;
+    int32_t file = 0;
+    int64_t offset = 0;  // of its first byte
+    int64_t set_time = 0;
+};
+
 struct LoggerContext {
     VELDALoggerConfig *config = VELDA_LOGGER_NOT_MAPPED;  // the mapped configuration
     VRunFile *configHandle = nullptr;       // the configuration file, opened for the record locks of status slots
@@ -20,6 +29,7 @@ struct LoggerContext {
     int32_t openFileCount = 0;
     VRunFile *files[VELDA_LOGGER_FILES] = {};    // in configuration order, unnamed slots skipped
     VRunFrame *frames[VELDA_LOGGER_FILES] = {};  // of each file the piece most recently read
+    HeldBlock block;                             // in one of them
     int64_t lastTime = 0;                        // update time of the last record read
     std::string operand;                         // of the specification token that is being parsed
     std::string command;                         // that token
