@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int Rounds = 9;
+constexpr int Rounds = 25;
 constexpr int Updates = 10;
 constexpr int Keys = 10'000;
 
@@ -76,10 +76,10 @@ class Bench {
                 require(velda_transaction_commit(dp_, nullptr) == 1, "commit");
             };
         };
-        row("10 updates of one lazy file / 10 lazy writes", 2.0, 500, together(lazy_, 1), singles(lazy_));
-        row("10 updates of two lazy files / 10 lazy writes", 8.0, 500, together(lazy_, 2), singles(lazy_));
-        row("10 updates of one sync file / 10 sync writes", 0.5, 20, together(sync_, 1), singles(sync_));
-        row("10 updates of two sync files / 10 sync writes", 1.0, 20, together(sync_, 2), singles(sync_));
+        row("10 updates of one lazy file / 10 lazy writes", 2.0, 200, together(lazy_, 1), singles(lazy_));
+        row("10 updates of two lazy files / 10 lazy writes", 8.0, 200, together(lazy_, 2), singles(lazy_));
+        row("10 updates of one sync file / 10 sync writes", 0.5, 2, together(sync_, 1), singles(sync_));
+        row("10 updates of two sync files / 10 sync writes", 1.0, 2, together(sync_, 2), singles(sync_));
         outside_of_transactions();
     }
 
@@ -102,14 +102,14 @@ class Bench {
         velda::store::StringBuffer buffer(target);
         const auto mode = velda::store::TransferMode::Default;
         row(
-            "read outside of a transaction / driver's read", 1.1, 100'000,
+            "read outside of a transaction / driver's read", 1.1, 20'000,
             [&](int at) {
                 require(bool(velda::transaction::read_record(dp_, content, keys_[at % Keys].view(), buffer, mode)),
                         "read");
             },
             [&](int at) { require(bool(content.file->read(keys_[at % Keys].view(), buffer, mode)), "read"); });
         row(
-            "write outside of a transaction / driver's write", 1.1, 10'000,
+            "write outside of a transaction / driver's write", 1.1, 4'000,
             [&](int at) {
                 require(
                     bool(velda::transaction::write_record(dp_, content, keys_[at % Keys].view(), record_.view(), mode)),

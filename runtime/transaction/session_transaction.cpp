@@ -4,7 +4,6 @@
 
 #include <cerrno>
 
-#include "runtime/lock/session_owner.h"
 #include "runtime/process/interrupt.h"
 #include "runtime/transaction/finish.h"
 
@@ -15,11 +14,9 @@ namespace {
 
 }  // namespace
 
-bool SessionTransaction::is_in_own_process() const { return dp_->process == getpid(); }
-
 Result<void> SessionTransaction::begin(int level, const VAR *remark) {
     if (open()) return Error{EALREADY, "a transaction is active already: it must end before another one begins"};
-    if (!is_in_own_process()) return Error{EINVAL, "the session is one of another process"};
+    if (dp_->process != getpid()) return Error{EINVAL, "the session is one of another process"};
     if (left_ != Left::Nothing) {
         if (auto finished = finish_own_commit(dp_); !finished)
             return Error{finished.error().number,
@@ -28,6 +25,7 @@ Result<void> SessionTransaction::begin(int level, const VAR *remark) {
     }
     if (auto keeping = begin_keeping(dp_); !keeping) return keeping.error();
     table_ = &dp_->state<lock::SessionOwner>().table();
+    forks_ = lock::process_generation();
     open_ = std::make_unique<OpenTransaction>();
     open_->level = level;
     if (remark) open_->remarks.begin = *remark;

@@ -6,6 +6,7 @@
 
 #include "runtime/lock/lock_table.h"
 #include "runtime/lock/record_lock.h"
+#include "runtime/lock/session_owner.h"
 #include "runtime/process/context.h"
 #include "runtime/transaction/commit.h"
 #include "runtime/transaction/held_updates.h"
@@ -43,11 +44,12 @@ class SessionTransaction {
     std::string error_text;  // of the last failure
 
   private:
-    bool is_in_own_process() const;
+    bool is_in_own_process() const { return forks_ == lock::process_generation(); }
     void finish_what_was_left();
     void end();
 
     DP *const dp_;
+    unsigned forks_ = 0;  // of the process, at the begin
     std::unique_ptr<OpenTransaction> open_;
     lock::LockTable *table_ = nullptr;
     std::uint64_t settled_at_ = 0;  // commits_begun when nothing was left to be finished; 0: something was
