@@ -87,7 +87,7 @@ VELDA_EXPORT int VLibFOPEN_IBBBB(DP *dp, const VAR *dictionary, const VAR *name,
 // CLOSE: the cell becomes "". Locks stay. 0 when the cell held no file.
 VELDA_EXPORT int VLibFCLOSE_IB(DP *dp, VAR *file);
 
-// CLEARFILE: removes all records. Record locks stay.
+// CLEARFILE: removes all records. Record locks stay. An error (16) within a transaction.
 VELDA_EXPORT int VLibFNEWCLEARFILE_IIBB(DP *dp, int flags, const VAR *file, VAR *setting);
 
 // IOCTL. Command 9 sets how the records of a directory file are read and written, by a text of words divided by commas:
@@ -138,7 +138,9 @@ VELDA_EXPORT int VLibFNEWMATREAD_IIBBBBB(DP *dp, int flags, VAR *count, VAR *mat
 
 // WRITE: stores the record and releases its lock, if this session holds it and VELDA_WRITE_KEEP_LOCK is not given. With
 // VELDA_ONE_ATTRIBUTE it replaces that attribute (-1 appends one) in the record as it is by then, under the record's
-// lock. The lock is advisory: a write without it goes through. On an error a lock stays held.
+// lock. The lock is advisory: a write without it goes through. On an error a lock stays held. Within a transaction
+// (runtime/transaction/transaction.h) a write and a delete take the record's lock, waiting for it unless
+// VELDA_WRITE_NOWAIT is given, and every lock is kept to the transaction's end.
 VELDA_EXPORT int VLibFNEWWRITE_IIBBBIB(DP *dp, int flags, const VAR *file, const VAR *record, const VAR *key,
                                        int attribute, VAR *setting);
 

@@ -1,4 +1,5 @@
-// lock_table.h - the locks of a system in shared memory. Private to the runtime's lock and port folders.
+// lock_table.h - the locks of a system in shared memory. Private to the runtime's lock, port and
+// transaction folders.
 //
 // A lock's name (kind, file, key) has a hash; its first byte picks a stripe, which has a mutex, a bucket array and the
 // blocks of its locks. An owner is a slot of the segment together with the owner's own list of its locks. Nobody waits

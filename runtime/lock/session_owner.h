@@ -1,5 +1,5 @@
-// session_owner.h - a context as an owner in the lock table of its system. Private to the runtime's lock and port
-// folders.
+// session_owner.h - a context as an owner in the lock table of its system. Private to the runtime's lock, port
+// and transaction folders.
 #pragma once
 
 #include "runtime/lock/lock_table.h"

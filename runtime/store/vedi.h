@@ -5,7 +5,8 @@
 //
 // Calls return 0 or an error number, which is also left in errno and as SYSTEM(0): the system's own numbers (2 absent,
 // 13 no permission, 17 exists, 22 invalid, 28 disk full), VEDI_NO_RECORD, or VEDI_NEEDS_CHECK. The text of the last
-// failure is had from VediErrorText. No call here takes record locks. Changes are journalled as those of statements are.
+// failure is had from VediErrorText. No call here takes record locks, except that an update within a transaction
+// locks its record. Changes are journalled as those of statements are.
 #ifndef VELDA_RUNTIME_STORE_VEDI_H
 #define VELDA_RUNTIME_STORE_VEDI_H
 
