@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -245,10 +246,11 @@ class TransferFaults : public LoggerTest {
     }
 
     // Read by another process: this one keeps no file open over a fork.
-    Contents replica() {
+    Contents replica() { return contents_of(replica_file()); }
+    static Contents contents_of(const std::string &path) {
         const auto ending = run_on_pipes("", [&](DP *session) {
             VediControlBlock file;
-            if (VediOpen(session, &file, replica_file().c_str(), 0, 0) != 0) return;
+            if (VediOpen(session, &file, path.c_str(), 0, 0) != 0) return;
             VediSelection *selection = nullptr;
             VediSelect(session, &file, &selection);
             const char *key = nullptr;
@@ -277,6 +279,8 @@ class TransferFaults : public LoggerTest {
         const pid_t child = fork();
         if (child != 0) return child;
         proxy.close_listener();
+        // The receiver's system is another one where both have a journal: it must not send on what it has received.
+        if (name == "receiver.log" && !receiver_system_.empty()) setenv("VELDAGLOBALDIR", receiver_system_.c_str(), 1);
         const int log = open((system_ / name).c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
         dup2(log, STDERR_FILENO);
         journal::milestone_seconds = 0;
@@ -299,7 +303,7 @@ class TransferFaults : public LoggerTest {
             "INPUT set=socket milestone=yes blocksize=512 hostname=127.0.0.1 port=" + std::to_string(port) +
             " OUTPUT set=database rename=" + (system_ / "primary") + "," + (system_ / "replica");
         const std::string sending =
-            "INPUT set=1 terminate=eos " + (from_milestone ? "start=" + milestone_file() : std::string()) +
+            "INPUT set=current terminate=eos " + (from_milestone ? "start=" + milestone_file() : std::string()) +
             " OUTPUT set=socket blocksize=512 hostname=127.0.0.1 port=" + std::to_string(proxy.port) +
             " milestone=" + milestone_file();
         const pid_t receiver = start(proxy, (is_exclusive ? "-x -m500 " : "-m500 ") + receiving, "receiver.log");
@@ -376,6 +380,7 @@ class TransferFaults : public LoggerTest {
     std::mt19937_64 random;
     Primary primary;
     std::size_t stream_bytes_ = 0, returned_bytes_ = 0;
+    std::string receiver_system_;
 
   private:
     std::int64_t time_ = FirstTime;
@@ -405,6 +410,59 @@ TEST_F(TransferFaults, TheSenderIsKilled) {
     measure();
     for (int n = 0; n < CasesOfEach && !HasFailure(); ++n)
         survive({.sender_dies_at = static_cast<int>(random() % 100)}, n % 2 == 0);
+}
+
+// Writes rising numbers under ten keys of the primary's journalled file, until it is killed or `most` are written.
+// `done` is shared: the last number whose write has returned.
+[[noreturn]] void write_numbers(const std::string &path, std::atomic<int> &done, int most) {
+    DP *const session = velda_getdp();
+    VediControlBlock file;
+    if (VediOpen(session, &file, path.c_str(), 0, 0) != 0) _exit(1);
+    for (int written = 0; written < most; ++written) {
+        const std::string data = std::to_string(done + 1), key = "n" + std::to_string((done + 1) % 10);
+        if (VediWriteRecord(session, &file, VEDI_BINARY, key.data(), static_cast<std::uint32_t>(key.size()),
+                            data.data(), static_cast<std::uint32_t>(data.size()), 0) != 0)
+            _exit(1);
+        ++done;
+    }
+    VediClose(session, &file, 0);
+    _exit(0);
+}
+
+TEST_F(TransferFaults, TheWriterOfTheJournalIsKilled) {
+    constexpr int Kills = 25;
+    receiver_system_ = system_ / "receiver";
+    std::filesystem::create_directory(receiver_system_);
+    const std::string journal = system_ / "journal";
+    ASSERT_EQ(set_file(2, 1, journal), 0);
+    ASSERT_EQ(swap(2), 0);
+    ASSERT_EQ(admin([&] { return VELDALoggerChangeStatus(dp, VELDA_LOGGER_ACTIVE); }), 0);
+    ASSERT_TRUE(store::create_file(primary_file(), "HL", {.durability = store::Durability::Lazy, .options = {}}).ok());
+    make_replica();
+    void *const memory = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto &done = *static_cast<std::atomic<int> *>(memory);
+    for (int n = 0; n <= Kills && !HasFailure(); ++n) {
+        const bool is_last = n == Kills;
+        std::fflush(nullptr);
+        const pid_t writer = fork();
+        if (writer == 0) write_numbers(primary_file(), done, is_last ? 20 : 1'000'000);
+        if (!is_last) {
+            std::this_thread::sleep_for(std::chrono::microseconds(2000 + random() % 20000));
+            kill(writer, SIGKILL);
+        }
+        int status = 0;
+        waitpid(writer, &status, 0);
+        EXPECT_EQ(is_last ? code_of(status) : 0, 0);
+        EXPECT_EQ(transfer({}, n % 2 == 0, milestone() != 0), 0);
+        const Contents contents = replica();
+        for (int number = std::max(1, done - 9); number <= done; ++number) {
+            const auto found = contents.find("n" + std::to_string(number % 10));
+            ASSERT_NE(found, contents.end()) << number;
+            EXPECT_GE(std::stoi(found->second), number) << "a write that had returned is missing";
+        }
+    }
+    EXPECT_EQ(replica(), contents_of(primary_file()));
+    munmap(memory, 4096);
 }
 
 }  // namespace
