@@ -47,8 +47,6 @@ std::vector<std::string_view> names_of(const DupRecord &record) {
     }
 }
 
-bool is_refused(const std::string &path) { return climbs(path) || path.find('\0') != std::string::npos; }
-
 bool is_bound(RecordType type) {
     return type == RecordType::TranStart || type == RecordType::TranEnd || type == RecordType::TranAbort;
 }
