@@ -295,7 +295,7 @@ std::string stream_after_signal(const std::string &path, int signal_number, int 
             DupWriteDevice(session, reinterpret_cast<const unsigned char *>(bytes.data()));
             store(path + ".ready", "");
             for (;;) {
-                VLibESLEEP_II(session, 0);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
                 DupCallback(session, BetweenRecords);
             }
         });
