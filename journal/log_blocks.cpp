@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 
 namespace velda::journal {
 
@@ -23,7 +24,7 @@ std::string_view marker_of(std::int64_t number) { return number == 0 ? FirstBloc
 }  // namespace
 
 Error file_error(int number, const char *what, const std::string &path) {
-    return {number, std::string(what) + " '" + path + "': " + std::strerror(number)};
+    return {number, std::string(what) + " '" + path + "': " + std::generic_category().message(number)};
 }
 
 bool are_zeros(const unsigned char *bytes, std::int64_t size) {

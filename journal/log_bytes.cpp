@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "journal/journal.h"
@@ -50,7 +49,7 @@ int open_set(DP *dp, LoggerContext &context, int32_t set) {
 
 // Who may see data proves it by the environment, and once in each session by the journal's password.
 int check_right(DP *dp, LoggerContext &context) {
-    const char *const allowed = std::getenv("ALLOWLOGDATA");
+    const char *const allowed = VELDAgetenv(dp, "ALLOWLOGDATA");
     if (!allowed) return 0;
     if (std::strcmp(allowed, "on") != 0) {
         VELDAfprintf(dp, stderr, "\nThe environment variable ALLOWLOGDATA is not set correctly\n");

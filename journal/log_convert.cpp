@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cstdlib>
 #include <cstring>
 
 #include "journal/log_reading.h"
@@ -67,14 +66,14 @@ void replace_attribute(std::string &text, int attribute, std::string_view value)
 }
 
 // The length of the data is deliberately read as the low half of the eight bytes in front of it.
-void add_data(std::string &text, std::string_view payload) {
-    if (!std::getenv("ALLOWLOGDATA") || !has_bytes(payload, WritePayload::Data)) return;
+void add_data(DP *dp, std::string &text, std::string_view payload) {
+    if (!VELDAgetenv(dp, "ALLOWLOGDATA") || !has_bytes(payload, WritePayload::Data)) return;
     const auto length = static_cast<uint32_t>(vgetlong64(payload.data() + WritePayload::Value));
     text += AM;
     text += bytes_at(payload, WritePayload::Data, length);
 }
 
-void add_transaction(std::string &text, std::string_view payload) {
+void add_transaction(DP *, std::string &text, std::string_view payload) {
     if (has_bytes(payload, TransactionPayload::Bytes)) {
         put_attribute(text, vgetlong64(payload.data() + TransactionPayload::First));
         const auto second = static_cast<int32_t>(vgetlong64(payload.data() + TransactionPayload::Second));
@@ -86,7 +85,7 @@ void add_transaction(std::string &text, std::string_view payload) {
     text = array.str();
 }
 
-void add_move(std::string &text, std::string_view payload) {
+void add_move(DP *, std::string &text, std::string_view payload) {
     const std::size_t from = length_at(payload, MovePayload::FromLength),
                       to = length_at(payload, MovePayload::ToLength);
     std::string name(path_at(payload, MovePayload::Paths, from));
@@ -99,15 +98,19 @@ void add_path(std::string &text, std::string_view payload, std::size_t path) {
     replace_attribute(text, NameAttribute, path_at(payload, path, length_at(payload, PathPayload::Length)));
 }
 
-void add_removed(std::string &text, std::string_view payload) { add_path(text, payload, PathPayload::Text); }
+void add_removed(DP *, std::string &text, std::string_view payload) { add_path(text, payload, PathPayload::Text); }
 
-void add_directory(std::string &text, std::string_view payload) { add_path(text, payload, DirectoryPayload::Path); }
+void add_directory(DP *, std::string &text, std::string_view payload) {
+    add_path(text, payload, DirectoryPayload::Path);
+}
 
 // Deliberately four bytes behind the path's start: the name lacks its first four characters.
-void add_flat_file(std::string &text, std::string_view payload) { add_path(text, payload, FlatFilePayload::Path + 4); }
+void add_flat_file(DP *, std::string &text, std::string_view payload) {
+    add_path(text, payload, FlatFilePayload::Path + 4);
+}
 
 // The second and third attribute of the array are numbers of eight bytes, which may hold a mark.
-void add_checkpoint(std::string &text, std::string_view payload) {
+void add_checkpoint(DP *, std::string &text, std::string_view payload) {
     constexpr int NumberAttributes[] = {32, 33};
     constexpr std::size_t NumberBytes = 8;
     std::string_view rest = bytes_at(payload, CheckpointPayload::Array, payload.size());
@@ -126,7 +129,7 @@ void add_checkpoint(std::string &text, std::string_view payload) {
 
 struct Addition {
     RecordType type;
-    void (*add)(std::string &text, std::string_view payload);
+    void (*add)(DP *dp, std::string &text, std::string_view payload);
 };
 
 constexpr Addition Additions[] = {
@@ -141,10 +144,10 @@ constexpr Addition Additions[] = {
     {RecordType::Checkpoint, add_checkpoint},
 };
 
-std::string converted(const LogParts &record, const char *extra_text) {
+std::string converted(DP *dp, const LogParts &record, const char *extra_text) {
     std::string text = fixed_attributes(record, extra_text);
     for (const Addition &addition : Additions)
-        if (static_cast<uint8_t>(addition.type) == record.header.type) addition.add(text, record.payload);
+        if (static_cast<uint8_t>(addition.type) == record.header.type) addition.add(dp, text, record.payload);
     return text;
 }
 
@@ -155,7 +158,7 @@ using namespace velda::journal;
 
 int VELDALoggerConvertRecord(DP *dp, const unsigned char *record, const char *extra_text, char **buffer, uint32_t *size,
                              VELDALoggerAllocator allocate) {
-    const std::string text = converted(LogParts(record), extra_text);
+    const std::string text = converted(dp, LogParts(record), extra_text);
     if (text.size() > *size) {
         char *const larger = allocate(dp, *buffer, static_cast<uint32_t>(text.size()));
         if (!larger) return errno = ENOMEM;

@@ -6,7 +6,6 @@
 
 #include "journal/log_blocks.h"
 #include "journal/log_bytes.h"
-#include "runtime/journal/record_crc.h"
 
 namespace velda::journal {
 
