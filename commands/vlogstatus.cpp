@@ -122,6 +122,7 @@ struct Reports {
     VAR status;
     std::vector<VAR> files;
     std::vector<VAR> duplicators;
+    int64_t last_sync = 0;
 };
 
 std::string text_at(const VAR &report, int attribute) { return VAR(report(attribute)).str(); }
@@ -185,6 +186,7 @@ Reports read_reports(DP *dp, int set) {
     VELDALoggerGetStatus(&reports.status, dp, set);
     if (text_at(reports.status, 1) == "-1")
         fail("vlogstatus: " + text_at(reports.status, 2) + "\n" + velda_logger_error(dp));
+    reports.last_sync = velda_logger_last_sync(dp);
     reports.files = rows_of(reports.status, 3, {{3, 1}, {4, 2}, {5, 3}, {6, 4}});
     reports.duplicators = read_duplicators(dp);
     return reports;
@@ -272,8 +274,10 @@ constexpr std::pair<int, Metric> DuplicatorMetrics[] = {
     {Milestone, {"duplicator_milestone_seconds", "gauge", "Last milestone of a duplicator, come in or sent."}},
 };
 
+constexpr Metric LastSync = {"last_sync_seconds", "gauge", "Time of the last sync of the journal, 0 for none."};
+
 std::string report_as_metrics(const Reports &reports) {
-    std::string text;
+    std::string text = metric_head(LastSync) + sample(LastSync, "", "", std::to_string(reports.last_sync));
     for (const auto &[attribute, metric] : SetMetrics)
         text += metric_head(metric) + sample(metric, "", "", text_at(reports.status, attribute));
     text += metric_head(PercentUsed);

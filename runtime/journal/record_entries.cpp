@@ -56,7 +56,7 @@ int number_of(DP *dp, const Result<void> &result) {
 }
 
 // A transaction that began without a journal stays out of it: there is a turn to give back all the same.
-int start_transaction(DP *dp, const VAR *text) {
+int start_transaction(DP *dp, const VAR *text, std::uint64_t update_bytes) {
     auto &session = dp->state<JournalSession>();
     Configuration *const configuration = journal_of_updates(dp);
     if (configuration)
@@ -65,9 +65,10 @@ int start_transaction(DP *dp, const VAR *text) {
     session.in_transaction = true;
     session.is_under_way_with_transaction = configuration != nullptr;
     mark_transaction(session, true);
-    const int error = number_of(dp, append_transaction_record(dp, RecordType::TranStart, text));
-    if (error != 0) leave_transaction(session);
-    return error;
+    auto started = configuration && update_bytes > 0 ? secure_room(dp, *configuration, update_bytes) : Result<void>();
+    if (started) started = append_transaction_record(dp, RecordType::TranStart, text);
+    if (!started) leave_transaction(session);
+    return number_of(dp, started);
 }
 
 int end_transaction(DP *dp, RecordType type, const VAR *text) {
@@ -109,10 +110,10 @@ int velda_logger_transaction_abort_dead(DP *dp, int pid, int port) {
     return error;
 }
 
-int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t) {
+int velda_logger_transaction_start(DP *dp, const VAR *text, uint64_t update_bytes) {
     auto &session = dp->state<JournalSession>();
     if (session.in_transaction) return errno = EPERM;
-    return start_transaction(dp, text);
+    return start_transaction(dp, text, update_bytes);
 }
 
 int velda_logger_transaction_end(DP *dp, const VAR *text) { return end_transaction(dp, RecordType::TranEnd, text); }

@@ -103,6 +103,12 @@ class Append {
         return {};
     }
 
+    Result<void> secure(std::uint64_t size_bytes) {
+        begin_use();
+        if (auto opened = open_set(Look::NowAndThen); !opened) return opened;
+        return stream_.make_room(set_, state_, stream_behind(to_.stream, size_bytes + EofBytes));
+    }
+
     Result<OpenForSync> open_for_sync() {
         begin_use();
         if (auto opened = open_set(Look::Now); !opened) return opened.error();
@@ -145,7 +151,8 @@ class Append {
         to_ = {set_.timeFirst, 0, 0, set_.timeFirst};
         if (set_.recordCount > 0 && set_.currentFile > 0 && first_block_stamp(set_) == set_.timeFirst) {
             const std::uint64_t block =
-                static_cast<std::uint64_t>(set_.fileOffset) / BlockBytes * files_with_names(set_) + set_.currentFile - 1;
+                static_cast<std::uint64_t>(set_.fileOffset) / BlockBytes * files_with_names(set_) + set_.currentFile -
+                1;
             to_ = {set_.timeFirst, block * BlockBytes + set_.blockPosition, set_.recordCount,
                    std::max(set_.timeFirst, set_.timeLast)};
         }
@@ -326,6 +333,20 @@ Result<void> append_records(DP *dp, Configuration &configuration, std::span<cons
         tell_failure(dp, state, appended.error());
     }
     return appended;
+}
+
+Result<void> secure_room(DP *dp, Configuration &configuration, std::uint64_t size_bytes) {
+    if (const int failed = prepare_writer_state(dp, configuration))
+        return system_error(failed, "cannot lock journal", configuration.path);
+    Result<void> secured;
+    {
+        VELDALoggerConfig &config = *configuration.record;
+        const AppendLock lock(writer_state(config));
+        if (is_set(config.currentSet))
+            secured = Append(configuration, config.sets[config.currentSet - 1], port_of(dp)).secure(size_bytes);
+    }
+    if (!secured) tell_failure(dp, writer_state(*configuration.record), secured.error());
+    return secured;
 }
 
 Result<OpenForSync> open_for_sync(Configuration &configuration) {

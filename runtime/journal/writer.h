@@ -31,6 +31,9 @@ enum class Hold { WhileSuspended, Never };
 // the journal is suspended. Nothing is appended, and that is no error, when it has become inactive.
 Result<void> append_records(DP *dp, Configuration &configuration, std::span<const NewRecord> records, Hold hold);
 
+// Secures disk space for so many bytes of records behind what is written. Error 28 when there is none.
+Result<void> secure_room(DP *dp, Configuration &configuration, std::uint64_t size_bytes);
+
 // Puts an EOF record behind the current set, which the next append of this use would overwrite, and makes the files of
 // the set durable.
 Result<void> append_end_of_set(DP *dp, Configuration &configuration);

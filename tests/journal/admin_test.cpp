@@ -1,6 +1,7 @@
 // The administrator's operations: every text, every refusal.
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <vector>
 
 #include "runtime/journal/log_format.h"
@@ -206,6 +207,54 @@ TEST_F(Admin, TwoAdministratorsWhoSwitchAtOnceLeaveAWholeSwitch) {
     }
     EXPECT_EQ(config.status, 1u) << "no switch took the other's suspension for the status";
     EXPECT_EQ(config.sets[config.currentSet - 1].timeFirst, static_cast<int64_t>(config.switchedTime));
+}
+
+TEST_F(Admin, TwoSwitchesWithinASecondGiveTwoStamps) {
+    make_set(1);
+    make_set(2);
+    int64_t last = 0;
+    for (int n = 0; n < 4; ++n) {
+        ASSERT_EQ(swap(1 + n % 2), 0);
+        EXPECT_GT(config.sets[n % 2].timeFirst, last);
+        last = config.sets[n % 2].timeFirst;
+    }
+}
+
+TEST_F(Admin, TwoAdministratorsWhoAskForTheNextSetGetTwoSets) {
+    for (int set = 1; set <= 16; ++set) make_set(set);
+    config.currentSet = 1, config.status = 1;
+    pid_t children[3];
+    for (pid_t &child : children) {
+        child = fork();
+        if (child != 0) continue;
+        int failed = 0;
+        for (int round = 0; round < 5; ++round) failed += VELDALoggerSwapLog(velda_getdp(), -2) != 0;
+        _exit(failed);
+    }
+    for (const pid_t child : children) {
+        int status = 1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(config.currentSet, 16u) << "fifteen switches";
+}
+
+TEST_F(Admin, ASetThatIsLeftEndsWithItsEofRecord) {
+    make_set(1);
+    make_set(2);
+    swap(1);
+    change_status(1);
+    ASSERT_EQ(swap(2), 0);
+    std::ifstream file(system_ / "set1", std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    ASSERT_GT(bytes.size(), 3721u);
+    EXPECT_EQ(bytes.substr(3660, 8),
+              "V\xFF"
+              "R\xFF"
+              "E\xFF"
+              "C\xFF");
+    EXPECT_EQ(bytes[3660 + 20], 1);
+    EXPECT_EQ(config.sets[0].recordCount, 0);
 }
 
 // --- truncation ----------------------------------------------------------------------------------------------------

@@ -78,6 +78,16 @@ TEST_F(WriterFault, AFullSetStopsTheUpdateBeforeTheFileIsChanged) {
     EXPECT_EQ(summary(2), Lines{"WRITE F K"});
 }
 
+TEST_F(WriterFault, ATransactionWithoutRoomForItsUpdatesDoesNotStart) {
+    make_set(3, 1, 4 * 4096);
+    config->currentSet = 3;
+    EXPECT_EQ(velda_logger_transaction_start(dp, nullptr, 100000), ENOSPC);
+    EXPECT_NE(std::string(velda_logger_error(dp)).find("is full"), std::string::npos);
+    EXPECT_EQ(records(3).size(), 0u);
+    ASSERT_EQ(velda_logger_transaction_start(dp, nullptr, 1000), 0);
+    ASSERT_EQ(velda_logger_transaction_end(dp, nullptr), 0);
+}
+
 TEST_F(WriterFault, AFailureIsToldOnceAndAgainAfterASuccess) {
     make_set(3, 1, 2 * 4096);
     config->currentSet = 3;
