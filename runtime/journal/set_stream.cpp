@@ -230,10 +230,20 @@ int SetStream::begin_block(std::uint64_t number, char *at, const LogSetInfo &set
     vputlong64(at + BlockHeader::TimeFirst, set.timeFirst);
     if (number == 0) {
         std::memcpy(at + FirstBlockSetInfo, &set, sizeof set);
-        return 0;
+        return blank_first_blocks();
     }
     vputint32(at + BlockHeader::BlockNumber, static_cast<std::int32_t>(number));
     vputint32(at + BlockHeader::BlockSize, static_cast<std::int32_t>(BlockBytes));
+    return 0;
+}
+
+// A file is named with a byte in its first block, which would look like damage as long as the stream is not there.
+int SetStream::blank_first_blocks() {
+    for (int number = 1; number < count_; ++number) {
+        char *const at = block(static_cast<std::uint64_t>(number));
+        if (!at) return errno;
+        std::memset(at, 0, BlockBytes);
+    }
     return 0;
 }
 
@@ -243,7 +253,7 @@ int SetStream::put(std::uint64_t &stream, std::string_view bytes, const LogSetIn
         char *const at = block(number);
         if (!at) return errno;
         if (stream % BlockBytes == 0) {
-            begin_block(number, at, set);
+            if (const int failed = begin_block(number, at, set)) return failed;
             stream += header_bytes(number);
         }
         const std::size_t in_block = stream % BlockBytes;

@@ -79,6 +79,7 @@ class SetStream {
     char *block(std::uint64_t number);
     bool map_window(File &file, std::uint64_t number);
     bool make_ready(File &file, std::uint64_t row);
+    int blank_first_blocks();
     int begin_block(std::uint64_t number, char *at, const LogSetInfo &set);
 
     std::int64_t time_first_ = 0;

@@ -60,6 +60,18 @@ TEST_F(UpdateRecords, ManyRecordsOverThreeFilesStandInTheirOrder) {
     EXPECT_EQ(found[501].strings[1], "last");
 }
 
+TEST_F(UpdateRecords, BlocksThatTheStreamHasNotReachedAreBlank) {
+    make_set(1, 3);
+    make_file("F");
+    activate();
+    VAR file = opened("F");
+    write(file, "K", "a");
+    for (const int n : {1, 2}) {
+        const std::string bytes = content(set_path(1, n));
+        EXPECT_EQ(bytes, std::string(bytes.size(), '\0')) << n;
+    }
+}
+
 TEST_F(UpdateRecords, ClearfileIsOneRecord) {
     make_set(1, 1);
     activate();
