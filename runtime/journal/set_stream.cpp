@@ -94,7 +94,9 @@ Result<void> SetStream::open_file(File &file, const LogFileEntry &entry, bool is
     const int injected = injected_failure(Step::Open);
     file.descriptor = injected != 0 ? -1 : open(file.path.c_str(), O_RDWR | O_CLOEXEC);
     if (injected != 0) return set_file_error(injected, "cannot open journal file", file.path);
-    if (file.descriptor < 0) return set_file_error(errno, "cannot open journal file", file.path);
+    if (file.descriptor < 0)
+        return set_file_error(errno, errno == ENOENT ? "cannot find journal file" : "cannot open journal file",
+                              file.path);
     struct stat status;
     if (fstat(file.descriptor, &status) < 0) return set_file_error(errno, "cannot open journal file", file.path);
     if (!S_ISREG(status.st_mode)) return Error{EIO, "journal file '" + file.path + "' is not a plain file"};
