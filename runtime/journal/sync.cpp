@@ -1,5 +1,6 @@
 #include "runtime/journal/sync.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <time.h>
 #include <unistd.h>
@@ -149,10 +150,14 @@ void start_keeper() {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+// A fork waits until the thread is between its looks: the child has no such thread that could leave the mutex.
+void hold_keeper() { keeper().mutex.lock(); }
+void leave_keeper() { keeper().mutex.unlock(); }
+
 void add_to_keeper(Configuration &configuration) {
     Keeper &its = keeper();
     const std::lock_guard guard(its.mutex);
-    static const int registered = std::atexit(sync_at_exit);
+    static const int registered = std::atexit(sync_at_exit) | pthread_atfork(hold_keeper, leave_keeper, leave_keeper);
     (void)registered;
     const bool is_known = std::any_of(its.unsynced.begin(), its.unsynced.end(),
                                       [&](const Unsynced &entry) { return entry.configuration == &configuration; });

@@ -26,6 +26,7 @@ struct JournalledChange {
     std::int64_t use;     // which use of which set
     std::uint64_t begin;  // in its stream: its records stand behind this
     std::uint64_t end;    // and in front of this; 0: not known
+    bool operator==(const JournalledChange &) const = default;
 };
 
 struct FileLabel {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "runtime/store/hashed_cursor.h"
 #include "runtime/store/hashed_format.h"
@@ -118,26 +119,29 @@ void HashedFile::settle() {
 // Makes a change in the file's write turn and journals it there, before it is committed.
 template <class Change, class Journal>
 Result<void> HashedFile::change(std::size_t room_bytes, std::string_view failed, Change &&change, Journal &&journal) {
-    constexpr int Refused = -2;     // by the journal; beside LMDB's own results
-    std::size_t journalled_in = 0;  // number of the transaction
+    constexpr int Refused = -2;            // by the journal; beside LMDB's own results
+    std::optional<JournalledChange> told;  // what the label notes of this change
     for (;;) {
         if (environment_->is_journalled())
             if (auto may_go = journal_wait(); !may_go) return may_go;
         Result<void> journalled;
         const int rc = environment_->update(room_bytes, [&](MDB_txn *transaction) {
             const std::size_t number = mdb_txn_id(transaction);
-            const bool is_asked_for = environment_->is_journalled() && number != journalled_in;
+            // Once more after a commit that found the map full, unless the label still notes this very change: another
+            // process that had the turn meanwhile has taken it back in the journal, even if it changed nothing itself.
+            const JournalledChange &noted = environment_->journalled_change();
+            const bool is_told = told && noted == *told && noted.transaction == number;
+            const bool is_asked_for = environment_->is_journalled() && !is_told;
             if (is_asked_for) journalled = journal_unfinished(transaction);
             if (!journalled) return Refused;
             if (const int unchanged = change(transaction)) return unchanged;
-            // Once more after a commit that found the map full, unless another change came in between.
             if (is_asked_for) journalled = journal_noted(number, journal);
             if (!journalled) return Refused;
-            journalled_in = number;
+            told = noted;
             return 0;
         });
         if (rc == 0) return {};
-        if (rc != Refused && journalled_in != 0) settle();
+        if (rc != Refused && told) settle();
         if (rc != Refused) return failure(rc, failed);
         if (journalled.error().number != JournalSuspended) return journalled;
     }
