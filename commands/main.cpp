@@ -20,7 +20,7 @@ constexpr char Usage[] =
     "velda COMMAND WORDS   runs one command; a link to velda of a command's name does the same\n"
     "velda -c TEXT         runs a script: commands, one a line\n"
     "velda -f FILE         runs the script in a file, - for standard input\n"
-    "velda --help          this help and the commands\n"
+    "velda --help, help    this help and the commands\n"
     "velda --names         the names of the commands, one a line\n";
 
 // A standard stream that the caller has closed is taken by one that cannot be used: no file that is opened later may get
@@ -71,5 +71,6 @@ int main(int argc, char **argv) {
     }
     if (words.empty()) return run_shell(dp);
     if (words[0][0] == '-') return run_option(dp, words);
+    if (words[0] == "help" && words.size() == 1) return print_help();
     return run_sentence(dp, join_words(words));
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view Name = "vlogstatus";
 
-enum class Kind { Number, Time, Text, Status };
+enum class Kind { Number, Switch, Time, Text, Status };
 
 struct Field {
     int attribute;
@@ -36,9 +36,9 @@ constexpr Field Fields[] = {
     {41, "Last checkpoint", "last_checkpoint", Kind::Time},
     {23, "Seconds between syncs", "sync_seconds", Kind::Number},
     {40, "Minutes between checkpoints", "checkpoint_minutes", Kind::Number},
-    {43, "Sync at transaction ends", "sync_transactions", Kind::Number},
-    {25, "Extended records", "extended_records", Kind::Number},
-    {42, "Enciphered records", "encrypted_records", Kind::Number},
+    {43, "Sync at transaction ends", "sync_transactions", Kind::Switch},
+    {25, "Extended records", "extended_records", Kind::Switch},
+    {42, "Enciphered records", "encrypted_records", Kind::Switch},
     {33, "First warning, percent", "warn_initial_percent", Kind::Number},
     {34, "Further warnings, percent", "warn_step_percent", Kind::Number},
     {35, "Further warnings, seconds", "warn_step_seconds", Kind::Number},
@@ -54,12 +54,19 @@ constexpr Field Fields[] = {
     {31, "Notify program", "notify_program", Kind::Text},
 };
 
-constexpr Column FileColumns[] = {
-    {1, "File", "path", false},
-    {2, "Percent used", "percent_used", true},
-    {3, "Named", "created_time", true},
-    {4, "Limit", "max_size", true},
-};
+// Attributes of a file's row.
+enum FileAttribute { Path = 1, Percent = 2, Named = 3, Limit = 4, NamedForPeople = 5, LimitForPeople = 6 };
+
+constexpr Column FileColumns[] = {{Path, "File", "path", false},
+                                  {Percent, "Percent used", "percent_used", true},
+                                  {NamedForPeople, "Named", "created", false},
+                                  {LimitForPeople, "Limit", "limit", true}};
+
+// The same for programs, with the time as a number.
+constexpr Column FileMembers[] = {{Path, "", "path", false},
+                                  {Percent, "", "percent_used", true},
+                                  {Named, "", "created_time", true},
+                                  {Limit, "", "max_size", true}};
 
 // Attributes of a duplicator's row: those of its slot, and from 30 on how far it has got.
 enum DuplicatorAttribute {
@@ -187,7 +194,11 @@ Reports read_reports(DP *dp, int set) {
     if (text_at(reports.status, 1) == "-1")
         fail("vlogstatus: " + text_at(reports.status, 2) + "\n" + velda_logger_error(dp));
     reports.last_sync = velda_logger_last_sync(dp);
-    reports.files = rows_of(reports.status, 3, {{3, 1}, {4, 2}, {5, 3}, {6, 4}});
+    reports.files = rows_of(reports.status, 3, {{3, Path}, {4, Percent}, {5, Named}, {6, Limit}});
+    for (VAR &file : reports.files) {
+        file(NamedForPeople) = time_for_people(text_at(file, Named));
+        file(LimitForPeople) = text_at(file, Limit) == "-1" ? "none" : text_at(file, Limit);
+    }
     reports.duplicators = read_duplicators(dp);
     return reports;
 }
@@ -200,6 +211,7 @@ std::string status_word(const std::string &number) {
 
 std::string value_for_people(const Field &field, const std::string &value) {
     if (field.kind == Kind::Time) return time_for_people(value);
+    if (field.kind == Kind::Switch) return value == "0" ? "no" : "yes";
     return field.kind == Kind::Status ? status_word(value) : value;
 }
 
@@ -225,11 +237,11 @@ std::string report_as_json(const Reports &reports) {
     std::string text = "{";
     for (const Field &field : Fields) {
         const std::string value = text_at(reports.status, field.attribute);
-        const bool is_number = field.kind == Kind::Number || field.kind == Kind::Time;
+        const bool is_number = field.kind != Kind::Text && field.kind != Kind::Status;
         text += json_string(field.json_name) + ": " +
                 (is_number ? value : json_string(field.kind == Kind::Status ? status_word(value) : value)) + ",\n ";
     }
-    text += "\"files\": " + without_line_end(table_as_json(FileColumns, reports.files)) + ",\n ";
+    text += "\"files\": " + without_line_end(table_as_json(FileMembers, reports.files)) + ",\n ";
     return text + "\"duplicators\": " + without_line_end(table_as_json(DuplicatorMembers, reports.duplicators)) + "}\n";
 }
 
@@ -275,14 +287,23 @@ constexpr std::pair<int, Metric> DuplicatorMetrics[] = {
 };
 
 constexpr Metric LastSync = {"last_sync_seconds", "gauge", "Time of the last sync of the journal, 0 for none."};
+constexpr Metric SinceSync = {"since_sync_seconds", "gauge", "Seconds since the last sync of the journal."};
+
+std::string sync_metrics(int64_t last_sync) {
+    std::string text = metric_head(LastSync) + sample(LastSync, "", "", std::to_string(last_sync));
+    if (last_sync == 0) return text;
+    const int64_t since = std::max<int64_t>(std::time(nullptr) - last_sync, 0);
+    return text + metric_head(SinceSync) + sample(SinceSync, "", "", std::to_string(since));
+}
 
 std::string report_as_metrics(const Reports &reports) {
-    std::string text = metric_head(LastSync) + sample(LastSync, "", "", std::to_string(reports.last_sync));
+    std::string text = sync_metrics(reports.last_sync);
     for (const auto &[attribute, metric] : SetMetrics)
         text += metric_head(metric) + sample(metric, "", "", text_at(reports.status, attribute));
     text += metric_head(PercentUsed);
     for (const VAR &file : reports.files)
-        if (!text_at(file, 2).empty()) text += sample(PercentUsed, "file", text_at(file, 1), text_at(file, 2));
+        if (!text_at(file, Percent).empty())
+            text += sample(PercentUsed, "file", text_at(file, Path), text_at(file, Percent));
     for (const auto &[attribute, metric] : DuplicatorMetrics) {
         text += metric_head(metric);
         for (const VAR &duplicator : reports.duplicators) {

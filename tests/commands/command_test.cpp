@@ -41,6 +41,7 @@ TEST_F(CommandTest, EveryCommandAnswersForHelpWithItsNameAndExitCodeZero) {
 
 TEST_F(CommandTest, TheOverviewListsEveryCommand) {
     const std::string overview = velda({"--help"}).output;
+    EXPECT_EQ(velda({"help"}).output, overview);
     for (const std::string &name : lines_of(velda({"--names"}).output))
         EXPECT_TRUE(contains(overview, name + " ")) << name;
 }

@@ -131,6 +131,22 @@ TEST_F(JournalCommands, ASetThatIsNoneFails) {
     EXPECT_TRUE(contains(ran.output, "Set number 17 is invalid (should be in range 1 to 16)")) << ran.output;
 }
 
+TEST_F(JournalCommands, TheReportForPeopleHasTimesSwitchesAndLimitsInWords) {
+    make_set("1");
+    const std::string report = velda({"vlogstatus", "1"}).output;
+    EXPECT_TRUE(contains(report, "Sync at transaction ends      yes\n")) << report;
+    EXPECT_TRUE(contains(report, "Enciphered records            no\n")) << report;
+    EXPECT_TRUE(contains(report, " UTC   none\n")) << report;
+}
+
+TEST_F(JournalCommands, TheTimeSinceTheLastSyncIsKnownAfterOne) {
+    make_set("1");
+    ASSERT_EQ(velda({"vlogadmin", "switch", "1"}).code, 0);
+    const std::string metrics = velda({"vlogstatus", "--metrics"}).output;
+    const bool has_synced = !contains(metrics, "velda_journal_last_sync_seconds 0\n");
+    EXPECT_EQ(contains(metrics, "velda_journal_since_sync_seconds "), has_synced) << metrics;
+}
+
 TEST_F(JournalCommands, MetricsHaveHelpTypeAndSamples) {
     make_set("1");
     ASSERT_EQ(velda({"vlogadmin", "switch", "1"}).code, 0);
