@@ -110,16 +110,6 @@ int load_block(DP *dp, LoggerContext &context, int32_t file, int64_t offset) {
     return error;
 }
 
-// How far into the block that is held the position lies; 0 when it lies elsewhere, or at a boundary, or when the set may
-// have been emptied since the block was proven.
-int64_t place_in_held_block(const LoggerContext &context, const LogPosition &position) {
-    const HeldBlock &block = context.block;
-    const int64_t in_block = position.offset - block.offset;
-    const bool is_inside = block.bytes && position.file == block.file && in_block > 0 &&
-                           in_block < block_size_of(context) && block.set_time == set_time(context);
-    return is_inside ? in_block : 0;
-}
-
 // Moves onto data and holds its block.
 int enter_block(DP *dp, LoggerContext &context, LogPosition &at, int64_t &in_block) {
     const int64_t block_size = block_size_of(context);

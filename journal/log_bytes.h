@@ -27,6 +27,17 @@ inline int64_t offset_in_block(int64_t offset, int64_t block_size) {
 // Where the next byte lies: a position at a block boundary is moved onto the data of the block that follows.
 LogPosition at_data(LogPosition position, int32_t files, int64_t block_size);
 
+// How far into the block that is held a position of the open set lies; 0 when it lies elsewhere, or at a boundary, or
+// when the set may have been emptied since the block was proven.
+inline int64_t place_in_held_block(const LoggerContext &context, const LogPosition &position) {
+    const HeldBlock &block = context.block;
+    const int64_t in_block = position.offset - block.offset;
+    const bool is_inside = block.bytes && position.file == block.file && in_block > 0 &&
+                           in_block < static_cast<int64_t>(context.config->blockSize) &&
+                           block.set_time == logger_set(*context.config, context.openSet).timeFirst;
+    return is_inside ? in_block : 0;
+}
+
 // Moves over `count` bytes of data of the set whose files are open.
 void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count);
 

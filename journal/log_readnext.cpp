@@ -39,13 +39,20 @@ void sleep_before_retry(const Reading &reading) {
     tell(reading, RetryEnds);
 }
 
-// A set that is no longer current is read until its EOF record.
-bool has_more(const Reading &reading) {
+// As the configuration told last. A set that is no longer current is read until its EOF record.
+bool has_known_more(const Reading &reading) {
     const LogSelect &select = reading.select;
     const VELDALoggerConfig &config = *reading.context.config;
     if (select.setSwitched != 0) return false;
     return static_cast<uint32_t>(select.set) != config.currentSet ||
            select.recordsRead < logger_set(config, select.set).recordCount;
+}
+
+// What was more stays more: only an end is looked at afresh.
+bool has_more(const Reading &reading) {
+    if (has_known_more(reading)) return true;
+    VediLoggerMisc(reading.dp, VELDA_LOGGER_REFRESH);
+    return has_known_more(reading);
 }
 
 // The set with the smallest time above that of the set being read, 0 when there is none.
@@ -62,7 +69,6 @@ std::int32_t later_set(const Reading &reading) {
 }
 
 bool has_input(const Reading &reading) {
-    VediLoggerMisc(reading.dp, VELDA_LOGGER_REFRESH);
     return has_more(reading) || later_set(reading) != 0 || reading.context.config->currentSet == 0;
 }
 
@@ -130,8 +136,11 @@ Step pass_record(const Reading &reading, const unsigned char *record) {
 Step try_record(Reading &reading) {
     LogSelect &select = reading.select;
     if (select.set == 0) return {nullptr, StopNoSet};
-    const unsigned char *const record =
-        VELDALoggerReadRecord(reading.dp, &select, select.file, select.set, select.offset, 0, reading.callback);
+    const unsigned char *record =
+        record_in_held_block(reading.dp, reading.context, select.set, {select.file, select.offset});
+    if (!record)
+        record =
+            VELDALoggerReadRecord(reading.dp, &select, select.file, select.set, select.offset, 0, reading.callback);
     if (record) return pass_record(reading, record);
     const int error = errno;
     if (error == ENOENT) return {nullptr, StopReadFailed};
@@ -142,7 +151,6 @@ Step try_record(Reading &reading) {
 }
 
 Step one_round(Reading &reading) {
-    VediLoggerMisc(reading.dp, VELDA_LOGGER_REFRESH);
     if (!has_more(reading)) {
         bool found_set = false;
         const Step step = leave_set(reading, found_set);

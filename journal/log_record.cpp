@@ -18,7 +18,6 @@ namespace velda::journal {
 namespace {
 
 constexpr int OutsideOfSet = 2;
-constexpr int64_t SmallestRecord = RecordHeader::Bytes + RecordTrailerBytes;
 
 // A size up to this is believed; a larger one is held against the size of the set's files.
 constexpr int32_t CommonRecordSize = 1 << 16;
@@ -71,8 +70,8 @@ int check_header(DP *dp, const LoggerContext &context, const Wanted &wanted, con
 
 // The trailer is written last. A record that carries a checksum must also agree with it and stand where it says, so that
 // a torn write, an old sector or a file in the wrong place of the stripe is no record.
-bool is_finished(const LoggerContext &context, const Wanted &wanted, const LogHeader &header) {
-    const unsigned char *const record = context.recordBuffer;
+bool is_finished(const LoggerContext &context, const Wanted &wanted, const LogHeader &header,
+                 const unsigned char *record) {
     const unsigned char *const trailer = record + header.record_size - RecordTrailerBytes;
     if (std::memcmp(record + RecordHeader::UpdateTime, trailer, RecordTrailerBytes) != 0) return false;
     if (header.crc == 0) return true;
@@ -94,7 +93,7 @@ int read_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
                                  header.record_size - static_cast<int64_t>(RecordHeader::Bytes));
     if (error != 0) return error;
     context.recordBytes = header.record_size;
-    if (is_finished(context, wanted, header)) return 0;
+    if (is_finished(context, wanted, header, context.recordBuffer)) return 0;
     context.unfinishedPid = header.pid;
     return VELDA_LOGGER_DAMAGED;
 }
@@ -140,41 +139,7 @@ size_t text_end(std::string_view area) {
     return at;
 }
 
-// As vgetint32 and vgetlong64, which each record would call nine times.
-int32_t word_at(const unsigned char *bytes) {
-    uint32_t value;
-    std::memcpy(&value, bytes, sizeof value);
-    return static_cast<int32_t>(std::endian::native == std::endian::little ? __builtin_bswap32(value) : value);
-}
-
-int64_t long_at(const unsigned char *bytes) {
-    uint64_t value;
-    std::memcpy(&value, bytes, sizeof value);
-    return static_cast<int64_t>(std::endian::native == std::endian::little ? __builtin_bswap64(value) : value);
-}
-
 }  // namespace
-
-LogHeader::LogHeader(const unsigned char *record)
-    : is_encrypted(std::memcmp(record, EncryptedMarker.data(), EncryptedMarker.size()) == 0),
-      time(long_at(record + RecordHeader::UpdateTime)),
-      offset(long_at(record + RecordHeader::Offset)),
-      pid(static_cast<uint32_t>(word_at(record + RecordHeader::Pid))),
-      crc(static_cast<uint32_t>(word_at(record + RecordHeader::Reserved))),
-      type(record[RecordHeader::Type]),
-      flags(record[RecordHeader::Flags]),
-      set(record[RecordHeader::Set]),
-      file(record[RecordHeader::File]),
-      port(word_at(record + RecordHeader::Port)),
-      record_size(word_at(record + RecordHeader::RecordSize)),
-      strings_size(word_at(record + RecordHeader::StringsSize)) {
-    has_marker = is_encrypted || std::memcmp(record, RecordMarker.data(), RecordMarker.size()) == 0;
-}
-
-bool has_possible_sizes(const LogHeader &header) {
-    return header.record_size >= SmallestRecord && header.strings_size >= 0 &&
-           header.strings_size <= header.record_size - SmallestRecord;
-}
 
 RecordTexts record_texts(std::string_view area) {
     RecordTexts texts;
@@ -204,6 +169,20 @@ LogParts::LogParts(const LogHeader &the_header, const unsigned char *record) : h
 
 std::string_view record_type_name(uint8_t type) {
     return type < RecordTypeNames.size() ? RecordTypeNames[type] : RecordTypeNames[0];
+}
+
+const unsigned char *record_in_held_block(DP *dp, LoggerContext &context, int32_t set, const LogPosition &place) {
+    const int64_t in_block = place_in_held_block(context, place);
+    const int64_t there = context.block.size - in_block;
+    if (in_block == 0 || set != context.openSet || there < SmallestRecord) return nullptr;
+    const auto *const record = reinterpret_cast<const unsigned char *>(context.block.bytes + in_block);
+    const LogHeader header(record);
+    const Wanted wanted{.set = set, .place = place, .time = 0, .is_in_held_blocks = true};
+    if (check_header(dp, context, wanted, header) != 0 || header.record_size > there) return nullptr;
+    if (!is_finished(context, wanted, header, record)) return nullptr;
+    context.hasRecord = false;  // the record buffer has another, or none
+    context.lastTime = header.time;
+    return record;
 }
 
 bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {

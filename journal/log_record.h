@@ -3,18 +3,47 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
+#include "journal/log_bytes.h"
 #include "journal/log_reading.h"
 #include "journal/logger_context.h"
 #include "runtime/journal/log_format.h"
 
 namespace velda::journal {
 
+// As vgetint32 and vgetlong64, which each record would call nine times.
+inline int32_t word_at(const unsigned char *bytes) {
+    uint32_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return static_cast<int32_t>(std::endian::native == std::endian::little ? __builtin_bswap32(value) : value);
+}
+inline int64_t long_at(const unsigned char *bytes) {
+    uint64_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return static_cast<int64_t>(std::endian::native == std::endian::little ? __builtin_bswap64(value) : value);
+}
+
 // The header's fields in the byte order of the machine.
 struct LogHeader {
-    VELDA_EXPORT explicit LogHeader(const unsigned char *record);
+    explicit LogHeader(const unsigned char *record)
+        : is_encrypted(std::memcmp(record, EncryptedMarker.data(), EncryptedMarker.size()) == 0),
+          time(long_at(record + RecordHeader::UpdateTime)),
+          offset(long_at(record + RecordHeader::Offset)),
+          pid(static_cast<uint32_t>(word_at(record + RecordHeader::Pid))),
+          crc(static_cast<uint32_t>(word_at(record + RecordHeader::Reserved))),
+          type(record[RecordHeader::Type]),
+          flags(record[RecordHeader::Flags]),
+          set(record[RecordHeader::Set]),
+          file(record[RecordHeader::File]),
+          port(word_at(record + RecordHeader::Port)),
+          record_size(word_at(record + RecordHeader::RecordSize)),
+          strings_size(word_at(record + RecordHeader::StringsSize)) {
+        has_marker = is_encrypted || std::memcmp(record, RecordMarker.data(), RecordMarker.size()) == 0;
+    }
 
     bool has_marker = false, is_encrypted = false;
     int64_t time, offset;
@@ -23,8 +52,13 @@ struct LogHeader {
     int32_t port, record_size, strings_size;
 };
 
+inline constexpr int64_t SmallestRecord = RecordHeader::Bytes + RecordTrailerBytes;
+
 // Whether a record of these sizes can be: it has room for header, strings and trailer.
-bool has_possible_sizes(const LogHeader &header);
+inline bool has_possible_sizes(const LogHeader &header) {
+    return header.record_size >= SmallestRecord && header.strings_size >= 0 &&
+           header.strings_size <= header.record_size - SmallestRecord;
+}
 
 // The bytes between header and trailer; empty where the sizes are impossible.
 struct RecordAreas {
@@ -49,6 +83,11 @@ struct LogParts {
 
 // The name of a type, "UNKNOWN" for those that have none.
 VELDA_EXPORT std::string_view record_type_name(uint8_t type);
+
+// The record at a place of the open set, where it stands in the block that is held; it stays until the next read. Null
+// when it does not lie in that block from end to end, or fails a check: what is to be said of it VELDALoggerReadRecord
+// finds out.
+const unsigned char *record_in_held_block(DP *dp, LoggerContext &context, int32_t set, const LogPosition &place);
 
 // Makes the record buffer at least that large. False, with errno, when there is no memory; the buffer stays as it was.
 bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size);

@@ -19,8 +19,6 @@ void close_context(DP *dp, LoggerContext &context) {
     VELDAfree(dp, context.recordBuffer, "vutil.logger", __LINE__);
 }
 
-constexpr LogSetInfo EmptySet = {};
-
 }  // namespace
 
 LoggerContext &logger_context(DP *dp) { return SessionBlock<LoggerContext, close_context>::of(dp, "vutil.logger"); }
@@ -47,10 +45,6 @@ void LoggerStoreField(DP *, VAR *result, int attribute, int value, const char *f
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     (*result)(attribute, value) = text;
-}
-
-const LogSetInfo &logger_set(const VELDALoggerConfig &config, int64_t set) {
-    return set >= 1 && set <= VELDA_LOGGER_SETS ? config.sets[set - 1] : EmptySet;
 }
 
 std::string logger_text(const char *field, size_t size) { return {field, std::find(field, field + size, '\0')}; }

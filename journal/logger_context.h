@@ -54,7 +54,10 @@ void LoggerStoreField(DP *dp, VAR *result, int attribute, int value, const char 
     __attribute__((format(printf, 5, 6)));
 
 // The set in a configuration, 1 to 16; an empty one for any other number.
-const LogSetInfo &logger_set(const VELDALoggerConfig &config, int64_t set);
+inline constexpr LogSetInfo EmptySet = {};
+inline const LogSetInfo &logger_set(const VELDALoggerConfig &config, int64_t set) {
+    return set >= 1 && set <= VELDA_LOGGER_SETS ? config.sets[set - 1] : EmptySet;
+}
 
 // Whether the set's file has a name, and the path in a field that need not be zero-ended.
 inline bool is_named(const LogFileEntry &entry) { return entry.path[0] != 0; }

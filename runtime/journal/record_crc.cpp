@@ -128,11 +128,11 @@ std::uint32_t crc32c_by_tables(std::uint32_t before, const void *bytes, std::siz
 
 std::uint32_t record_crc(const unsigned char *record, std::size_t size) {
     assert(size >= RecordHeader::Bytes);
-    constexpr unsigned char Zero[4] = {};
-    constexpr std::size_t Behind = RecordHeader::Reserved + sizeof Zero;
-    std::uint32_t crc = crc32c(0, record, RecordHeader::Reserved);
-    crc = crc32c(crc, Zero, sizeof Zero);
-    crc = crc32c(crc, record + Behind, size - Behind);
+    unsigned char header[RecordHeader::Bytes];
+    std::memcpy(header, record, sizeof header);
+    std::memset(header + RecordHeader::Reserved, 0, sizeof(std::uint32_t));
+    std::uint32_t crc = crc32c(0, header, sizeof header);
+    crc = crc32c(crc, record + sizeof header, size - sizeof header);
     return crc == 0 ? 1 : crc;
 }
 
