@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "journal/journal.h"
+#include "journal/log_record.h"
 #include "runtime/journal/log_format.h"
 
 namespace velda::journal {
@@ -163,7 +165,15 @@ int LoggerReadBytes(DP *dp, int32_t *file, int32_t set, int64_t *offset, unsigne
     return error;
 }
 
+void keep_held_record(LoggerContext &context) {
+    const unsigned char *const record = std::exchange(context.heldRecord, nullptr);
+    if (!record || !context.recordBuffer || context.hasRecord) return;
+    context.recordBytes = std::min(LogHeader(record).record_size, context.recordCapacity);
+    std::memcpy(context.recordBuffer, record, static_cast<size_t>(context.recordBytes));
+}
+
 int begin_reading(DP *dp, LoggerContext &context, int32_t set) {
+    keep_held_record(context);
     // Another use of the set may have other files.
     if (context.openSet != set || context.openSetTime != logger_set(*context.config, set).timeFirst)
         if (const int error = open_set(dp, context, set)) return error;

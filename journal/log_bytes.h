@@ -46,6 +46,10 @@ void LoggerAdvance(DP *dp, int32_t *file, int64_t *offset, int64_t count);
 // 22 when the configuration has no usable block size.
 int LoggerReadBytes(DP *dp, int32_t *file, int32_t set, int64_t *offset, unsigned char *buffer, int64_t count);
 
+// Puts the record that was read last into the record buffer, before its block may go: what is told of damage behind it
+// tells of it too.
+void keep_held_record(LoggerContext &context);
+
 // The two parts of it: the set's files opened and the reader's right proven; and the reading itself.
 int begin_reading(DP *dp, LoggerContext &context, int32_t set);
 int read_bytes(DP *dp, LoggerContext &context, LogPosition &position, unsigned char *buffer, int64_t count);

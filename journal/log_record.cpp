@@ -181,6 +181,7 @@ const unsigned char *record_in_held_block(DP *dp, LoggerContext &context, int32_
     if (check_header(dp, context, wanted, header) != 0 || header.record_size > there) return nullptr;
     if (!is_finished(context, wanted, header, record)) return nullptr;
     context.hasRecord = false;  // the record buffer has another, or none
+    context.heldRecord = record;
     context.lastTime = header.time;
     return record;
 }
@@ -191,6 +192,7 @@ bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size) {
     if (wanted > INT32_MAX) return errno = ENOMEM, false;
     void *const grown = VELDArealloc(dp, context.recordBuffer, static_cast<size_t>(wanted), "vutil.logger", __LINE__);
     if (!grown) return errno = ENOMEM, false;
+    if (!context.recordBuffer) std::memset(grown, 0, SmallestRecord);  // no record was read before
     context.recordBuffer = static_cast<unsigned char *>(grown);
     context.recordCapacity = static_cast<int32_t>(wanted);
     return true;

@@ -22,6 +22,7 @@ struct LoggerContext {
     unsigned char *recordBuffer = nullptr;  // of the reading layer; from VELDAmalloc, grown and not shrunk
     int32_t recordCapacity = 0;
     int32_t recordBytes = 0;     // how much of the buffer the last read filled
+    const unsigned char *heldRecord = nullptr;  // the record read last, where it stands in a block that is held
     bool hasRecord = false;      // that is a whole record, which may be given out again
     uint32_t unfinishedPid = 0;  // who wrote the record that was last found unfinished or damaged; 0: not known
     int32_t openSet = -1;        // the set whose files are open; -1: none

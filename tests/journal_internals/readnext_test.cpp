@@ -449,6 +449,38 @@ TEST_F(Damage, TheLogShowsTheLastRecordsHeaderAndTexts) {
         EXPECT_NE(log.find(line, at), std::string::npos) << line << " in " << log;
 }
 
+// A block that is none has no header: the log tells of the record in front of it.
+TEST_F(Damage, BehindABadBlockTheLogShowsTheRecordThatWasReadLast) {
+    SetBuilder set = set_of(1);
+    set.add(keyed("one"));
+    set.add(keyed("two"));
+    const std::size_t bare = record_bytes(write_record("FILE", "three", ""), 1, 0, 0).size();
+    set.add(write_record("FILE", "three", std::string(4096 - set.next_place().offset - bare, 'd')));
+    set.add(keyed("four"));
+    ASSERT_EQ(set.blocks().size(), 2u);
+    ASSERT_EQ(set.blocks()[0].size(), 4096u);
+    set.blocks()[1][0] ^= 1;
+    publish(set);
+    spec_settings().skip_damaged = false;
+    logged();
+    EXPECT_EQ(quiet_keys(*selection()), "one two three stop 2013");
+    const std::string log = logged();
+    EXPECT_NE(log.find("Last record PID is : 4711|"), std::string::npos) << log;
+    EXPECT_NE(log.find("Record Name is : three|"), std::string::npos) << log;
+}
+
+TEST_F(Damage, WithoutAnyRecordReadTheLogShowsZeros) {
+    SetBuilder set = set_of(1);
+    set.add(keyed("a"));
+    set.blocks()[0][0] ^= 1;
+    publish(set);
+    spec_settings().skip_damaged = false;
+    logged();
+    EXPECT_EQ(quiet_keys(*selection()), "stop 2013");
+    EXPECT_NE(logged().find("Log File Error|     Last record PID is : 0|     Last record type is : 0|"),
+              std::string::npos);
+}
+
 TEST_F(Damage, AWriterThatLivesIsTold) {
     publish_torn(static_cast<std::uint32_t>(getpid()));
     spec_settings().skip_damaged = false;
