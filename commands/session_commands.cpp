@@ -34,11 +34,26 @@ constexpr Column PortColumns[] = {
 };
 
 // Values of a lock in the report of the lock table.
-enum LockValue { LockPort = 1, LockExecution, LockKey, LockType, LockInode, LockDevice, LockPid, LockAddress };
+enum LockValue {
+    LockPort = 1,
+    LockExecution,
+    LockKey,
+    LockType,
+    LockInode,
+    LockDevice,
+    LockPid,
+    LockAddress,
+    LockWaiters
+};
 
 constexpr Column LockColumns[] = {
-    {LockPort, "Port", "port", true}, {LockPid, "Process", "pid", true},   {LockType, "Type", "type", false},
-    {LockKey, "Key", "key", false},   {LockInode, "Inode", "inode", true}, {LockDevice, "Device", "device", true},
+    {LockPort, "Port", "port", true},
+    {LockPid, "Process", "pid", true},
+    {LockType, "Type", "type", false},
+    {LockKey, "Key", "key", false},
+    {LockInode, "Inode", "inode", true},
+    {LockDevice, "Device", "device", true},
+    {LockWaiters, "Waiting ports", "waiting", false},
 };
 
 // The records of the living ports, by port number.
@@ -60,13 +75,17 @@ std::vector<VAR> port_records(DP *dp) {
     return records;
 }
 
-// One row a lock, its values raised to attributes as a table wants them.
+// One row a lock, its values raised to attributes as a table wants them. The key of an execution lock is its number.
 std::vector<VAR> lock_records(DP *dp) {
     VAR report;
     if (const int error = VELDAReturnLockInfo(dp, 101, &report))
         fail(std::string("Cannot read the lock table: ") + std::strerror(error));
     std::vector<VAR> rows;
-    for (int n = 1; n <= dcount(report, AM); ++n) rows.push_back(raise(report(n)));
+    for (int n = 1; n <= dcount(report, AM); ++n) {
+        VAR row = raise(report(n));
+        if (row(LockType) == "E") row(LockKey) = row(LockExecution);
+        rows.push_back(std::move(row));
+    }
     return rows;
 }
 

@@ -36,7 +36,8 @@ VELDA_EXPORT int vDLS_ClientReadNextInfo(DP *dp, char **line);
 // Questions about locks, by command number.
 //   100  1 when no lock daemon runs, which is always; `target` is left alone and may be null
 //   101  `target` becomes the locks of the system, one attribute a lock, its values: port, value, key, type, the two
-//        numbers that identify the file (inode, device), process id, address; 0, or the error number
+//        numbers that identify the file (inode, device), process id, address; where ports wait for the lock, a ninth value
+//        has them, one sub-value each, in the order in which they will be served. 0, or the error number
 // Any other command gives 22.
 VELDA_EXPORT int VELDAReturnLockInfo(DP *dp, int command, VAR *target);
 

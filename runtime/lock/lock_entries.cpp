@@ -21,7 +21,7 @@ int take_execution_lock(DP *dp, int number, Wait wait) {
     return outcome.granted();
 }
 
-// One lock as a report's line: port, value, key, type, inode, device, process, address.
+// One lock as a report's line: port, value, key, type, inode, device, process, address, and the ports that wait for it.
 std::string line_of(const LockInfo &lock) {
     const bool execution = lock.kind == LockKind::Execution;
     std::string line;
@@ -33,6 +33,8 @@ std::string line_of(const LockInfo &lock) {
         if (&value != values) line += VM;
         line += value;
     }
+    for (const LockOwner &waiter : lock.waiters)
+        line.append(1, &waiter == &lock.waiters.front() ? VM : SVM).append(std::to_string(waiter.port));
     return line;
 }
 

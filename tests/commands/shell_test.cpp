@@ -75,6 +75,38 @@ TEST_F(ShellTest, TheHistoryOfTheLastSessionIsThere) {
     EXPECT_EQ(shell.exit_code(), 0);
 }
 
+TEST_F(ShellTest, ListLocksShowsHoldersKeysAndThoseWhoWait) {
+    make_file("ORDERS", {{"1", "a"}});
+    const auto lock = [](const char *shown) {
+        return [=](DP *dp) {
+            velda::crt_line(VELDAGetPortNumber(dp), " starts");
+            velda::File file;
+            file.open("ORDERS");
+            file.read_locked("order 1");
+            VLibELOCK_IIII(dp, 256, 0, 255);
+            velda::crt_line(shown);
+            velda::sleep_seconds(30);
+        };
+    };
+    OnTerminal holder(lock("locked"));
+    const std::string holders_port = holder.until(" starts");
+    holder.until("locked");
+    OnTerminal waiter(lock("granted"));
+    const std::string waiters_port = waiter.until(" starts");
+    velda::test::Ran ran;
+    ASSERT_TRUE(velda::test::eventually([&] {
+        ran = velda({"LIST-LOCKS", "--json"});
+        return ran.output.find("\"waiting\": \"" + waiters_port + "\"") != std::string::npos;
+    })) << ran.output;
+    EXPECT_EQ(ran.code, 0);
+    EXPECT_TRUE(ran.output.starts_with("[{\"port\": " + holders_port + ", \"pid\": ")) << ran.output;
+    EXPECT_NE(ran.output.find("\"type\": \"R\", \"key\": \"order 1\", \"inode\": "), std::string::npos) << ran.output;
+    EXPECT_NE(ran.output.find("\"type\": \"E\", \"key\": \"255\", \"inode\": 0"), std::string::npos) << ran.output;
+    ran = velda({"LIST-LOCKS"});
+    EXPECT_TRUE(ran.output.starts_with("Port  Process  Type  Key")) << ran.output;
+    EXPECT_NE(ran.output.find("order 1"), std::string::npos) << ran.output;
+}
+
 TEST_F(ShellTest, TheBreakKeyEndsAWaitForALockAndNotTheSession) {
     make_file("ORDERS", {{"1", "a"}});
     OnTerminal holder([](DP *dp) {

@@ -83,3 +83,20 @@ TEST_F(LockEntries, ReturnLockInfoTellsTheLocalLocks) {
     EXPECT_EQ(shown(target.view()), "1]1]K*1]R]11]7]" + pid + "]local^2]7]]E]0]0]" + pid + "]local");
     EXPECT_EQ(VELDAReturnLockInfo(&one_, 99, &target), EINVAL);
 }
+
+TEST_F(LockEntries, ReturnLockInfoTellsThePortsThatWaitInTheirOrder) {
+    ASSERT_EQ(VLibELOCK_IIII(&one_, 256, 0, 8), 1);
+    std::vector<std::thread> waiters;
+    for (std::size_t waiting = 1; waiting <= 2; ++waiting) {
+        waiters.emplace_back([] {
+            DP dp;
+            EXPECT_EQ(VLibELOCK_IIII(&dp, 0, 0, 8), 1);
+        });
+        while (waiting_sessions() != waiting) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    VAR target;
+    EXPECT_EQ(VELDAReturnLockInfo(&one_, 101, &target), 0);
+    EXPECT_EQ(shown(target(1, 8).view()) + " " + shown(target(1, 9).view()), "local 2\\3");
+    EXPECT_EQ(VLibELOCK_IIII(&one_, 0, 1, 8), 1);
+    for (std::thread &waiter : waiters) waiter.join();
+}
