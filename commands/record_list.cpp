@@ -5,7 +5,10 @@
 namespace velda::commands {
 
 RecordList::RecordList(DP *dp) : dp_(dp) {
-    VBC_VELDAParseCommandLine2(dp, "VVVVVV", &file_, &name_, &dash_options_, &options_, &operand_, &list_);
+    const bool had_active_list = VRunCountDefaultSel(dp) > 0;
+    VAR operand;
+    VBC_VELDAParseCommandLine2(dp, "VVVVVV", &file_, &name_, &dash_options_, &options_, &operand, &list_);
+    is_whole_file_ = operand == "*" || (operand.empty() && !had_active_list);
 }
 
 bool RecordList::next(VAR &key) {
@@ -21,7 +24,7 @@ bool RecordList::next(VAR &key) {
 
 // The keys of a whole file are there by themselves; named keys and those of a select list are looked up.
 bool RecordList::exists(const VAR &key) const {
-    if (operand_ == "*") return true;
+    if (is_whole_file_) return true;
     VAR record;
     return VLibFNEWREAD_IIBBBIB(dp_, 0, &file_, &record, &key, 0, nullptr) == 1;
 }

@@ -24,7 +24,8 @@ class RecordList {
     bool exists(const VAR &key) const;
 
     DP *dp_;
-    VAR file_, name_, dash_options_, options_, operand_, list_;
+    VAR file_, name_, dash_options_, options_, list_;
+    bool is_whole_file_ = false;  // the list is the keys that the file has
     std::uint64_t found_ = 0;
     std::vector<std::string> missing_;
 };

@@ -199,6 +199,23 @@ TEST_F(CommandTest, SelectListsPassFromCommandToCommandInASession) {
               "3 records selected\nList 'MINE' saved, 3 keys\n3 records selected\na\nb\nc\n3 records listed\n");
 }
 
+TEST_F(CommandTest, SelectWithNamedKeysLeavesOutTheMissingAndFails) {
+    make_file("ORDERS", {{"b", "1"}, {"a", "2"}});
+    const Ran ran = velda({"SELECT", "ORDERS", "b", "none", "a"});
+    EXPECT_EQ(ran.output, "2 records selected\n'none' record not found\n");
+    EXPECT_EQ(ran.code, 2);
+}
+
+TEST_F(CommandTest, KeysOfAListWhoseRecordsAreGoneAreReported) {
+    make_file("ORDERS", {{"b", "1"}, {"a", "2"}});
+    ASSERT_EQ(velda({"-c", "SSELECT ORDERS\nSAVE-LIST MINE\nCLEAR-FILE ORDERS"}).code, 0);
+    const Ran ran = velda({"-c", "GET-LIST MINE\nCOUNT ORDERS"});
+    EXPECT_TRUE(
+        ran.output.starts_with("2 records selected\n0 records counted\n'a' record not found\n'b' record not found\n"))
+        << ran.output;
+    EXPECT_EQ(ran.code, 2);
+}
+
 TEST_F(CommandTest, SavedListsOutliveTheSession) {
     make_file("ORDERS", {{"b", "1"}, {"a", "2"}});
     ASSERT_EQ(velda({"-c", "SELECT ORDERS a\nSAVE-LIST MINE"}).code, 0);
@@ -250,6 +267,24 @@ TEST_F(CommandTest, ListuShowsThisSessionsPortAndCommand) {
     EXPECT_TRUE(contains(ran.output, "LISTU")) << ran.output;
 }
 
+TEST_F(CommandTest, ListuGivesPortsAsJson) {
+    setenv("VBCPORTNO", "4711", 1);
+    const Ran ran = velda({"LISTU", "--json"});
+    unsetenv("VBCPORTNO");
+    EXPECT_TRUE(ran.output.starts_with("[{\"port\": 4711, \"pid\": ")) << ran.output;
+    EXPECT_TRUE(contains(ran.output, "\"command\": \"LISTU --json\"}]")) << ran.output;
+}
+
+TEST_F(CommandTest, WhoShowsPortUserAndAccount) {
+    setenv("VBCPORTNO", "4711", 1);
+    setenv("VELDAACCOUNT", "SALES", 1);
+    const Ran ran = velda({"WHO"});
+    unsetenv("VELDAACCOUNT");
+    unsetenv("VBCPORTNO");
+    EXPECT_TRUE(ran.output.starts_with("4711 ")) << ran.output;
+    EXPECT_TRUE(ran.output.ends_with(" SALES\n")) << ran.output;
+}
+
 TEST_F(CommandTest, APortNumberInUseIsRefusedByNameAndNumber) {
     setenv("VBCPORTNO", "4711", 1);
     const Ran nested = velda({"-c", "WHO\n\xFFk" + program() + " WHO"});
@@ -280,6 +315,18 @@ TEST_F(CommandTest, VkillEndsAProcessAndTestsForIt) {
     int status = 0;
     waitpid(victim, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+}
+
+TEST_F(CommandTest, VkillSendsTheSignalOfItsNumber) {
+    const pid_t victim = fork();
+    if (victim == 0) {
+        pause();
+        _exit(0);
+    }
+    EXPECT_EQ(velda({"vkill", "-9", std::to_string(victim)}).output, "");
+    int status = 0;
+    waitpid(victim, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
 }
 
 TEST_F(CommandTest, VmvMovesAndVrmRemovesWithContents) {
