@@ -145,7 +145,7 @@ void warn_illegal_line(int number, const VAR &line) {
 VAR record_in(const VAR &directory) {
     File file;
     VAR record;
-    if (file.open(directory)) file.read(record, RecordName);
+    if (file.open(directory)) file.try_read(record, RecordName);
     return record;
 }
 

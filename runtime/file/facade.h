@@ -124,6 +124,8 @@ class FileWords {
     }
     // READ ... ELSE record = "".
     bool read(VAR &record, const Argument &key) const { return read_into(record, key) == 1; }
+    // The same, where a record that cannot be read counts as none. The reason is SYSTEM(0).
+    bool try_read(VAR &record, const Argument &key) const { return read_into(record, key, VELDA_REPORT_ERRORS) == 1; }
     // One attribute; "" when there is no such record.
     VAR read_attribute(const Argument &key, int attribute) const {
         VAR value;
@@ -181,8 +183,8 @@ class FileWords {
     VAR *cell_;
 
   private:
-    int read_into(VAR &record, const Argument &key) const {
-        return VLibFNEWREAD_IIBBBIB(velda_getdp(), 0, cell_, &record, key, 0, nullptr);
+    int read_into(VAR &record, const Argument &key, int flags = 0) const {
+        return VLibFNEWREAD_IIBBBIB(velda_getdp(), flags, cell_, &record, key, 0, nullptr);
     }
     void write_with(int flags, const Argument &key, const Argument &record) {
         VLibFNEWWRITE_IIBBBIB(velda_getdp(), flags, cell_, record, key, 0, nullptr);
@@ -210,9 +212,7 @@ class BulkCopy {
   public:
     enum class Source { Stays, Moves };  // records that move are read under their locks
     BulkCopy(const FileWords &source, const FileWords &target, Source then = Source::Stays)
-        : copy_(velda_bulk_copy_begin(velda_getdp(), &source.cell(), &target.cell(), then == Source::Moves))
-    {
-    }
+        : copy_(velda_bulk_copy_begin(velda_getdp(), &source.cell(), &target.cell(), then == Source::Moves)) {}
     ~BulkCopy() { velda_bulk_copy_end(copy_); }
     BulkCopy(const BulkCopy &) = delete;
     BulkCopy &operator=(const BulkCopy &) = delete;

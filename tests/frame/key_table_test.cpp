@@ -78,6 +78,31 @@ TEST_F(KeyTableTest, TakesTheTerminalsKeysInOrder) {
     EXPECT_EQ(output, "in order\r\nf12\r\n2\r\n0\r\n");
 }
 
+TEST_F(KeyTableTest, GivesEveryCapabilityItsCode) {
+    std::string source = "allkeys|a terminal with every key, am, cols#80, lines#24,\n";
+    constexpr const char *Keys[] = {"kich1", "kel", "kend", "khome", "kcbt", "kcuu1", "kcud1", "kcuf1",
+                                    "kcub1", "kbs", "kind", "kri",   "kpp",  "knp",   "kdch1", "kdl1"};
+    for (const char *key : Keys) source += std::string("\t") + key + "=\\E{" + key + ",\n";
+    for (int key = 1; key <= 33; ++key)
+        source += "\tkf" + std::to_string(key) + "=\\E{f" + std::to_string(key) + "/,\n";
+    write_host_file("keys.ti", source);
+    ASSERT_EQ(std::system("tic -x -o terminfo keys.ti"), 0);
+    setenv("TERMINFO", std::filesystem::absolute("terminfo").c_str(), 1);
+    const std::string output = on_terminal("allkeys", command("EDIT", [](DP *dp) {
+                                               command_init(dp);
+                                               crt(table_text(dp));
+                                           }));
+    unsetenv("TERMINFO");
+    std::string expected =
+        "^[[A=22 ^[[B=23 ^[[C=24 ^[[D=25 ^[{kich1=12 ^[{kel=7 ^[{kend=4 ^[{khome=2 ^[{kcbt=18 ^[{kcuu1=22 ^[{kcud1=23 "
+        "^[{kcuf1=24 ^[{kcub1=25 ^[{kbs=36 ^[{kind=29 ^[{kri=28 ^[{kpp=30 ^[{knp=31 ";
+    for (int key = 1; key <= 32; ++key)
+        expected += "^[{f" + std::to_string(key) + "/=" + std::to_string(40 + key) + " ";
+    expected += "^[{kbs=36 ^[{kdch1=37 ^[{kdl1=38 ";
+    EXPECT_EQ(output.substr(0, expected.size()), expected);
+    EXPECT_EQ(output.substr(expected.size(), 5), "^@=1 ");
+}
+
 TEST_F(KeyTableTest, AddsAControlKeyOnlyWhenNoKeyOfTheTerminalBeginsWithIt) {
     write_host_file("keys.ti",
                     "ctrlkeys|cursor keys that are control keys, am, cols#80, lines#24, kcuf1=^L, kcuu1=^K,\n");
@@ -234,6 +259,30 @@ TEST_F(KeyTableTest, TakesTheHomeDirectorysRecordOnlyWhenThereIsNoneInTheCurrent
     EXPECT_EQ(settings(), "");
 }
 
+TEST_F(KeyTableTest, TakesARecordThatMayNotBeReadForAnEmptyOne) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs the superuser, to become someone else";
+    const ScratchDirectory home;
+    setenv("HOME", home.path().c_str(), 1);
+    write_host_file(home / ".vedrc", "set place=home\n");
+    write_record("set place=here\n");
+    std::filesystem::permissions(home.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(directory_.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(".vedrc", std::filesystem::perms(0600));
+    const auto as_nobody = [] {
+        return run_on_pipes("", command("EDIT",
+                                        [](DP *dp) {
+                                            constexpr uid_t Nobody = 65534;
+                                            if (setgid(Nobody) != 0 || setuid(Nobody) != 0) exit_command(1);
+                                            command_init(dp);
+                                            crt(settings_text(dp));
+                                        }))
+            .output;
+    };
+    EXPECT_EQ(as_nobody(), "place=home ");
+    std::filesystem::permissions(home / ".vedrc", std::filesystem::perms(0600));
+    EXPECT_EQ(as_nobody(), "");
+}
+
 TEST_F(KeyTableTest, RefusesASequenceWithAnAttributeMark) {
     write_record("set mark_line=^Q:\\376\nset foo=\\376\nset end_line=^Q\n");
     const std::string output = table();
@@ -264,6 +313,15 @@ TEST_F(KeyTableTest, MovesStackedDataIntoTheTypeAhead) {
                                  },
                                  {"one", "two"}));
     EXPECT_EQ(ending.output, "one^Mtwo^M 1>1");
+}
+
+TEST_F(KeyTableTest, KeepsTheTableWhereOtherProgramsFindIt) {
+    const Ending ending = run_on_pipes("", command("EDIT", [](DP *dp) {
+                                           command_init(dp);
+                                           CommonBlock block("VELDA_dUtil", 100);
+                                           crt(visible_keys(block[70](1).view()), " ", block[71](1), " ", block[74]);
+                                       }));
+    EXPECT_EQ(ending.output, "^[[A 22 0");
 }
 
 TEST_F(KeyTableTest, NotesThatNoDataIsStacked) {
