@@ -154,7 +154,8 @@ TEST_F(CommandLine, TakesTheActiveListWhenTheLineHasNone) {
     const auto make_list = [](DP *) { SelectList(marks("K2^NONE")).make_default(); };
     EXPECT_EQ(parse2("CMD^MYFILE", make_list).keys, "K2 NONE");
     EXPECT_EQ(parse2("CMD^MYFILE^K3", make_list).keys, "K3");
-    EXPECT_EQ(keys_of(SelectList::take_default().cell()), "K2 NONE") << "a list that is not used stays for the next command";
+    EXPECT_EQ(keys_of(SelectList::take_default().cell()), "K2 NONE")
+        << "a list that is not used stays for the next command";
 }
 
 TEST_F(CommandLine, StopsWithoutListForTheCompilersCommandsUnderTheirEmulationSetting) {

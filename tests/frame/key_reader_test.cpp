@@ -132,6 +132,19 @@ TEST_F(KeyReader, TellsOfAnInterruptBySignal) {
     EXPECT_EQ(terminal.until(";"), "103 ");
 }
 
+TEST_F(KeyReader, TellsOfAnInterruptWithinASequenceWithWhatWasRead) {
+    for (const auto &[read, answer] :
+         {std::pair("\x1B", "103 ^["), std::pair("\x1B[", "103 ^[["), std::pair("\x04", "103 ^D")}) {
+        const std::string bytes = read;
+        const Ending ending = run_on_pipes("", command("EDIT", [=](DP *dp) {
+                                               command_init(dp);
+                                               set_type_ahead(dp, bytes);
+                                               crt(command_next(dp, 1));
+                                           }));
+        EXPECT_EQ(ending.output, answer);
+    }
+}
+
 TEST_F(KeyReader, TellsOfTheEndOfTheInput) { EXPECT_EQ(run_on_pipes("", reader(1, 0)).output, "ready;103 ;"); }
 
 }  // namespace

@@ -81,6 +81,14 @@ TEST_F(NextRecord, DropsTheQuotesOfAKeyAndKeepsALoneOne) {
               "1 MYFILE a b blank\n1 MYFILE K1 one^1\n1 MYFILE 'ab lone\n-1 MYFILE 'K2\" \n0   \n");
 }
 
+TEST_F(NextRecord, TakesAQuoteThatIsTheWholeKeyForBothOfItsQuotes) {
+    EXPECT_EQ(output_of(walk("MYFILE^'^K2")), "-1 MYFILE  \n1 MYFILE K2 two\n0   \n");
+}
+
+TEST_F(NextRecord, FindsNoRecordsWhenOnlyBlanksAreGivenAsKeys) {
+    EXPECT_EQ(output_of(walk("MYFILE", 0, "", {"   "})), "0   \n");
+}
+
 TEST_F(NextRecord, WithoutFileOperandReadsFromTheCurrentDirectory) {
     EXPECT_EQ(output_of(walk("here^gone")), "1 . here text\n-1 . gone \n0   \n");
 }
@@ -124,6 +132,19 @@ TEST_F(NextRecord, RequiresTheFirstOperandToBeAFileUnderFlagF) {
     EXPECT_EQ(output_of(walk("DICT^NOFILE^K1", 0, "F")), "-3 DICT NOFILE  \n");
     EXPECT_EQ(output_of(walk("MYFILE^K2", 0, "F")), "1 MYFILE K2 two\n0   \n");
     EXPECT_EQ(output_of(walk("NOFILE", 0, "")), "-1 . NOFILE \n0   \n");
+}
+
+TEST_F(NextRecord, WithoutOperandsAsksForKeysAlsoUnderFlagF) {
+    EXPECT_EQ(output_of(walk("", 0, "F", {"here"})), "1 . here text\n0   \n");
+}
+
+TEST_F(NextRecord, StopsWhenTheNameBehindDictIsMissing) {
+    std::filesystem::create_directory("DICT");  // what "DICT" without a name opens
+    for (const char *words : {"DICT", "dict"}) {
+        const Ending ending = run_on_pipes("", walk(words));
+        EXPECT_EQ(ending.output, "File name expected\n") << words;
+        EXPECT_EQ(ending.exit_code, 1) << words;
+    }
 }
 
 TEST_F(NextRecord, StartsAgainAfterAFileThatCouldNotBeOpened) {
@@ -297,6 +318,20 @@ TEST_F(NextRecord, LeavesTheFirstCallMarkerAtZero) {
         next(dp);
         EXPECT_EQ(utility[RecordsProcessed].str(), "0");
         EXPECT_EQ(utility[FileModeVelda].str(), "1");
+    });
+}
+
+TEST_F(NextRecord, KeepsItsCellsWhereOtherProgramsFindThem) {
+    run_command("WALK", [&](DP *dp) {
+        init(dp, "MYFILE^K1^K2");
+        next(dp);
+        CommonBlock block("VELDA_dUtil", 100);
+        EXPECT_EQ(shown(block[0].view()), "K1^K2");
+        EXPECT_EQ(block[54].str(), "0");
+        EXPECT_EQ(block[55].str(), "K2");
+        EXPECT_EQ(block[57].str(), "MYFILE");
+        EXPECT_TRUE(block[58].is_file());
+        EXPECT_EQ(block[59].str(), "1");
     });
 }
 
