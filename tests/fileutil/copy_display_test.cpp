@@ -179,6 +179,11 @@ TEST_F(CopyDisplay, ClearsTheScreenBetweenRecordsWithOptionF) {
     EXPECT_EQ(terminal.until("    K3\r\n").substr(0, clear.size()), clear);
 }
 
+TEST_F(CopyDisplay, CountsTheLinesOfEachPageOfOptionFOnTheirOwn) {
+    // Six lines in all on a screen of six; each page has three of them.
+    EXPECT_EQ(shown_on_terminal(80, 6, copy_program("COPY F K2 K3 (TF")), "    K2\n001 two\n\n    K3\n001 three\n\n");
+}
+
 TEST_F(CopyDisplay, RestoresPromptAndEchoAfterThePause) {
     put_lines("L", 9);
     const auto body = [](DP *dp) {

@@ -1,6 +1,7 @@
 // The small utilities.
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "fileutil/fileutil.h"
@@ -151,6 +152,21 @@ TEST_F(SmallUtilities, MakeDirectoryTellsWhenItCannot) {
     EXPECT_EQ(make_directory("no/parent", 0755, 0), -2);
     write_host_file("file", "no directory");
     EXPECT_EQ(make_directory("file", 0644, 0), -2);
+}
+
+TEST_F(SmallUtilities, MakeDirectoryTellsWhenTheDirectoryDoesNotTakeTheOptions) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs the superuser, to become someone else";
+    std::filesystem::permissions(directory_.path(), std::filesystem::perms::all);
+    std::filesystem::create_directory("theirs");
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t Nobody = 65534;
+        if (setgid(Nobody) != 0 || setuid(Nobody) != 0) _exit(1);
+        _exit(make_directory("theirs", 0755, 0) == -3 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 int is_symbolic_link(const std::string &path) {

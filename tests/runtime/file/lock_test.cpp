@@ -33,6 +33,13 @@ class StatementLocks : public Interleaving {
             const bool took_lock = result < 2 && (flags & VELDA_READ_LOCK);
             return took_lock && result == 1 ? "granted" : std::to_string(result) + " [" + shown(record.view()) + "]";
         }
+        std::string matread(const VAR &key, int flags) {
+            VAR matrix;
+            velda_make_matrix(&matrix, 2);
+            VLibBMATAB_VBB(dp, &matrix, velda::Argument("unchanged"));
+            const int result = VLibFNEWMATREAD_IIBBBBB(dp, flags, nullptr, &matrix, &key, &file, nullptr);
+            return std::to_string(result) + " [" + VLibBARRAY_BB(dp, &matrix, 1)->str() + "]";
+        }
         std::string write(const VAR &key, const VAR &record, int flags) {
             return VLibFNEWWRITE_IIBBBIB(dp, flags, &file, &record, &key, 0, nullptr) == 1 ? "done" : "failed";
         }
@@ -64,6 +71,8 @@ class StatementLocks : public Interleaving {
         if (verb == "read") return session.read(key, 0);
         if (verb == "lock") return session.read(key, VELDA_READ_LOCK);
         if (verb == "try") return session.read(key, VELDA_READ_LOCK_NOWAIT);
+        if (verb == "tryattribute") return session.read(key, VELDA_READ_LOCK_NOWAIT | VELDA_ONE_ATTRIBUTE);
+        if (verb == "trymatread") return session.matread(key, VELDA_READ_LOCK_NOWAIT);
         if (verb == "look") return session.read(key, VELDA_READ_REPORT_LOCK);
         if (verb == "holder") return holder(session, key);
         if (verb == "write") return session.write(key, text, 0);
@@ -139,6 +148,15 @@ TEST_F(StatementLocks, APlainReadThatReportsLocksGives2ForAMissingRecord) {
 
 TEST_F(StatementLocks, ALockingReadOfAMissingRecordKeepsTheLock) {
     run("one: lock M -> 0 [] | two: try M -> 2 [unchanged] | one: write M new | two: try M");
+}
+
+TEST_F(StatementLocks, AReadOfOneAttributeTakesTheLockLikeAnyOther) {
+    run("one: tryattribute K | two: tryattribute K -> 2 [unchanged] | one: release K | two: tryattribute K");
+}
+
+TEST_F(StatementLocks, MatreadTakesTheLockLikeAnyOther) {
+    run("one: trymatread K -> 1 [old] | two: trymatread K -> 2 [unchanged] | one: release K | "
+        "two: trymatread K -> 1 [old] | one: try K -> 2 [unchanged]");
 }
 
 TEST_F(StatementLocks, WriteReleasesTheLockUnlessToldToKeepIt) {
