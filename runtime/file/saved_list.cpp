@@ -1,5 +1,4 @@
-// saved_list.cpp - READLIST, and the lists that SAVE-LIST keeps: records of the file "savedlists" in the global
-// directory.
+// saved_list.cpp - READLIST, and the lists that SAVE-LIST keeps: records of the file lists/saved in the global directory.
 #include <cerrno>
 
 #include "runtime/base/global_directory.h"

@@ -202,6 +202,8 @@ TEST_F(Open, Bit40OfTheSecondFlagWordIsTheQFlagUnlessIgnored) {
     reinterpret_cast<VediControlBlock *>(file.text)->flags2 |= 0x40;
     EXPECT_EQ(VELDATestQFlag(dp, &file, 0), 1);
     EXPECT_EQ(VELDATestQFlag(dp, &file, 1), 0);
+    const VAR text("text");
+    EXPECT_EQ(VELDATestQFlag(dp, &text, 0), 0);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "runtime/process/system_numbers.h"
 
+#include <fcntl.h>
+#include <pty.h>
 #include <pwd.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -29,7 +32,21 @@ TEST_F(SystemNumbers, TenIsTrueWhenStackedDataWaits) {
         EXPECT_EQ(system_number(10).to_integer(), 1);
     });
 }
-TEST_F(SystemNumbers, TheUserIsTheProcessesUser) { EXPECT_EQ(system_number(1015).str(), getpwuid(getuid())->pw_name); }
+TEST_F(SystemNumbers, TheUserIsTheProcessesUser) {
+    EXPECT_EQ(system_number(1015).str(), getpwuid(getuid())->pw_name);
+    EXPECT_EQ(system_number(1007).str(), system_number(1015).str());
+}
+TEST_F(SystemNumbers, NobodyIsAskedWhereTheInputIsNoTerminal) {
+    const int input = dup(STDIN_FILENO);
+    int terminal = -1, user = -1;
+    ASSERT_EQ(openpty(&terminal, &user, nullptr, nullptr, nullptr), 0);
+    dup2(user, STDIN_FILENO);
+    EXPECT_FALSE(system_number(1043));
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    EXPECT_TRUE(system_number(1043));
+    dup2(input, STDIN_FILENO);
+    for (const int descriptor : {input, terminal, user}) close(descriptor);
+}
 TEST_F(SystemNumbers, TheAccountIsTheUserUnlessTheEnvironmentNamesOne) {
     unsetenv("VELDAACCOUNT");
     EXPECT_EQ(system_number(19).str(), system_number(1015).str());
