@@ -83,7 +83,7 @@ void journal_verify(DP *dp, const Words &words) {
     const auto source = source_operand(dp, Name, operands);
     if (!source) fail_with(std::string(Name) + ": " + source.error().message, Unreadable);
     Checker checker(*source);
-    const auto result = scan_log(dp, *source, checker);
+    const auto result = verify_log(dp, *source, checker);
     if (!result) fail_with(std::string(Name) + ": " + result.error().message, Unreadable);
     show_text(as_json ? report_as_json(*source, checker, *result) : report(*source, checker, *result));
     if (const Verdict verdict = verdict_of(*result)) exit_command(verdict);

@@ -144,7 +144,10 @@ void scan_all() {
         const auto source =
             as_set ? source_of_set(journal().dp, 1) : source_of_files(journal().dp, {journal().directory + "/a"});
         if (!source) continue;
-        require(scan_log(journal().dp, *source, visitor).ok());
+        const auto scanned = scan_log(journal().dp, *source, visitor);
+        const auto verified = verify_log(journal().dp, *source, visitor, 1);
+        require(scanned.ok() && verified.ok());
+        require(verified->records == scanned->records && verified->has_faults == scanned->has_faults);
     }
 }
 

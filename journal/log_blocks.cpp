@@ -36,34 +36,37 @@ std::int64_t BlockView::data_begin() const {
 }
 
 LogBlocks::~LogBlocks() {
-    for (AheadFile &file : files_) {
-        ahead_.forget(file);  // waits for what is being read
-        VRunFileIOClose(dp_, file.handle());
-    }
+    for (const File &file : files_) VRunFileIOClose(dp_, file.handle);
 }
 
 Result<void> LogBlocks::open() {
-    files_.reserve(source_.paths.size());  // they stay where they are: the reading thread knows them
     for (const std::string &path : source_.paths) {
         VRunFile *const handle = VRunFileIOOpen(dp_, path.c_str(), VELDA_OPEN_READ, 0);
         if (!handle) return file_error(errno, "cannot open journal file", path);
-        files_.emplace_back(handle);
+        files_.push_back({.handle = handle, .piece = std::vector<unsigned char>(std::max(PieceBytes, block_size()))});
     }
     return {};
 }
 
-const BlockView &LogBlocks::view(std::int64_t number) {
-    if (current_.number == number) return current_;
-    current_.place = place(number * block_size());
-    AheadFile &file = files_[current_.place.file];
-    std::int64_t there = 0;
+const BlockView &LogBlocks::load(std::int64_t number) {
     current_.number = number;
-    current_.bytes = ahead_.bytes_at(file, current_.place.offset, block_size(), &there);
-    if (!current_.bytes)
-        failure_ = file_error(errno, "cannot read journal file", VRunFileIOGetFullPath(dp_, file.handle()));
-    current_.size = current_.bytes ? std::min(there, block_size()) : 0;
+    current_.place = place(number * block_size());
+    File &file = files_[current_.place.file];
+    const std::int64_t offset = current_.place.offset;
+    if (offset < file.begin || offset + block_size() > file.begin + file.size) read_piece(file, offset);
+    current_.bytes = file.piece.data() + (offset - file.begin);
+    current_.size = std::min(file.begin + file.size - offset, block_size());
     current_.state = state_of(current_);
     return current_;
+}
+
+void LogBlocks::read_piece(File &file, std::int64_t offset) {
+    std::size_t got = 0;
+    const int error = VRunFileIORead(dp_, file.handle, offset, file.piece.data(), file.piece.size(), &got);
+    if (error != 0 && error != ENODATA)
+        failure_ = file_error(error, "cannot read journal file", VRunFileIOGetFullPath(dp_, file.handle));
+    file.begin = offset;
+    file.size = static_cast<std::int64_t>(got);
 }
 
 // One file of several may begin with either marker.
@@ -104,9 +107,9 @@ std::string LogBlocks::reason(const BlockView &view) const {
 
 std::int64_t LogBlocks::count() const {
     std::int64_t rows = 0;
-    for (const AheadFile &file : files_) {
+    for (const File &file : files_) {
         VRunFileStatus status{};
-        if (VRunFileIOGetStatus(dp_, file.handle(), &status) != 0) continue;
+        if (VRunFileIOGetStatus(dp_, file.handle, &status) != 0) continue;
         rows = std::max(rows, (status.size_bytes + block_size() - 1) / block_size());
     }
     return rows * static_cast<std::int64_t>(files_.size());
@@ -120,7 +123,7 @@ LogPlace LogBlocks::place(std::int64_t stream) const {
 
 void LogBlocks::forget() {
     current_ = BlockView{};
-    for (AheadFile &file : files_) ahead_.forget(file);
+    for (File &file : files_) file.size = 0;
 }
 
 }  // namespace velda::journal

@@ -14,7 +14,7 @@ class PayloadReader {
 
     std::int64_t number() {
         const std::string_view bytes = take(4);
-        return bytes.size() == 4 ? vgetint32(bytes.data()) : 0;
+        return bytes.size() == 4 ? word_at(reinterpret_cast<const unsigned char *>(bytes.data())) : 0;
     }
     std::string_view take(std::int64_t size) {
         if (size < 0 || size > static_cast<std::int64_t>(rest_.size())) {

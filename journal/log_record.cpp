@@ -150,14 +150,6 @@ RecordTexts record_texts(std::string_view area) {
     return texts;
 }
 
-RecordAreas::RecordAreas(const LogHeader &header, const unsigned char *record) {
-    if (!has_possible_sizes(header)) return;
-    const std::string_view behind_header(reinterpret_cast<const char *>(record) + RecordHeader::Bytes,
-                                         static_cast<size_t>(header.record_size - SmallestRecord));
-    strings = behind_header.substr(0, static_cast<size_t>(header.strings_size));
-    payload = behind_header.substr(strings.size());
-}
-
 LogParts::LogParts(const unsigned char *record) : LogParts(LogHeader(record), record) {}
 
 LogParts::LogParts(const LogHeader &the_header, const unsigned char *record) : header(the_header) {

@@ -62,7 +62,13 @@ inline bool has_possible_sizes(const LogHeader &header) {
 
 // The bytes between header and trailer; empty where the sizes are impossible.
 struct RecordAreas {
-    VELDA_EXPORT RecordAreas(const LogHeader &header, const unsigned char *record);
+    RecordAreas(const LogHeader &header, const unsigned char *record) {
+        if (!has_possible_sizes(header)) return;
+        const auto *const behind_header = reinterpret_cast<const char *>(record) + RecordHeader::Bytes;
+        const auto size = static_cast<size_t>(header.record_size - SmallestRecord);
+        strings = {behind_header, static_cast<size_t>(header.strings_size)};
+        payload = {behind_header + strings.size(), size - strings.size()};
+    }
     std::string_view strings, payload;
 };
 

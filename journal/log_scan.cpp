@@ -2,96 +2,41 @@
 #include "journal/log_scan.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstring>
 
-#include "journal/log_blocks.h"
 #include "journal/log_bytes.h"
+#include "journal/log_walk.h"
 
 namespace velda::journal {
 
 namespace {
-
-// A whole record; else there is none, and Scan::reason_ tells why.
-struct Attempt {
-    const unsigned char *record = nullptr;
-    std::int64_t next = 0;  // where the stream goes on
-    std::int64_t at = 0;    // where the record begins, or the fault lies
-    bool crosses = false;   // into a block that is in another file
-};
 
 bool is_complete(const LogHeader &header, const unsigned char *record) {
     return std::memcmp(record + RecordHeader::UpdateTime, record + header.record_size - RecordTrailerBytes,
                        RecordTrailerBytes) == 0;
 }
 
-class Scan {
-  public:
-    Scan(DP *dp, const LogSource &source, LogVisitor &visitor)
-        : dp_(dp), source_(source), visitor_(visitor), blocks_(dp, source) {}
+}  // namespace
 
-    Result<ScanResult> run() {
-        if (source_.block_size < SmallestLogBlock || source_.block_size > LargestLogBlock)
-            return Error{EINVAL, "the journal's block size " + std::to_string(source_.block_size) + " is not usable"};
-        if (const auto opened = blocks_.open(); !opened) return opened.error();
-        result_.blocks = blocks_.count();
-        if (source_.is_member)
-            scan_member();
-        else if (!is_unused())
-            scan_stream();
-        if (blocks_.failure()) return *blocks_.failure();
-        return result_;
-    }
+Result<void> Scan::open() {
+    if (source_.block_size < SmallestLogBlock || source_.block_size > LargestLogBlock)
+        return Error{EINVAL, "the journal's block size " + std::to_string(source_.block_size) + " is not usable"};
+    if (const auto opened = blocks_.open(); !opened) return opened.error();
+    result_.blocks = blocks_.count();
+    return {};
+}
 
-  private:
-    // A set that was emptied keeps its first block, or one that its file was made with.
-    bool is_unused() { return source_.records == 0 && blocks_.view(0).state != BlockState::Good; }
-
-    void scan_stream();
-    void scan_member();
-    void scan_member_block(std::int64_t row);
-    void check_member_number(const BlockView &view);
-    Attempt attempt(std::int64_t at);
-    Attempt failed(std::int64_t at, std::string reason);
-    Attempt failed_at_block(std::int64_t at);
-    std::int64_t gather(std::int64_t at, std::int64_t size, unsigned char *to);
-    bool tells_place(const LogHeader &header, const LogPlace &place) const;
-    bool is_possible(const LogHeader &header) const;
-    std::string why_no_record(const LogHeader &header) const;
-    bool deliver(const Attempt &whole);
-    void check_sequence(const LogHeader &header, std::int64_t at);
-    bool go_on_behind(std::int64_t &at, const Attempt &failure);
-    bool came_meanwhile(std::int64_t at);
-    std::int64_t find_record(std::int64_t from);
-    std::int64_t find_in_block(std::int64_t number, std::int64_t from);
-    void note_dirt(const BlockView &view, std::int64_t from);
-    void check_end(std::int64_t at, const Attempt &failure);
-    void fault(std::int64_t at, std::string reason);
-
-    std::int64_t block_size() const { return blocks_.block_size(); }
-    // Onto data, from the boundary in front of a block.
-    std::int64_t normal(std::int64_t at) const {
-        if (at % block_size() != 0) return at;
-        return at + static_cast<std::int64_t>(at == 0 ? FirstBlockData : BlockHeader::Bytes);
-    }
-
-    DP *dp_;
-    const LogSource &source_;
-    LogVisitor &visitor_;
-    LogBlocks blocks_;
-    ScanResult result_;
-    std::vector<unsigned char> assembled_;
-    bool is_over_ = false;
-    std::string reason_;  // of the last attempt that failed
-    // Of the records so far.
-    std::int64_t last_time_ = INT64_MIN;
-    int set_ = -1, member_file_ = -1;
-    bool ended_ = false;
-    // Of a search for the next record: faulty blocks on the way, and the first byte that is no zero.
-    std::vector<std::pair<std::int64_t, std::string>> passed_;
-    std::int64_t dirt_ = -1;
-    // Of a file alone.
-    std::int64_t last_number_ = -1, last_row_ = -1, step_ = 0;
-};
+Result<ScanResult> Scan::run(Stretches known) {
+    known_ = std::move(known);
+    if (source_.is_member)
+        scan_member();
+    else if (!is_unused())
+        scan_stream();
+    if (blocks_.failure()) return *blocks_.failure();
+    return result_;
+}
 
 void Scan::fault(std::int64_t at, std::string reason) {
     result_.has_faults = true;
@@ -106,7 +51,7 @@ Attempt Scan::failed(std::int64_t at, std::string reason) {
 }
 
 Attempt Scan::failed_at_block(std::int64_t at) {
-    return failed(at - at % block_size(), blocks_.reason(blocks_.view(at / block_size())));
+    return failed(at - blocks_.in_block(at), blocks_.reason(blocks_.view(blocks_.number_of(at))));
 }
 
 // Copies bytes of the stream that lie in several blocks, and gives the place behind them; at a block that is not good,
@@ -114,9 +59,9 @@ Attempt Scan::failed_at_block(std::int64_t at) {
 std::int64_t Scan::gather(std::int64_t at, std::int64_t size, unsigned char *to) {
     while (size > 0) {
         at = normal(at);
-        const BlockView &view = blocks_.view(at / block_size());
+        const BlockView &view = blocks_.view(blocks_.number_of(at));
         if (view.state != BlockState::Good) return -at;
-        const std::int64_t in_block = at % block_size(), part = std::min(size, block_size() - in_block);
+        const std::int64_t in_block = blocks_.in_block(at), part = std::min(size, block_size() - in_block);
         std::memcpy(to, view.bytes + in_block, static_cast<std::size_t>(part));
         to += part;
         at += part;
@@ -151,8 +96,8 @@ std::string Scan::why_no_record(const LogHeader &header) const {
 
 Attempt Scan::attempt(std::int64_t at) {
     at = normal(at);
-    const std::int64_t number = at / block_size(), in_block = at - number * block_size();
-    const BlockView &view = blocks_.view(number);
+    const std::int64_t in_block = blocks_.in_block(at);
+    const BlockView &view = blocks_.view(blocks_.number_of(at));
     if (view.state != BlockState::Good) return failed_at_block(at);
     const LogPlace place{view.place.file, view.place.offset + in_block};
     const std::int64_t left = block_size() - in_block;
@@ -211,6 +156,11 @@ bool Scan::deliver(const Attempt &whole) {
 
 void Scan::scan_stream() {
     for (std::int64_t at = 0; !is_over_ && !blocks_.failure();) {
+        if (const Stretch *const stretch = stretch_at(at)) {
+            pass(*stretch);
+            at = stretch->end;
+            continue;
+        }
         const Attempt next = attempt(at);
         if (next.record) {
             at = next.next;
@@ -364,10 +314,10 @@ void Scan::scan_member_block(std::int64_t row) {
     }
 }
 
-}  // namespace
-
 Result<ScanResult> scan_log(DP *dp, const LogSource &source, LogVisitor &visitor) {
-    return Scan(dp, source, visitor).run();
+    Scan scan(dp, source, visitor);
+    if (const auto opened = scan.open(); !opened) return opened.error();
+    return scan.run();
 }
 
 }  // namespace velda::journal

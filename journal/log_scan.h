@@ -61,6 +61,11 @@ struct ScanResult {
 // Reads the source from its start. An error only where a file cannot be opened or read.
 VELDA_EXPORT Result<ScanResult> scan_log(DP *dp, const LogSource &source, LogVisitor &visitor);
 
+// As scan_log, for who wants to know of faults: the visitor is not given every record. Several threads look at stretches
+// of so many blocks; what is not sound on its own is scanned again in its turn.
+VELDA_EXPORT Result<ScanResult> verify_log(DP *dp, const LogSource &source, LogVisitor &visitor,
+                                           std::int64_t stretch_blocks = 1024);
+
 // What is wrong with the contents of a whole record: null, or a reason.
 const char *content_fault(const LogHeader &header, const unsigned char *record);
 

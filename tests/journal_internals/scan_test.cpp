@@ -2,6 +2,7 @@
 #include "journal/log_scan.h"
 
 #include <set>
+#include <thread>
 
 #include "journal/select_parser.h"
 #include "tests/journal_internals/reading_fixture.h"
@@ -60,8 +61,27 @@ class ScanTest : public ReadingTest {
         scanned.records = collector.records;
         scanned.faults = collector.faults;
         scanned.places = collector.places;
+        expect_same_verdict_of_threads(*source, scanned);
         return scanned;
     }
+    // Whatever is scanned in these tests, several threads must come to the same end.
+    void expect_same_verdict_of_threads(const LogSource &source, const Scanned &scanned) {
+        for (const std::int64_t stretch_blocks : {1, 3, 20}) {
+            Collector collector(source);
+            const auto result = verify_log(dp, source, collector, stretch_blocks);
+            ASSERT_EQ(result ? "" : result.error().message, scanned.error);
+            EXPECT_EQ(collector.faults, scanned.faults) << "stretches of " << stretch_blocks;
+            if (!result) continue;
+            EXPECT_EQ(result->records, scanned.result.records);
+            EXPECT_EQ(result->record_bytes, scanned.result.record_bytes);
+            EXPECT_EQ(result->without_crc, scanned.result.without_crc);
+            EXPECT_EQ(result->blocks, scanned.result.blocks);
+            EXPECT_EQ(result->has_faults, scanned.result.has_faults);
+            EXPECT_EQ(result->is_damaged_inside, scanned.result.is_damaged_inside);
+            records_passed += scanned.result.records - static_cast<std::int64_t>(collector.records.size());
+        }
+    }
+    std::int64_t records_passed = 0;  // that stretches vouched for, of all scans
     Scanned scan_set(int set = 1) { return scan(source_of_set(dp, set)); }
     Scanned scan_files(const std::vector<std::string> &paths) { return scan(source_of_files(dp, paths)); }
 
@@ -118,6 +138,7 @@ TEST_F(ScanTest, EveryRecordOfASoundSetIsGivenInOrder) {
         }
         EXPECT_EQ(scan_set().records, scan_files(set.paths()).records);
     }
+    EXPECT_TRUE(records_passed > 1000 || std::thread::hardware_concurrency() < 2);
 }
 
 TEST_F(ScanTest, ASetThatWasEmptiedIsSound) {
@@ -287,6 +308,35 @@ TEST_F(Faults, FilesThatAreNone) {
     EXPECT_EQ(scan_files({system_ / "short"}).error,
               "journal file '" + (system_ / "short") + "': it has no block of a journal");
     EXPECT_EQ(scan_set(9).error, "set 9 has no files");
+}
+
+// What a record tells in its turn: at each place of some blocks, so also where a stretch of a thread begins.
+TEST_F(Faults, AreTheSameWhereAStretchBegins) {
+    constexpr int Records = 60;
+    using Change = std::function<void(BuiltRecord & record, int number, int which)>;
+    const std::vector<Change> changes = {
+        [](BuiltRecord &record, int n, int which) { record.time -= n == which ? 2 : 0; },
+        [](BuiltRecord &record, int n, int which) { record.time += n == which ? 1000 : 0; },
+        [](BuiltRecord &record, int n, int which) { record.told_set = n == which ? 5 : 1; },
+        [](BuiltRecord &record, int n, int which) { record.has_crc = n != which; },
+        [](BuiltRecord &record, int n, int which) { record.has_crc = n > which; },
+        [](BuiltRecord &record, int n, int which) { record.type = n == which ? EofType : record.type; },
+        [](BuiltRecord &record, int n, int which) { record.type = n == which ? 16 : record.type; }};
+    for (const Change &change : changes)
+        for (int which = 1; which < Records - 1; ++which) {
+            SetBuilder set = set_of(2);
+            for (int n = 0; n < Records; ++n) {
+                BuiltRecord record = write_record("FILE", "key" + std::to_string(n), std::string(200, 'd'));
+                record.time = FirstTime + n;
+                change(record, n, which);
+                set.add(record);
+            }
+            publish(set);
+            config.sets[0].recordCount = Records;
+            config.sets[0].timeLast = FirstTime + Records;
+            EXPECT_TRUE(scan_set().result.has_faults) << which;
+        }
+    EXPECT_TRUE(records_passed > 1000 || std::thread::hardware_concurrency() < 2);
 }
 
 // --- every byte -----------------------------------------------------------------------------------------------------
