@@ -9,6 +9,7 @@
 
 #include "runtime/journal/configuration.h"
 #include "runtime/journal/file_records.h"
+#include "runtime/journal/injection.h"
 #include "runtime/journal/set_change.h"
 #include "runtime/journal/under_way.h"
 #include "runtime/process/context.h"
@@ -33,7 +34,10 @@ int number_of(const Call &call, const Result<void> &result) {
 }
 
 int save(const Call &call) {
-    return msync(call.configuration.record, VELDA_LOGGER_CONFIG_BYTES, MS_SYNC) == 0 ? 0 : errno;
+    int failed = injected_failure(Step::Save);
+    if (failed == 0 && msync(call.configuration.record, VELDA_LOGGER_CONFIG_BYTES, MS_SYNC) != 0) failed = errno;
+    if (failed == 0) return 0;
+    return number_of(call, system_error(failed, "cannot save journal configuration", call.configuration.path));
 }
 
 int table_lock(const Call &call) {

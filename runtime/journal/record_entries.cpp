@@ -1,5 +1,8 @@
 // Entries of the journal that append records which are no updates of a record.
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <utility>
@@ -16,10 +19,13 @@ namespace velda::journal {
 
 namespace {
 
-// Readers tell the transactions of one process apart by nothing: one at a time.
+// Readers tell the transactions of one process apart by nothing: one at a time. A forked child is another process, and
+// has nobody who would give back the turn of its parent's sessions.
 std::mutex &transaction_turn() {
-    static auto &turn = *new std::mutex;
-    return turn;
+    static std::atomic<std::mutex *> turn{new std::mutex};
+    static const int registered = pthread_atfork(nullptr, nullptr, [] { turn.store(new std::mutex); });
+    (void)registered;
+    return *turn.load();
 }
 
 // A transaction's text stands where other records have their key, so it ends at a mark.

@@ -1,4 +1,7 @@
 // What updates leave in the journal.
+#include <atomic>
+#include <thread>
+
 #include "runtime/store/vedi.h"
 #include "tests/runtime/journal/writer_fixture.h"
 
@@ -337,8 +340,30 @@ TEST_F(UpdateRecords, TheUpdatesOfATransactionStandBetweenItsRecordsAndCarryItsF
     EXPECT_EQ(velda_logger_transaction_end(dp, nullptr), 1);
     EXPECT_EQ(summary(), (Lines{"TRANSTART order 7", "WRITE F K", "TRANSEND", "WRITE F L", "TRANSTART", "TRANSABORT"}));
     const auto found = records();
-    std::vector<int> flags;
-    for (const Walked &record : found) flags.push_back(record.flags & 1);
-    EXPECT_EQ(flags, (std::vector<int>{1, 1, 1, 0, 1, 1}));
+    std::vector<int> flags;  // 2: a device is flushed behind the record
+    for (const Walked &record : found) flags.push_back(record.flags);
+    EXPECT_EQ(flags, (std::vector<int>{1, 1, 3, 0, 1, 3}));
     for (const std::size_t n : {0u, 2u, 4u, 5u}) EXPECT_EQ(found[n].payload.size(), 17u);
+}
+
+TEST_F(UpdateRecords, AForkedChildDoesNotWaitForATransactionOfItsParentsSessions) {
+    make_set(1, 1);
+    activate();
+    std::atomic<bool> is_begun{false}, may_end{false};
+    std::thread other([&] {
+        EXPECT_EQ(velda_logger_transaction_start(velda_getdp(), nullptr, 0), 0);
+        is_begun = true;
+        while (!may_end) std::this_thread::yield();
+        EXPECT_EQ(velda_logger_transaction_end(velda_getdp(), nullptr), 0);
+    });
+    while (!is_begun) std::this_thread::yield();
+    EXPECT_EQ(in_child([] {
+                  alarm(10);
+                  if (velda_logger_transaction_start(velda_getdp(), nullptr, 0) != 0) return 1;
+                  return velda_logger_transaction_end(velda_getdp(), nullptr);
+              }),
+              0);
+    may_end = true;
+    other.join();
+    EXPECT_EQ(summary(), (Lines{"TRANSTART", "TRANSTART", "TRANSEND", "TRANSEND"}));
 }
