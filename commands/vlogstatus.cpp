@@ -196,6 +196,7 @@ Reports read_reports(DP *dp, int set) {
     reports.last_sync = velda_logger_last_sync(dp);
     reports.files = rows_of(reports.status, 3, {{3, Path}, {4, Percent}, {5, Named}, {6, Limit}});
     for (VAR &file : reports.files) {
+        if (text_at(file, Named).empty()) continue;  // it cannot be opened
         file(NamedForPeople) = time_for_people(text_at(file, Named));
         file(LimitForPeople) = text_at(file, Limit) == "-1" ? "none" : text_at(file, Limit);
     }

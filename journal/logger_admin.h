@@ -42,6 +42,19 @@ void tell(DP *dp, const char *format, const Values &...values) {
 // Maps the configuration, made if there is none. False only without a journal under MULTIAPP.
 bool define_logger(DP *dp);
 
+// The lock of a change of sets, for a scope: no other administrator switches to a set, or changes it, meanwhile. Whoever
+// may ask the operator does that before.
+class ChangeLock {
+  public:
+    explicit ChangeLock(DP *dp) : dp_(dp) { VediLoggerMisc(dp_, VELDA_LOGGER_BEGIN_CHANGE); }
+    ~ChangeLock() { VediLoggerMisc(dp_, VELDA_LOGGER_END_CHANGE); }
+    ChangeLock(const ChangeLock &) = delete;
+    ChangeLock &operator=(const ChangeLock &) = delete;
+
+  private:
+    DP *dp_;
+};
+
 // Copies a text into a field of fixed size that ends with a zero byte; what exceeds it is dropped.
 void store_path(char (&field)[VELDA_LOGGER_PATH_BYTES], const std::string &text);
 

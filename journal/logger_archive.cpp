@@ -65,6 +65,7 @@ int VELDALoggerSetArchive(DP *dp, int32_t set, int32_t file, const VAR *path, co
         tell(dp, "%s: Error number %d reading the logger configuration", errno);
         return EINVAL;
     }
+    const ChangeLock lock(dp);
     if (const int error = check_archive(dp, set, file)) return error;
     VRunFile *const opened = VRunFileIOOpen(dp, path->str().c_str(), VELDA_OPEN_READ_WRITE, 0);
     if (!opened) return errno;

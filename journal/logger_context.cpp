@@ -35,7 +35,8 @@ void LoggerSaveConfig(DP *dp) {
     config.updatedPort = static_cast<uint32_t>(VELDAGetPortNumber(dp));
     ++config.updateCount;
     VediLoggerMisc(dp, VELDA_LOGGER_PUBLISH);
-    VediLoggerMisc(dp, VELDA_LOGGER_SAVE);
+    constexpr int Failure = 2;
+    if (VediLoggerMisc(dp, VELDA_LOGGER_SAVE) != 0) VediLoggerError(dp, Failure, "%s", velda_logger_error(dp));
 }
 
 void LoggerStoreField(DP *, VAR *result, int attribute, int value, const char *format, ...) {

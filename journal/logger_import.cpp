@@ -105,6 +105,9 @@ int adopt_counters(Import &import, LogSetInfo &info) {
     const int error = VRunFileIORead(import.dp, import.files[0], 0, block, sizeof block, nullptr);
     if (error == 0) {
         std::memcpy(&info, block + FirstBlockSetInfo, AdoptedBytes);
+        // A journal that was never written itself can be read from now on.
+        uint32_t &block_size = logger_context(import.dp).config->blockSize;
+        if (block_size == 0) block_size = VELDA_LOGGER_BLOCK_BYTES;
         return 0;
     }
     tell(import.dp, "%s: Error! Unable to read header of file %s\n", import.name(1).c_str());
@@ -118,6 +121,7 @@ using namespace velda::journal;
 
 int VELDALoggerImportFile(DP *dp, int32_t set, int32_t count, const VAR *list) {
     if (!define_logger(dp)) return ENOENT;
+    const ChangeLock lock(dp);
     if (const int error = check_set_number(dp, set)) return error;
     if (const int error = check_file_number(dp, count)) return error;
     if (const int error = check_not_current(dp, set)) return error;

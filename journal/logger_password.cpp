@@ -62,8 +62,11 @@ int prompt(DP *dp, char *reply, VELDALoggerCallback callback, const char *format
     VAR line;
     errno = 0;
     const bool got = VLibFINPUT_IBBBBBIII(dp, &line, nullptr, nullptr, nullptr, nullptr, VELDA_LOGGER_REPLY_BYTES - 1,
-                                          VELDA_INPUT_NO_PROMPT, 0) != 0;
-    if (got) keep_reply(reply, line);
+                                          VELDA_INPUT_NO_PROMPT | VELDA_INPUT_NO_NEWLINE, 0) != 0;
+    if (got) {
+        VELDAprintf(dp, "\n");  // that of the operator's Enter, which the end of the input has not
+        keep_reply(reply, line);
+    }
     const int error = got ? 0 : no_reply(dp, reply);
     call(callback, dp, BehindQuestion);
     return error;

@@ -14,6 +14,8 @@ struct FileSlot {
 };
 
 int remove_file(DP *dp, const FileSlot &slot) {
+    const ChangeLock lock(dp);
+    if (const int error = check_not_current(dp, slot.set)) return error;
     LoggerResetSet(dp, slot.set, 0);
     store_path(slot.entry.path, "");
     slot.entry.createdTime = present_time();
@@ -28,6 +30,12 @@ int check_path(DP *dp, const FileSlot &slot, const std::string &path) {
     const auto is_other = [&](int set, int file) { return set != slot.set || file != slot.file; };
     if (const int error = check_no_duplicate(dp, path, is_other)) return error;
     return check_absolute(dp, path);
+}
+
+// Another administrator may have changed something since the checks, the last of which may have been a question.
+int check_again(DP *dp, const FileSlot &slot, const std::string &path) {
+    if (const int error = check_not_current(dp, slot.set)) return error;
+    return check_path(dp, slot, path);
 }
 
 // The file has its first block at once: the set is empty, and its space is known to be there.
@@ -65,10 +73,13 @@ int VELDALoggerSetFile(DP *dp, int32_t set, int32_t file, int32_t create_mode, c
 
     VRunFile *const opened = LoggerOpenFile(dp, name.c_str(), create_mode);
     if (!opened) return errno;
-    const int error = store_file(dp, slot, name, opened);
+    const ChangeLock lock(dp);
+    int error = check_again(dp, slot, name);
+    if (error == 0) {
+        error = store_file(dp, slot, name, opened);
+        LoggerSaveConfig(dp);
+    }
     VRunFileIOClose(dp, opened);
-    LoggerSaveConfig(dp);
-    if (error != 0) return error;
-    VediLoggerError(dp, 0, "File %d for log set %d changed to %s", file, set, name.c_str());
-    return 0;
+    if (error == 0) VediLoggerError(dp, 0, "File %d for log set %d changed to %s", file, set, name.c_str());
+    return error;
 }

@@ -1,6 +1,7 @@
 // The table of running duplicators inside the configuration. A slot is proven by a record lock of its owner, which
 // goes with the owner's process.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <cstddef>
@@ -52,12 +53,11 @@ DupStatusSlot *slot_of_process(VELDALoggerConfig &config, uint32_t pid) {
 }
 
 // Clears the slots whose owners are dead: their locks can be had. A session of the owner's own process has the lock
-// already and would have it again, so the caller's own slots are left out.
-void purge(DP *dp, LoggerContext &context) {
-    const auto own_pid = static_cast<uint32_t>(VELDAgetpid(dp));
+// already and would have it again, so the slots of one process are spared.
+void purge(DP *dp, LoggerContext &context, uint32_t spared) {
     for (DupStatusSlot &slot : context.config->dupSlots) {
         const uint32_t pid = slot.pid;
-        if (pid == 0 || pid == own_pid || slot_lock(dp, context.configHandle, pid, TestLock) != 0) continue;
+        if (pid == 0 || pid == spared || slot_lock(dp, context.configHandle, pid, TestLock) != 0) continue;
         {
             const TableLock lock(dp);
             if (slot.pid == pid) slot = {};
@@ -74,6 +74,16 @@ DupStatusSlot *take_free_slot(DP *dp, VELDALoggerConfig &config) {
     slot->startTime = static_cast<uint64_t>(present_time());
     slot->pid = static_cast<uint32_t>(VELDAgetpid(dp));
     return slot;
+}
+
+// The slot that this process has taken last, and its number: a forked child has none of its parent's. Any other slot
+// with the process's number was left by a dead process which had the number before.
+std::atomic<const DupStatusSlot *> taken{nullptr};
+std::atomic<uint32_t> taken_by{0};
+
+DupStatusSlot *own_slot(VELDALoggerConfig &config, uint32_t pid) {
+    DupStatusSlot *const slot = slot_of_process(config, pid);
+    return slot && taken == slot && taken_by == pid ? slot : nullptr;
 }
 
 enum class SlotShown { Integer, Long, Text };
@@ -117,19 +127,24 @@ using namespace velda::journal;
 DupStatusSlot *VELDALoggerStatusAllocate(DP *dp) {
     LoggerContext &context = logger_context(dp);
     if (!open_configuration(dp, context)) return nullptr;
-    VELDALoggerConfig &config = *context.config;
-    if (DupStatusSlot *const own = slot_of_process(config, static_cast<uint32_t>(VELDAgetpid(dp)))) return own;
-    purge(dp, context);
-    // The lock comes before the slot: a purge by another process never finds a slot of the living without it.
     const auto pid = static_cast<uint32_t>(VELDAgetpid(dp));
+    if (DupStatusSlot *const own = own_slot(*context.config, pid)) {
+        slot_lock(dp, context.configHandle, pid, TestLock);  // had already, unless the session that took the slot ended
+        return own;
+    }
+    constexpr uint32_t Nobody = 0;
+    purge(dp, context, Nobody);
+    // The lock comes before the slot: a purge by another process never finds a slot of the living without it.
     slot_lock(dp, context.configHandle, pid, TakeLock);
-    DupStatusSlot *const slot = take_free_slot(dp, config);
+    DupStatusSlot *const slot = take_free_slot(dp, *context.config);
     if (!slot) {
         slot_lock(dp, context.configHandle, pid, ReleaseLock);
         VELDAfprintf(dp, stderr, "Error! No free slots, all %d entries taken\n", VELDA_LOGGER_DUP_SLOTS);
         errno = ENOENT;
         return nullptr;
     }
+    taken = slot;
+    taken_by = pid;
     return slot;
 }
 
@@ -151,7 +166,7 @@ int VELDALoggerStatusRead(DP *dp, VAR *result) {
     LoggerContext &context = logger_context(dp);
     result->clear();
     if (!open_configuration(dp, context)) return 0;
-    purge(dp, context);
+    purge(dp, context, static_cast<uint32_t>(VELDAgetpid(dp)));
     int value = 0;
     for (const DupStatusSlot &slot : context.config->dupSlots) {
         if (slot.pid == 0) continue;

@@ -41,10 +41,18 @@ int chosen_set(DP *dp, const VELDALoggerConfig &config, int choice) {
 
 void log_change(DP *dp, int set) { VediLoggerError(dp, 0, "Log set changed to %d", set); }
 
+// A set that cannot be ended, since its file is gone, is left all the same: the switch is the way out.
+void close_set(DP *dp, const VELDALoggerConfig &config) {
+    constexpr int Failure = 2;
+    if (VediLoggerMisc(dp, VELDA_LOGGER_CLOSE_SET) != 0)
+        VediLoggerError(dp, Failure, "Log set %d is left without its end: %s", static_cast<int>(config.currentSet),
+                        velda_logger_error(dp));
+}
+
 int switch_off(DP *dp, VELDALoggerConfig &config) {
     VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE);
     velda_logger_hold_writers(dp);
-    VediLoggerMisc(dp, VELDA_LOGGER_CLOSE_SET);
+    close_set(dp, config);
     velda_logger_release_writers(dp);
     VELDALoggerChangeStatus(dp, VELDA_LOGGER_INACTIVE);
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_TAKE);
@@ -69,7 +77,7 @@ void store_switch(DP *dp, VELDALoggerConfig &config, int set, int64_t now) {
 void switch_to(DP *dp, VELDALoggerConfig &config, int set) {
     velda_logger_hold_writers(dp);
     VediLoggerMisc(dp, VELDA_LOGGER_PUBLISH);
-    VediLoggerMisc(dp, VELDA_LOGGER_CLOSE_SET);
+    close_set(dp, config);
     VediLoggerMisc(dp, VELDA_LOGGER_TABLE_LOCK, VELDA_LOGGER_TAKE);
     const int64_t now = velda_logger_next_time(dp);
     store_switch(dp, config, set, now);
@@ -132,6 +140,7 @@ int VELDALoggerTruncateLog(DP *dp, int32_t set) {
     if (!define_logger(dp)) return ENOENT;
     const VELDALoggerConfig &config = *logger_context(dp).config;
     if (const int error = LoggerCheckSet(dp, set, false)) return error;
+    const ChangeLock lock(dp);
     if (config.currentSet == static_cast<uint32_t>(set) && config.status != VELDA_LOGGER_INACTIVE) {
         VELDAfprintf(dp, stderr, "Error! Cannot truncate an active log set\n");
         return EINVAL;

@@ -142,9 +142,38 @@ TEST_F(JournalCommands, TheReportForPeopleHasTimesSwitchesAndLimitsInWords) {
 TEST_F(JournalCommands, TheTimeSinceTheLastSyncIsKnownAfterOne) {
     make_set("1");
     ASSERT_EQ(velda({"vlogadmin", "switch", "1"}).code, 0);
-    const std::string metrics = velda({"vlogstatus", "--metrics"}).output;
-    const bool has_synced = !contains(metrics, "velda_journal_last_sync_seconds 0\n");
-    EXPECT_EQ(contains(metrics, "velda_journal_since_sync_seconds "), has_synced) << metrics;
+    ASSERT_EQ(velda({"vlogadmin", "status", "active"}).code, 0);
+    const std::string before = velda({"vlogstatus", "--metrics"}).output;
+    EXPECT_TRUE(contains(before, "velda_journal_last_sync_seconds 0\n")) << before;
+    EXPECT_FALSE(contains(before, "velda_journal_since_sync_seconds ")) << before;
+    ASSERT_EQ(velda({"CREATE-FILE", "F"}).code, 0);  // its process syncs at its end: none was made yet
+    const std::string behind = velda({"vlogstatus", "--metrics"}).output;
+    EXPECT_FALSE(contains(behind, "velda_journal_last_sync_seconds 0\n")) << behind;
+    EXPECT_TRUE(contains(behind, "velda_journal_since_sync_seconds ")) << behind;
+}
+
+TEST_F(JournalCommands, AFileThatCannotBeOpenedHasOnlyItsPath) {
+    make_set("1");
+    std::filesystem::remove(system_ / "set1");
+    EXPECT_TRUE(contains(velda({"vlogstatus", "1"}).output, "\n" + (system_ / "set1") + "\n"))
+        << velda({"vlogstatus", "1"}).output;
+    EXPECT_TRUE(contains(velda({"vlogstatus", "1", "--json"}).output,
+                         "\"percent_used\": null, \"created_time\": null, \"max_size\": null}"));
+    EXPECT_FALSE(contains(velda({"vlogstatus", "--metrics"}).output, "file_used_percent{"));
+}
+
+TEST_F(JournalCommands, AnImportedSetCanBeReadInAJournalThatWasNeverWritten) {
+    make_set("1");
+    ASSERT_EQ(velda({"vlogadmin", "switch", "1"}).code, 0);
+    ASSERT_EQ(velda({"vlogadmin", "status", "active"}).code, 0);
+    ASSERT_EQ(velda({"CREATE-FILE", "F"}).code, 0);
+    ASSERT_EQ(velda({"vlogadmin", "switch", "none"}).code, 0);
+    const std::string dumped = velda({"vlogdump", "1"}).output;
+    std::filesystem::remove_all(system_ / "config");
+    ASSERT_EQ(velda({"vlogadmin", "import", "3", system_ / "set1"}).code, 0);
+    EXPECT_TRUE(contains(dumped, " CREATEFILE "));
+    EXPECT_EQ(velda({"vlogdump", "3"}).output, dumped);
+    EXPECT_EQ(velda({"vlogverify", "3"}).code, 0);
 }
 
 TEST_F(JournalCommands, MetricsHaveHelpTypeAndSamples) {

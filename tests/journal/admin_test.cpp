@@ -68,6 +68,8 @@ TEST_F(Admin, AStatusIsStoredSavedAndLogged) {
     EXPECT_EQ(config.status, 1u);
     EXPECT_EQ(config.updateCount, count + 1);
     EXPECT_EQ(config.updatedPort, static_cast<uint32_t>(VELDAGetPortNumber(dp)));
+    EXPECT_EQ(std::string(config.updatedUser), velda::system_number(1015).str());
+    EXPECT_NEAR(static_cast<double>(config.updatedTime), static_cast<double>(time(nullptr)), 2);
     EXPECT_EQ(change_status(2), 0);
     EXPECT_EQ(change_status(0), 0);
     EXPECT_EQ(
@@ -103,16 +105,22 @@ TEST_F(Admin, ASwitchEmptiesTheSetAndKeepsTheStatus) {
     LogSetInfo &set = config.sets[1];
     set.setState = 1, set.recordCount = 9, set.currentFile = 1, set.fileOffset = 4096, set.archivedTime = 3;
     std::memset(config.statistics, 1, sizeof config.statistics);
+    std::memset(set.archiveLocation, 'l', sizeof set.archiveLocation);
+    config.switchedPort = 999, std::strcpy(config.switchedUser, "before");
     std::filesystem::resize_file(system_ / "set2", 40960);
     EXPECT_EQ(swap(2), 0);
     EXPECT_EQ(config.currentSet, 2u);
     EXPECT_EQ(config.status, 1u);
     EXPECT_EQ(config.lastCheckpoint, -1);
+    EXPECT_EQ(config.switchedPort, static_cast<uint32_t>(VELDAGetPortNumber(dp)));
+    EXPECT_EQ(std::string(config.switchedUser), velda::system_number(1015).str());
     EXPECT_EQ(set.setState, 0u);
     EXPECT_EQ(set.recordCount, 0);
     EXPECT_EQ(set.currentFile, 0u);
     EXPECT_EQ(set.fileOffset, 0);
     EXPECT_EQ(set.archivedTime, 0);
+    // Deliberately no more of it is cleared.
+    EXPECT_EQ(std::string(set.archiveLocation, 192), std::string(191, 'l') + '\0');
     EXPECT_EQ(set.blockPosition, 4096u);
     EXPECT_EQ(config.blockSize, 4096u);
     EXPECT_EQ(set.timeFirst, static_cast<int64_t>(config.switchedTime));
@@ -183,6 +191,7 @@ TEST_F(Admin, AnUnusableSetIsNotSwitchedTo) {
     EXPECT_EQ(said, "vlogadmin: Error! Invalid value for set number, should be in range 1 to 16\n");
     EXPECT_EQ(swap(6), 2);
     EXPECT_EQ(said, "vlogadmin: Error! No files configured for set number 6\n");
+    EXPECT_EQ(swap(-3), 22);
     EXPECT_EQ(config.currentSet, 0u);
 }
 
@@ -257,6 +266,77 @@ TEST_F(Admin, ASetThatIsLeftEndsWithItsEofRecord) {
     EXPECT_EQ(config.sets[0].recordCount, 0);
 }
 
+TEST_F(Admin, ASetWhoseFileIsGoneIsLeftAndTheLogSaysThatItHasNoEnd) {
+    make_set(1);
+    make_set(2);
+    swap(1);
+    change_status(1);
+    logged();
+    std::filesystem::remove(system_ / "set1");
+    ASSERT_EQ(swap(2), 0);
+    EXPECT_EQ(config.currentSet, 2u);
+    EXPECT_EQ(config.status, 1u);
+    const std::string log = logged();
+    EXPECT_NE(log.find(" severity 2: Log set 1 is left without its end: cannot find journal file '" +
+                       (system_ / "set1") + "': No such file or directory|Log set changed to 2"),
+              std::string::npos)
+        << log;
+}
+
+TEST_F(Admin, ASetWhoseFileIsGoneIsNotSwitchedTo) {
+    make_set(2);
+    std::filesystem::remove(system_ / "set2");
+    const auto ending =
+        velda::test::run_on_pipes("n\n", [](DP *session) { velda::exit_command(VELDALoggerSwapLog(session, 2)); });
+    EXPECT_EQ(ending.exit_code, 2);
+    EXPECT_EQ(config.currentSet, 0u);
+}
+
+// --- one administrator at a time -----------------------------------------------------------------------------------
+
+// While somebody changes the sets, another's operation waits, and then finds the set to be the current one.
+TEST_F(Admin, ASetThatBecomesCurrentMeanwhileIsLeftAlone) {
+    make_set(2);
+    const std::string path = system_ / "set2", log = block_file("log", FirstBlockMarker, 777);
+    const std::function<int(DP *)> operations[] = {
+        [](DP *session) { return VELDALoggerTruncateLog(session, 2); },
+        [&](DP *session) {
+            const VAR name(system_ / "more");
+            return VELDALoggerSetFile(session, 2, 2, 1, &name);
+        },
+        [](DP *session) {
+            const VAR none("");
+            return VELDALoggerSetFile(session, 2, 1, 0, &none);
+        },
+        [&](DP *session) {
+            const VAR name(path), location("vault");
+            return VELDALoggerSetArchive(session, 2, 1, &name, &location);
+        },
+        [&](DP *session) {
+            const VAR list(log);
+            return VELDALoggerImportFile(session, 2, 1, &list);
+        },
+    };
+    for (const auto &operation : operations) {
+        config.currentSet = 0, config.status = 0;
+        ASSERT_EQ(VediLoggerMisc(dp, VELDA_LOGGER_BEGIN_CHANGE), 0);
+        const pid_t child = fork();
+        if (child == 0) _exit(operation(velda_getdp()));
+        usleep(100'000);
+        config.sets[1].recordCount = 9, config.sets[1].timeFirst = 500;
+        config.currentSet = 2, config.status = 1;
+        VediLoggerMisc(dp, VELDA_LOGGER_END_CHANGE);
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(WEXITSTATUS(status), 22);
+        EXPECT_EQ(config.sets[1].recordCount, 9);
+        EXPECT_EQ(config.sets[1].timeFirst, 500);
+        EXPECT_EQ(config.sets[1].archivedTime, 0);
+        EXPECT_EQ(std::string(config.sets[1].files[0].path), path);
+        EXPECT_STREQ(config.sets[1].files[1].path, "");
+    }
+}
+
 // --- truncation ----------------------------------------------------------------------------------------------------
 
 TEST_F(Admin, ASetIsTruncated) {
@@ -294,8 +374,16 @@ TEST_F(Admin, AFileIsNamedMadeAndGivenItsFirstBlock) {
 
 TEST_F(Admin, AnEmptyPathRemovesTheFile) {
     make_set(4);
+    LogFileEntry &entry = config.sets[3].files[0];
+    entry.createdTime = 5, config.sets[3].recordCount = 9;
+    std::filesystem::resize_file(system_ / "set4", 40960);
     EXPECT_EQ(set_file(4, 1, ""), 0);
-    EXPECT_EQ(std::string(config.sets[3].files[0].path, 192), std::string(192, '\0'));
+    EXPECT_EQ(std::string(entry.path, 192), std::string(192, '\0'));
+    EXPECT_NEAR(static_cast<double>(entry.createdTime), static_cast<double>(time(nullptr)), 2);
+    EXPECT_EQ(entry.maxSize, -1);
+    EXPECT_EQ(config.sets[3].recordCount, 0) << "the set is emptied";
+    EXPECT_EQ(config.sets[3].timeFirst, 0);
+    EXPECT_EQ(std::filesystem::file_size(system_ / "set4"), 4096u) << "while the file was still its own";
     EXPECT_EQ(logged(), "File 1 for log set 4 REMOVED");
     EXPECT_TRUE(std::filesystem::exists(system_ / "set4"));
 }
@@ -358,6 +446,27 @@ TEST_F(Admin, WithoutLeaveNoFileIsMade) {
     EXPECT_STREQ(config.sets[0].files[0].path, "");
 }
 
+TEST_F(Admin, InADirectoryThatMayNotBeWrittenNoFileIsMadeAndTheSetStays) {
+    make_set(4);
+    config.sets[3].recordCount = 9;
+    const std::string directory = system_ / "closed", path = directory + "/log";
+    std::filesystem::create_directory(directory);
+    std::filesystem::permissions(directory, std::filesystem::perms(0555));
+    for (const char *const open_to_all : {"", "config", "config/vediLoggerConfig", "config/vediLoggerTransLock"})
+        std::filesystem::permissions(system_ / open_to_all, std::filesystem::perms(0777));
+    const pid_t child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
+        const int error = set_file(4, 2, path);
+        _exit(error == EACCES && said == path + ": Permission denied\n" ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_STREQ(config.sets[3].files[1].path, "");
+    EXPECT_EQ(config.sets[3].recordCount, 9);
+}
+
 TEST_F(Admin, TheOperatorIsAskedBeforeAFileIsMade) {
     for (const auto &[reply, made] : {std::pair("n", false), {"yes", false}, {"y", true}}) {
         const std::string path = system_ / "log";
@@ -396,6 +505,29 @@ TEST_F(Admin, APromptCallsBackBeforeAndBehindTheQuestion) {
     terminal.until("<8>");
     terminal.until("[0:abc]");
     EXPECT_EQ(terminal.exit_code(), 0);
+}
+
+TEST_F(Admin, AtTheEndOfTheInputTheReplyIsEmptyAndTheErrorIsTold) {
+    velda::test::OnTerminal terminal([](DP *session) {
+        char reply[VELDA_LOGGER_REPLY_BYTES] = "old";
+        const int error = VELDALoggerPromptReply(session, reply, print_event, "Number? ");
+        VELDAprintf(session, "[%d:%s]\n", error, reply);
+    });
+    terminal.prompted("Number? ");
+    terminal.type("\x04");
+    EXPECT_EQ(terminal.until("[0:]"), "\r\n\r\nError number 0 reading from stdin\r\n<8>");
+    EXPECT_EQ(terminal.exit_code(), 0);
+}
+
+TEST_F(Admin, AReplyHas1023BytesAtMost) {
+    velda::test::OnTerminal terminal([](DP *session) {
+        char reply[VELDA_LOGGER_REPLY_BYTES];
+        const int error = VELDALoggerPrompt(session, reply, "Text? ");
+        VELDAprintf(session, "[%d:%zu]\n", error, std::strlen(reply));
+    });
+    terminal.prompted("Text? ");
+    terminal.type(std::string(1100, 't') + "\n");
+    terminal.until("[0:1023]");
 }
 
 // --- archive -----------------------------------------------------------------------------------------------------
@@ -469,6 +601,19 @@ TEST_F(Admin, FilesAreImportedWithTimesAndCountersOfTheFirst) {
     EXPECT_EQ(logged(), "vlogadmin: 3 files imported to log set 6");
 }
 
+TEST_F(Admin, FilesThatTheSetHasAlreadyAreNoDuplicates) {
+    const auto a = block_file("a", FirstBlockMarker, 777);
+    EXPECT_EQ(import(6, {a}), 0) << said;
+    EXPECT_EQ(import(6, {a}), 0) << said;
+}
+
+TEST_F(Admin, AnImportIntoAJournalThatWasNeverWrittenLetsItBeRead) {
+    const auto a = block_file("a", FirstBlockMarker, 777);
+    ASSERT_EQ(config.blockSize, 0u);
+    EXPECT_EQ(import(6, {a}), 0) << said;
+    EXPECT_EQ(config.blockSize, 4096u);
+}
+
 TEST_F(Admin, ASecondFileOfAnotherUseOfTheSetIsRefused) {
     const auto a = block_file("a", FirstBlockMarker, 777), b = block_file("b", BlockMarker, 778);
     EXPECT_EQ(import(6, {a, b}), 22);
@@ -539,6 +684,10 @@ TEST_F(Admin, ThresholdsBelowOneStayAndAllThreeAreLogged) {
               "Log file warning threshold set to 70 initial percentage|"
               "     thereafter every additional 5 percent or 300 seconds");
     EXPECT_EQ(config.warnStepPercent, 5u);
+    EXPECT_EQ(VELDALoggerSetThreshold(dp, 80, -1, 60), 0);
+    EXPECT_EQ(config.warnInitialPercent, 80u);
+    EXPECT_EQ(config.warnStepPercent, 5u);
+    EXPECT_EQ(config.warnStepSeconds, 60u);
 }
 
 TEST_F(Admin, FlagsAreStoredAndLogged) {

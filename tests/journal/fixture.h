@@ -42,7 +42,7 @@ class LoggerTest : public ::testing::Test {
             int result = -99;
         } run{operation};
         ::testing::internal::CaptureStderr();
-        velda_run(
+        exit_code = velda_run(
             dp, "vlogadmin test",
             [](DP *, void *argument) {
                 auto &the_run = *static_cast<Run *>(argument);
@@ -87,6 +87,7 @@ class LoggerTest : public ::testing::Test {
     ScratchSystem system_;
     ScratchSession dp;
     std::string said;
+    int exit_code = -1;  // of the last command
 
   private:
     std::size_t log_read_ = 0;

@@ -1,5 +1,6 @@
 // Configuration, reports and duplicator slots.
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <csignal>
@@ -12,13 +13,16 @@
 using velda::test::LoggerTest;
 
 static int space_queries = 0;
+static bool space_is_unknown = false;
 
 // Stands before the runtime's own entry, counts, and calls it.
 extern "C" VELDA_EXPORT int VediBaseCheckFileSizePath(DP *dp, const char *path, uint64_t *total, uint64_t *available) {
     ++space_queries;
     static const auto real =
         reinterpret_cast<decltype(&VediBaseCheckFileSizePath)>(dlsym(RTLD_NEXT, "VediBaseCheckFileSizePath"));
-    return real(dp, path, total, available);
+    const int error = real(dp, path, total, available);
+    if (space_is_unknown) *total = *available = 0;
+    return error;
 }
 
 namespace {
@@ -125,6 +129,45 @@ TEST_F(Definition, TheFirstCallMakesTheThreeFilesBelowTheGlobalDirectory) {
     EXPECT_TRUE(std::filesystem::exists(system_ / "config/vediLoggerTransLock"));
 }
 
+TEST_F(Definition, AnyoneMayUseTheFiles) {
+    const mode_t before = umask(0);
+    defined();
+    umask(before);
+    for (const char *const name : {"config/vediLoggerConfig", "config/vediLoggerTransLock"})
+        EXPECT_EQ(std::filesystem::status(system_ / name).permissions(), std::filesystem::perms(0666)) << name;
+}
+
+TEST_F(Definition, TheAdministrationLogBeginsEmpty) {
+    std::filesystem::create_directory(system_ / "config");
+    std::ofstream(system_ / "config/vediLoggerAdminLog") << "of a configuration before\n";
+    defined();
+    EXPECT_EQ(content(system_ / "config/vediLoggerAdminLog"), "");
+}
+
+TEST_F(Definition, WithoutItsLockFileTheCommandEnds) {
+    std::filesystem::create_directories(system_ / "config/vediLoggerTransLock");
+    EXPECT_EQ(admin([&] { return VELDALoggerGetDefinition(dp); }), -99) << "it did not return";
+    EXPECT_EQ(exit_code, 1);
+    EXPECT_EQ(said, "Transaction Lock File Init: Is a directory\n");
+}
+
+TEST_F(Definition, InADirectoryThatMayNotBeWrittenTheCommandEnds) {
+    std::filesystem::create_directory(system_ / "config");
+    std::filesystem::permissions(system_ / "config", std::filesystem::perms(0555));
+    std::filesystem::permissions(system_.path(), std::filesystem::perms(0755));
+    const pid_t child = fork();
+    if (child == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(2);
+        const bool returned = admin([&] { return VELDALoggerGetDefinition(dp); }) != -99;
+        _exit(!returned && exit_code == 1 && said == "Transaction Lock File Init: Permission denied\n" ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(system_ / "config"));
+    std::filesystem::permissions(system_ / "config", std::filesystem::perms(0755));
+}
+
 TEST_F(Definition, TheFilesLieBelowTheDirectoryThatTheEnvironmentNames) {
     std::filesystem::create_directory(system_ / "other");
     setenv("VBCLOGCONFDIR", (system_ / "other").c_str(), 1);
@@ -152,6 +195,7 @@ TEST_F(Definition, ANewRecordHasItsDefaults) {
     EXPECT_EQ(std::string(config.createdUser), user);
     EXPECT_EQ(config.updatedTime, ~uint64_t{0});
     EXPECT_EQ(config.updatedPort, 0u);
+    EXPECT_STREQ(config.updatedUser, "");
     EXPECT_EQ(config.status, 0u);
     EXPECT_EQ(config.warnInitialPercent, 70u);
     EXPECT_EQ(config.warnStepPercent, 1u);
@@ -159,14 +203,18 @@ TEST_F(Definition, ANewRecordHasItsDefaults) {
     EXPECT_EQ(config.syncSeconds, 10u);
     EXPECT_EQ(config.currentSet, 0u);
     EXPECT_EQ(config.switchedTime, config.createdTime);
+    EXPECT_EQ(config.switchedPort, config.createdPort);
     EXPECT_EQ(std::string(config.switchedUser), user);
     EXPECT_EQ(config.activatedTime, static_cast<uint32_t>(config.createdTime));
     EXPECT_EQ(config.checkpointMinutes, 10u);
+    EXPECT_EQ(config.extendedRecords, 0u);
+    EXPECT_EQ(config.reportField32, 0u);
     EXPECT_EQ(config.encryptedRecords, 0u);
     EXPECT_EQ(config.syncTransactions, 1u);
     EXPECT_EQ(config.lastCheckpoint, -1);
     EXPECT_EQ(config.password[0], 0);
-    EXPECT_EQ(config.sets[15].timeFirst, 0);
+    const auto *const bytes = reinterpret_cast<const char *>(&config);
+    EXPECT_EQ(std::string(bytes + 980, 79464 - 980), std::string(79464 - 980, '\0')) << "slots, names, sets";
 }
 
 TEST_F(Definition, AnExistingConfigurationIsKept) {
@@ -198,6 +246,7 @@ TEST_F(Definition, ADamagedConfigurationEndsTheCommand) {
     std::filesystem::create_directory(system_ / "config");
     std::ofstream(system_ / "config/vediLoggerConfig") << std::string(79464, 'x');
     EXPECT_EQ(admin([&] { return VELDALoggerGetDefinition(dp); }), -99) << "it did not return";
+    EXPECT_EQ(exit_code, 1);
     EXPECT_NE(said.find("Logger Init"), std::string::npos);
     EXPECT_NE(said.find("does not begin with VBC__LOG"), std::string::npos);
 }
@@ -320,6 +369,15 @@ TEST_F(Status, AFileThatCannotBeOpenedHasOnlyItsPath) {
     EXPECT_EQ(at(report, 4) + at(report, 5) + at(report, 6), "");
 }
 
+TEST_F(Status, ADeviceOfUnknownSpaceIsAtZero) {
+    name_file(1, 1, system_ / "a");
+    space_is_unknown = true;
+    EXPECT_EQ(at(status(1), 4), "0");
+    space_is_unknown = false;
+}
+
+TEST_F(Status, BeforeTheFirstSaveItsTimeIsMinusOne) { EXPECT_EQ(at(status(1), 15), "-1"); }
+
 TEST_F(Status, TheSizeFollowsFromTheStriping) {
     name_file(1, 1, system_ / "a");
     name_file(1, 2, system_ / "b");
@@ -360,6 +418,25 @@ TEST_F(SetStats, ReportAFileThatIsNotConfigured) {
     EXPECT_EQ(shown(report.view()), "100^200^1^7^4294967302^/log/a^1^vault");
 }
 
+TEST_F(SetStats, ASetWithoutALastTimeHasThePresentOne) {
+    LogSetInfo info = {};
+    info.timeFirst = 100;
+    EXPECT_EQ(stats(log_file(info)), 0);
+    EXPECT_NEAR(std::stod(at(report, 2)), static_cast<double>(time(nullptr)), 2);
+}
+
+TEST_F(SetStats, EachNamedFileIsAValueAndCountsInTheSize) {
+    config.blockSize = 4096;
+    LogSetInfo info = {};
+    info.fileOffset = 8192, info.currentFile = 2, info.blockPosition = 100;
+    std::strcpy(info.files[0].path, "/log/a");
+    std::strcpy(info.files[4].path, "/log/b");
+    EXPECT_EQ(stats(log_file(info)), 0);
+    EXPECT_EQ(at(report, 3), "2");
+    EXPECT_EQ(at(report, 5), "20580");
+    EXPECT_EQ(shown(at(report, 6)), "/log/a]/log/b");
+}
+
 TEST_F(SetStats, AMissingFileGivesOneSilently) {
     EXPECT_EQ(stats(system_ / "absent"), 1);
     EXPECT_EQ(said, "");
@@ -390,6 +467,44 @@ TEST_F(Slots, ASlotIsTheCallersUntilItIsDeleted) {
     EXPECT_EQ(VELDALoggerStatusAllocate(dp), slot) << "a second call gives the same";
     EXPECT_EQ(VELDALoggerStatusDelete(dp), 0);
     EXPECT_EQ(used(), 0);
+}
+
+TEST_F(Slots, EverySlotOfTheCallerIsDeleted) {
+    VELDALoggerStatusAllocate(dp);
+    config.dupSlots[5].pid = static_cast<uint32_t>(getpid());
+    config.dupSlots[5].outputErrors = 3;
+    config.dupSlots[6].pid = 1;
+    EXPECT_EQ(VELDALoggerStatusDelete(dp), 0);
+    EXPECT_EQ(used(), 1);
+    EXPECT_EQ(config.dupSlots[5].outputErrors, 0u);
+}
+
+TEST_F(LoggerTest, WithoutAJournalThereAreNoSlots) {
+    VAR report = "old";
+    EXPECT_EQ(VELDALoggerStatusAllocate(dp), nullptr);
+    EXPECT_EQ(VELDALoggerStatusDelete(dp), 0);
+    EXPECT_EQ(VELDALoggerStatusRead(dp, &report), 0);
+    EXPECT_EQ(report.str(), "");
+    EXPECT_EQ(VELDALoggerStatusCountDatabase(dp), 0);
+    EXPECT_EQ(VELDALoggerCheckSetFile(dp, 1), 0);
+    EXPECT_FALSE(std::filesystem::exists(system_ / "config"));
+}
+
+// The number of a process comes again, soon so in a container.
+TEST_F(Slots, ASlotOfADeadProcessThatHadTheCallersNumberIsNotTheCallers) {
+    DupStatusSlot &left = config.dupSlots[0];
+    left.pid = static_cast<uint32_t>(getpid()), left.killerPid = 7, left.inputRecords = 99;
+    const DupStatusSlot *const slot = VELDALoggerStatusAllocate(dp);
+    ASSERT_NE(slot, nullptr);
+    EXPECT_EQ(slot->killerPid, 0u);
+    EXPECT_EQ(slot->inputRecords, 0u);
+    EXPECT_EQ(used(), 1);
+    const Duplicator other([](DP *session) {
+        VAR report;
+        VELDALoggerStatusRead(session, &report);
+        return !report.empty();
+    });
+    EXPECT_TRUE(other.succeeded) << "its lock is held";
 }
 
 TEST_F(Slots, AfterADeleteTheOwnersLockIsStillHeld) {
@@ -454,6 +569,17 @@ TEST_F(Slots, EachFieldOfASlotHasItsAttribute) {
     EXPECT_EQ(shown(read_slots().view()), pid + "^2^" + port +
                                               "^READING^^^^^^set=1^11^12^13^14^15^^^^^set=database^21^1099511627776^23^"
                                               "24^25");
+}
+
+TEST_F(Slots, TheSlotsInUseAreCountedFromOne) {
+    Duplicator first(allocate);
+    const Duplicator second(allocate);
+    first.end();
+    VELDALoggerStatusAllocate(dp);  // takes the place of the first
+    VELDALoggerStatusDelete(dp);
+    const VAR report = read_slots();
+    EXPECT_EQ(at(report, 1), std::to_string(second.process));
+    EXPECT_EQ(at(report, 1, 1), std::to_string(second.process)) << "though it is in the second slot";
 }
 
 TEST_F(Slots, OnlyDuplicatorsThatWriteToTheDatabaseAreCounted) {
