@@ -269,10 +269,12 @@ TEST_F(Record, AStampOutsideOfTheSetIsLoggedAndAbsent) {
     logged();
     EXPECT_EQ(bytes_or_error(first), "error 2");
     char expected[200];
-    std::snprintf(expected, sizeof expected, "Record time update is %x", static_cast<unsigned>(FirstTime + 10));
-    const std::string said_in_log = logged();
-    EXPECT_EQ(said_in_log.substr(0, 55), "Time update is now outside of start and end of logset |");
-    EXPECT_NE(said_in_log.find(expected), std::string::npos) << said_in_log;
+    std::snprintf(expected, sizeof expected,
+                  "Time update is now outside of start and end of logset | Record time update is %x| Set time.first is "
+                  "%x|  Set time last is %x| ",
+                  static_cast<unsigned>(FirstTime + 10), static_cast<unsigned>(FirstTime),
+                  static_cast<unsigned>(FirstTime + 9));
+    EXPECT_EQ(logged(), expected);
 }
 
 TEST_F(Record, AStampBeforeTheSetIsAbsent) {
