@@ -19,7 +19,7 @@ Error path_error(int number, const char *what, const std::string &path) {
 }
 
 // What was done to a plain file; a database file's driver journals by itself.
-enum class Done { ToDatabaseFile, ToPlainFile };
+enum class Done { Nothing, ToDatabaseFile, ToPlainFile };
 
 Result<Done> remove_path(const std::string &path) {
     const auto removed = destroy_file(path);
@@ -51,7 +51,14 @@ bool is_directory(const std::string &path) {
     return fs::is_directory(path, failed);
 }
 
+// Also by two names: what has to make room for itself would be lost.
+bool is_same_file(const std::string &from, const std::string &to) {
+    std::error_code failed;
+    return fs::equivalent(from, to, failed);
+}
+
 Result<Done> move_path(const std::string &from, const std::string &to) {
+    if (is_same_file(from, to)) return Done::Nothing;
     if (path_exists(from) && path_exists(to) && is_directory(from) != is_directory(to))
         return path_error(is_directory(to) ? EISDIR : ENOTDIR, "cannot move onto", to);
     auto moved = move_file(from, to);
@@ -74,6 +81,6 @@ int VELDAMoveOrDeleteFile(DP *dp, const char *from, const char *to, int logged) 
     const bool is_move = to && *to;
     const auto done = is_move ? move_path(from, to) : remove_path(from);
     if (!done) return fail_call(dp, done.error());
-    if (!logged || *done == Done::ToDatabaseFile) return 0;
+    if (!logged || *done != Done::ToPlainFile) return 0;
     return is_move ? velda_logger_move_file(dp, from, to) : velda_logger_remove_file(dp, from);
 }

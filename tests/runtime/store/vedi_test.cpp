@@ -142,6 +142,18 @@ TEST_F(Vedi, a_move_replaces_what_stands_at_its_target_but_no_other_kind) {
     EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "none", "", 0), ENOENT);
 }
 
+TEST_F(Vedi, a_move_onto_itself_changes_nothing_whatever_the_path_is_written_like) {
+    ASSERT_EQ(create("F"), 0);
+    write(open("F"), "1", "x");
+    VediClose(dp, &block, 0);
+    std::ofstream("plain") << "text";
+    for (const auto *const same : {"F", "./F"}) EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "F", same, 0), 0);
+    EXPECT_EQ(VELDAMoveOrDeleteFile(dp, "plain", ".//plain", 0), 0);
+    EXPECT_EQ(read(open("F"), "1"), "x");
+    VediClose(dp, &block, 0);
+    EXPECT_EQ(std::filesystem::file_size("plain"), 4u);
+}
+
 TEST_F(Vedi, open_takes_the_names_of_sections) {
     ASSERT_EQ(create("DICT F"), 0);
     ASSERT_EQ(create("F,OLD"), 0);
