@@ -33,9 +33,21 @@ void tell(const Reading &reading, CallbackCode code) {
     if (reading.callback) reading.callback(reading.dp, code);
 }
 
+// Sleeps until the next try, or until something holds. Whoever is told may end the process meanwhile: however long the
+// time between tries is, nobody who orders an end waits for it.
+template <class Condition>
+void sleep_until(const Reading &reading, Condition condition) {
+    const VAR slice_milliseconds(10);
+    const std::int64_t end = steady_milliseconds() + std::int64_t{reading.select.retry} * 1000;
+    while (!condition() && steady_milliseconds() < end) {
+        VLibEMSLEEP_VB(reading.dp, &slice_milliseconds);
+        tell(reading, BetweenRecords);
+    }
+}
+
 void sleep_before_retry(const Reading &reading) {
     tell(reading, RetryBegins);
-    VLibESLEEP_II(reading.dp, reading.select.retry);
+    sleep_until(reading, [] { return false; });
     tell(reading, RetryEnds);
 }
 
@@ -72,13 +84,11 @@ bool has_input(const Reading &reading) {
     return has_more(reading) || later_set(reading) != 0 || reading.context.config->currentSet == 0;
 }
 
-// Sleeps until the next try, but no longer than until something has come: who keeps up with the journal is never behind
-// by more than a slice of the sleep.
+// No longer than until something has come: who keeps up with the journal is never behind by more than a slice of the
+// sleep.
 void sleep_until_input(const Reading &reading) {
-    const VAR slice_milliseconds(10);
     tell(reading, WaitBegins);
-    const std::int64_t end = steady_milliseconds() + std::int64_t{reading.select.retry} * 1000;
-    while (!has_input(reading) && steady_milliseconds() < end) VLibEMSLEEP_VB(reading.dp, &slice_milliseconds);
+    sleep_until(reading, [&] { return has_input(reading); });
     tell(reading, WaitEnds);
 }
 

@@ -74,13 +74,12 @@ Outcome end_run(const Writing &writing, Severity severity, const char *message, 
     return Outcome::RunEnds;  // the run was ending already
 }
 
-// Why a block gets out: it is full and more records follow, or what it holds is not to wait.
-enum class Flush { Full, Now };
-
-// Writes what is left of the block. 0 or the error.
-int write_rest(const Writing &writing, Flush flush, std::size_t &done) {
+// Writes what is left of the block. 0 or the error. A receiver that takes nothing is waited for, but an operator may end
+// the run meanwhile.
+int write_rest(const Writing &writing, std::size_t &done) {
     const LogSelect &output = writing.output;
-    const auto write = output.deviceType == Socket && flush == Flush::Full ? velda_socket_send_more : velda_write;
+    const bool is_socket = output.deviceType == Socket;
+    const auto write = is_socket ? velda_socket_send_more : velda_write;
     while (done < output.buffer.size()) {
         errno = 0;
         const std::ptrdiff_t written =
@@ -89,7 +88,10 @@ int write_rest(const Writing &writing, Flush flush, std::size_t &done) {
             done += static_cast<std::size_t>(written);
             continue;
         }
-        if (errno != EINTR) return errno != 0 ? errno : WriteFailed;
+        if (is_socket && errno == EAGAIN)
+            velda_socket_wait(writing.dp, output.fd, VELDA_SOCKET_OUTPUT);
+        else if (errno != EINTR)
+            return errno != 0 ? errno : WriteFailed;
         DupCallback(writing.dp, BetweenRecords);
         if (writing.context.exiting) return EINTR;
     }
@@ -124,14 +126,14 @@ Outcome after_write_error(const Writing &writing, int error, std::int32_t index)
     return ask_after_write_error(writing, error, name);
 }
 
-Outcome write_block(const Writing &writing, std::int32_t index, Flush flush) {
+Outcome write_block(const Writing &writing, std::int32_t index) {
     std::size_t done = 0;  // a try after an error goes on where the last one stopped
-    while (const int error = write_rest(writing, flush, done)) {
+    while (const int error = write_rest(writing, done)) {
         const Outcome outcome = after_write_error(writing, error, index);
         if (outcome != Outcome::Written) return outcome;
     }
     if (writing.output.deviceType == Socket) {
-        writing.context.transfer.hasHeldBytes = flush == Flush::Full;
+        writing.context.transfer.hasHeldBytes = true;
         DupReadMilestone(writing.dp, writing.context);
     }
     return Outcome::Written;
@@ -237,7 +239,7 @@ bool change_device(const Writing &writing, std::int32_t index) {
 
 // --- records ---
 
-void flush_block(const Writing &writing, bool new_device, Flush flush) {
+void flush_block(const Writing &writing, bool new_device) {
     DP *const dp = writing.dp;
     LogSelect &output = writing.output;
     assert(is_block_size(output.blockSize));
@@ -252,11 +254,11 @@ void flush_block(const Writing &writing, bool new_device, Flush flush) {
     std::fill(output.buffer.begin() + output.bufferPosition, output.buffer.end(), static_cast<unsigned char>(0));
     output.deviceIndex = DeviceInChange;
     set_status_text(dp, "WRITING to serial device");
-    const Outcome outcome = write_block(writing, index, flush);
+    const Outcome outcome = write_block(writing, index);
     if (outcome == Outcome::RunEnds) return;
     if (outcome == Outcome::NewDevice) {
         // The block did not get out: it is the first of the new device.
-        if (change_device(writing, index)) flush_block(writing, new_device, flush);
+        if (change_device(writing, index)) flush_block(writing, new_device);
         return;
     }
     add_blocks(writing, 1);
@@ -272,9 +274,9 @@ void flush_block(const Writing &writing, bool new_device, Flush flush) {
 void copy_bytes(const Writing &writing, std::string_view bytes) {
     LogSelect &output = writing.output;
     // A reader finds records by headers that stand in one block.
-    if (writing.left() < RecordHeader::Bytes) flush_block(writing, false, Flush::Full);
+    if (writing.left() < RecordHeader::Bytes) flush_block(writing, false);
     while (!bytes.empty()) {
-        if (writing.left() == 0) flush_block(writing, false, Flush::Full);
+        if (writing.left() == 0) flush_block(writing, false);
         const std::size_t piece = std::min(bytes.size(), writing.left());
         std::memcpy(output.buffer.data() + output.bufferPosition, bytes.data(), piece);
         output.bufferPosition += static_cast<std::int32_t>(piece);
@@ -308,7 +310,7 @@ void DupInitBlock(DP *dp) {
 void DupFlushBlock(DP *dp, bool new_device) {
     const Writing writing(dp);
     bool &has_held_bytes = writing.context.transfer.hasHeldBytes;
-    flush_block(writing, new_device, Flush::Now);
+    flush_block(writing, new_device);
     if (std::exchange(has_held_bytes, false)) velda_socket_push(dp, writing.output.fd);
 }
 

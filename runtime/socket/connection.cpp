@@ -96,12 +96,11 @@ std::ptrdiff_t Connection::read(DP *dp, void *buffer, std::size_t size) {
     return take_ahead(buffer, size);
 }
 
-std::ptrdiff_t Connection::write(DP *dp, const void *buffer, std::size_t size, bool more_follows) {
-    const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (more_follows ? MSG_MORE : 0);
+std::ptrdiff_t Connection::write(DP *dp, const void *buffer, std::size_t size) {
     const auto *const bytes = static_cast<const std::byte *>(buffer);
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t sent = send(descriptor_, bytes + done, size - done, flags);
+        const ssize_t sent = send(descriptor_, bytes + done, size - done, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent >= 0) {
             done += static_cast<std::size_t>(sent);
             continue;
@@ -111,6 +110,14 @@ std::ptrdiff_t Connection::write(DP *dp, const void *buffer, std::size_t size, b
         return done > 0 ? static_cast<std::ptrdiff_t>(done) : failed(errno);
     }
     return static_cast<std::ptrdiff_t>(done);
+}
+
+std::ptrdiff_t Connection::write_more(const void *buffer, std::size_t size) const {
+    for (;;) {
+        const ssize_t sent = send(descriptor_, buffer, size, MSG_NOSIGNAL | MSG_DONTWAIT | MSG_MORE);
+        if (sent >= 0) return sent;
+        if (errno != EINTR) return failed(errno);
+    }
 }
 
 int keep_connection(DP *dp, int descriptor) {

@@ -19,7 +19,9 @@ class Connection {
     bool has_bytes() const { return begin_ != end_; }
     // As velda_read and velda_write.
     std::ptrdiff_t read(DP *dp, void *buffer, std::size_t size);
-    std::ptrdiff_t write(DP *dp, const void *buffer, std::size_t size, bool more_follows = false);
+    std::ptrdiff_t write(DP *dp, const void *buffer, std::size_t size);
+    // As velda_socket_send_more.
+    std::ptrdiff_t write_more(const void *buffer, std::size_t size) const;
 
   private:
     static constexpr std::size_t AheadBytes = std::size_t{256} * 1024;

@@ -141,7 +141,7 @@ ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t s
 
 ptrdiff_t velda_socket_send_more(DP *dp, int descriptor, const void *buffer, size_t size) {
     Connection *const connection = connection_or_fail(dp, descriptor);
-    return connection ? connection->write(dp, buffer, size, true) : -1;
+    return connection ? connection->write_more(buffer, size) : -1;
 }
 
 int velda_socket_push(DP *, int descriptor) {

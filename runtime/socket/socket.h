@@ -75,8 +75,9 @@ VELDA_EXPORT ptrdiff_t velda_socket_recv(DP *dp, int descriptor, void *buffer, s
 VELDA_EXPORT ptrdiff_t velda_write(DP *dp, int descriptor, const void *buffer, size_t size);
 VELDA_EXPORT ptrdiff_t velda_socket_send(DP *dp, int descriptor, const void *buffer, size_t size);
 
-// As velda_socket_send, of bytes that more will follow at once: the kernel may wait for those, up to a fifth of a second,
-// and send all together. The second sends what waits. 0.
+// Writes at once as many of the bytes as find room and gives their number; -1 with EAGAIN when none does, and
+// velda_socket_wait tells when to try again. More bytes will follow: the kernel may wait for those, up to a fifth of a
+// second, and send all together. The second sends what waits. 0.
 VELDA_EXPORT ptrdiff_t velda_socket_send_more(DP *dp, int descriptor, const void *buffer, size_t size);
 VELDA_EXPORT int velda_socket_push(DP *dp, int descriptor);
 

@@ -273,7 +273,27 @@ TEST_F(Readnext, AWaitEndsWhenTheTimeoutIsOver) {
     EXPECT_EQ(keys(*select), "1a 1b stop 770");
     EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1900));
     EXPECT_GE(waits, 2);
+    EXPECT_LE(waits, 3) << "each is as long as the time between tries";
     EXPECT_EQ(logged(), "Time out exceeded");
+}
+
+TEST_F(Readnext, WhoIsToldMayEndAWaitHoweverLongTheTimeBetweenTriesIs) {
+    publish(small_set(1, FirstTime, false));
+    auto select = selection(1, SelectWait);
+    select->retry = 1000;
+    int looks = 0;
+    at_event = [&](int code) {
+        if (code == 10 && ++looks == 3) velda::exit_command(0);
+    };
+    const auto before = std::chrono::steady_clock::now();
+    velda_run(
+        dp, "reader",
+        [](DP *session, void *argument) {
+            while (VELDALoggerReadnext(session, static_cast<LogSelect *>(argument), call_at_event)) continue;
+        },
+        select.get());
+    EXPECT_EQ(looks, 3);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
 }
 
 TEST_F(Readnext, EachWaitHasTheWholeTimeout) {

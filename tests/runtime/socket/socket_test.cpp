@@ -174,6 +174,25 @@ TEST_F(Sockets, ALongWriteGoesOnWhenTheReaderIsSlow) {
     EXPECT_TRUE(got == long_text);
 }
 
+TEST_F(Sockets, BytesThatMoreFollowArriveTogetherOrWhenTheyAreSentOff) {
+    connect();
+    EXPECT_EQ(velda_socket_send_more(dp, out, "one ", 4), 4);
+    send("and ");
+    EXPECT_EQ(velda_socket_send_more(dp, out, "two", 3), 3);
+    EXPECT_EQ(velda_socket_push(dp, out), 0);
+    EXPECT_EQ(received(11), "one and two");
+}
+
+TEST_F(Sockets, AWriteOfMoreTakesWhatFindsRoomAndNeverWaits) {
+    connect();
+    const std::string block(std::size_t{64} << 20, 'x');
+    const ptrdiff_t written = velda_socket_send_more(dp, out, block.data(), block.size());
+    EXPECT_GT(written, 0);
+    EXPECT_LT(written, static_cast<ptrdiff_t>(block.size()));
+    while (velda_socket_send_more(dp, out, block.data(), block.size()) > 0) continue;
+    EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST_F(Sockets, AnInterruptEndsAWaitAndLosesNothing) {
     connect();
     raise_interrupt(dp);
