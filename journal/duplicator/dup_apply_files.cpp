@@ -19,7 +19,7 @@ struct CloseRawFile {
 // A path of the payload as it is called here; "" after a report.
 std::string usable_path(const Replay &replay, std::string_view path) {
     std::string name = renamed_path(*replay.output(), path.substr(0, path.find('\0')));
-    if (!is_refused(name)) return name;
+    if (!name.empty() && !is_refused(name)) return name;
     report_refusal(replay.dp, name, replay.record.bytes);
     return {};
 }

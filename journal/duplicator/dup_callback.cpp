@@ -38,7 +38,7 @@ void test_signals(DP *dp, DupContext &context) {
 // What was read so far gets out before a wait: partly filled blocks, and updates that wait for more of them.
 void flush_before_wait(DP *dp, DupContext &context) {
     apply_pending(dp);
-    if (!context.output || !(context.output->deviceType & StreamDevices)) return;
+    if (!context.output || context.dryRun || !(context.output->deviceType & StreamDevices)) return;
     DupFlushBlock(dp, false);
     DupReadMilestone(dp, context);
 }

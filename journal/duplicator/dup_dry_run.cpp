@@ -102,10 +102,11 @@ void DryRun::count_copy(const DupRecord &record) {
 
 void DryRun::count_replay(const LogSelect &output, const DupRecord &record) {
     std::string file;
-    bool refused = false;
+    bool refused = false, lacks_name = false;
     for (const std::string_view name : names_of(record)) {
         const std::string path = renamed_path(output, name);
         refused = refused || is_refused(path);
+        lacks_name = lacks_name || path.empty();
         file += (file.empty() ? "" : " -> ") + path;
     }
     if (refused) {
@@ -118,7 +119,10 @@ void DryRun::count_replay(const LogSelect &output, const DupRecord &record) {
         else
             count_bound(record);
     } else if (changes_files(record.type)) {
-        ++done_[{file, record.type}];
+        if (lacks_name)
+            ++fates_[Faulty];
+        else
+            ++done_[{file, record.type}];
     } else if (is_index_or_trigger(record.type)) {
         ++fates_[Unsupported];
     } else {

@@ -87,12 +87,13 @@ void take_options(DP *dp, DupContext &context, const DupOptions &options) {
     if (!options.error_file.empty() && !context.dryRun) open_error_file(dp, context, options.error_file);
 }
 
-// False, with errno set, when there is no free slot.
-bool take_slot(DP *dp, DupContext &context) {
+// 0, or the error when there is no free slot.
+int take_slot(DP *dp, DupContext &context) {
     const SlotChange change(dp);
     DupStatusSlot *const slot = VELDALoggerStatusAllocate(dp);
-    if (slot) context.slot = slot;
-    return slot != nullptr;
+    if (!slot) return errno;
+    context.slot = slot;
+    return 0;
 }
 
 void start_monitor(DP *dp, DupContext &context, const VELDADupOptions &extra) {
@@ -173,7 +174,7 @@ void tell_of_begin(DP *dp, const DupContext &context, const DupSpecifications &t
 [[noreturn]] void run(DP *dp, DupContext &context, const DupOptions &options, const VELDADupOptions &extra) {
     if (extra.dry_run) context.dryRun = std::make_unique<DryRun>();
     take_options(dp, context, options);
-    if (!take_slot(dp, context)) DupExit(dp, errno);
+    if (const int error = take_slot(dp, context)) DupExit(dp, error);
     start_monitor(dp, context, extra);
     const auto texts = read_specifications(dp, context.programName, options.operands);
     if (!texts) DupExit(dp, ExitBadSpecification);

@@ -15,6 +15,7 @@ bool climbs(std::string_view name);
 // Whether replay must not act on a name: one that climbs, or goes on behind a zero byte. `path` is as it is here, with its
 // renames.
 bool is_refused(std::string_view path);
+// Tells of such a name, or of an empty one where a name has to be.
 void report_refusal(DP *dp, const std::string &path, const unsigned char *record);
 
 }  // namespace velda::journal

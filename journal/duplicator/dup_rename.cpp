@@ -44,10 +44,10 @@ bool climbs(std::string_view name) {
 bool is_refused(std::string_view path) { return path.find('\0') != path.npos || climbs(path); }
 
 void report_refusal(DP *dp, const std::string &path, const unsigned char *record) {
-    DupReport(dp, dup_context(dp).output, record, Severity::Error,
-              climbs(path) ? "The name '%s' leads upwards by '..' and is refused"
-                           : "The name '%s' has a zero byte behind it and is refused",
-              path.c_str());
+    const char *format = "The name '%s' has a zero byte behind it and is refused";
+    if (path.empty()) format = "The name '%s' is empty and is refused";
+    if (climbs(path)) format = "The name '%s' leads upwards by '..' and is refused";
+    DupReport(dp, dup_context(dp).output, record, Severity::Error, format, path.c_str());
 }
 
 }  // namespace velda::journal

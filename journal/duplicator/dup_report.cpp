@@ -67,29 +67,35 @@ void count_error(DP *dp, DupContext &context, const LogSelect *definition) {
     DupExit(dp, ExitTooManyErrors);
 }
 
-char *allocate(DP *dp, char *old, std::uint32_t size) {
-    return static_cast<char *>(VELDArealloc(dp, old, size, "vlogdupC", __LINE__));
-}
-
 // The failed update as a dynamic array, under the key by which the journal finds the record again.
 void keep_failed_update(DP *dp, DupContext &context, const unsigned char *record, const std::string &message) {
-    char *converted = nullptr;
-    std::uint32_t size = 0;
-    int error = VELDALoggerConvertRecord(dp, record, message.c_str(), &converted, &size, allocate);
+    VAR converted;
+    int error = convert_record(dp, record, message.c_str(), converted);
     if (error == 0) {
         char key[VELDA_LOGGER_KEY_BYTES];
         const int length = VELDALoggerMakeKey(dp, record, key);
         FileWords file(*context.errorFile);
-        error =
-            file.try_write(std::string_view(key, static_cast<std::size_t>(length)), std::string_view(converted, size));
+        error = file.try_write(std::string_view(key, static_cast<std::size_t>(length)), converted.view());
     }
-    VELDAfree(dp, converted, "vlogdupC", __LINE__);
     if (error != 0)
         DupReport(dp, nullptr, nullptr, Severity::Warning, "Error number %d writing to the error file '%s'", error,
                   context.errorFileName.c_str());
 }
 
+char *allocate(DP *dp, char *old, std::uint32_t size) {
+    return static_cast<char *>(VELDArealloc(dp, old, size, "vlogdupC", __LINE__));
+}
+
 }  // namespace
+
+int convert_record(DP *dp, const unsigned char *record, const char *message, VAR &converted) {
+    char *buffer = nullptr;
+    std::uint32_t size = 0;
+    const int error = VELDALoggerConvertRecord(dp, record, message, &buffer, &size, allocate);
+    if (error == 0) converted = std::string_view(buffer, size);
+    VELDAfree(dp, buffer, "vlogdupC", __LINE__);
+    return error;
+}
 
 void DupReport(DP *dp, const LogSelect *definition, const unsigned char *record, Severity severity, const char *format,
                ...) {

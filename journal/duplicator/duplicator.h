@@ -168,6 +168,8 @@ VediControlBlock *DupOpenCached(DP *dp, const char *name, std::uint32_t length, 
 // One line to the log file and standard error. `definition` and `record` may be null.
 void DupReport(DP *dp, const LogSelect *definition, const unsigned char *record, Severity severity, const char *format,
                ...) __attribute__((format(printf, 5, 6)));
+// The record as a dynamic array, with the message as its extra text. 0 or the error.
+int convert_record(DP *dp, const unsigned char *record, const char *message, VAR &converted);
 // Ends the run: statistics, the end of the output stream, the slot. Ends the command with the code, unless the context
 // says to stay; returns at once when it runs already.
 void DupExit(DP *dp, int code);

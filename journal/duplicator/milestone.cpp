@@ -11,11 +11,8 @@ namespace {
 constexpr int NewFileMode = 438;  // octal 666
 
 std::string milestone_line(DP *dp, const char *label, std::int64_t time) {
-    int day = 0, seconds = 0;
-    VELDAConvertUnixTimeToVELDA(dp, time, &day, &seconds);
-    const std::string readable = oconv(seconds, "MTS").str() + " " + oconv(day, "D4").str();
     char line[128];
-    std::snprintf(line, sizeof line, "%s%s (UTC %" PRId64 ")\n", label, readable.c_str(), time);
+    std::snprintf(line, sizeof line, "%s%s (UTC %" PRId64 ")\n", label, readable_time(dp, time).c_str(), time);
     return line;
 }
 

@@ -9,8 +9,16 @@ namespace {
 
 constexpr int OneSender = 1;  // that may wait
 
+// Errors that have numbers of their own here have no words under them.
+int error_with_words(int error) {
+    if (error == VELDA_SOCKET_ADDRESS_IN_USE) return EADDRINUSE;
+    return error == VELDA_SOCKET_RESET ? ECONNRESET : error;
+}
+
+// Reports the step that failed; errno stays.
 int fail(DP *dp, const char *step, int result) {
     const int error = errno;
+    errno = error_with_words(error);
     VELDAperror(dp, step);
     errno = error;
     return result;
@@ -34,9 +42,11 @@ bool bind_receiver(DP *dp, const LogSelect &select, int error_value) {
     }
 }
 
-int close_and_fail(DP *dp, LogSelect &select, const char *step, int result) {
-    fail(dp, step, result);
+// Gives the socket up after a report of the step, which the message follows. errno stays.
+int close_and_fail(DP *dp, LogSelect &select, const char *step, int result, const std::string &message) {
     const int error = errno;
+    fail(dp, step, result);
+    VELDAfprintf(dp, stderr, "%s\n", message.c_str());
     velda_socket_close(dp, select.listener.descriptor);
     select.listener.descriptor = -1;
     errno = error;
@@ -51,17 +61,11 @@ int open_receiver(DP *dp, LogSelect &select, int error_value) {
         return -1;
     }
     select.listener.descriptor = velda_socket_open(dp, host);
-    if (velda_socket_reuse_address(dp, select.listener.descriptor) != 0) {
-        const int error = errno;
-        VELDAfprintf(dp, stderr, "Unable to initialise call to setsockopt() to reuse address\n");
-        errno = error;
-        return close_and_fail(dp, select, "setsockopt", 1);
-    }
+    if (velda_socket_reuse_address(dp, select.listener.descriptor) != 0)
+        return close_and_fail(dp, select, "setsockopt", 1,
+                              "Unable to initialise call to setsockopt() to reuse address");
     if (bind_receiver(dp, select, error_value)) return 0;
-    const int error = errno;
-    VELDAfprintf(dp, stderr, "Unable to bind() socket, error %d\n", error_value);
-    errno = error;
-    return close_and_fail(dp, select, "bind", -1);
+    return close_and_fail(dp, select, "bind", -1, "Unable to bind() socket, error " + std::to_string(error_value));
 }
 
 // Waits for the sender. Deliberate: a failure is told and its error left, and the caller finds it by reading.

@@ -130,6 +130,18 @@ TEST_F(DryRunCounts, RecordsThatCannotBeAppliedAreErrorsOrWarnings) {
     EXPECT_EQ(fates(), "0 0 0 2 7 0 ");
 }
 
+TEST_F(DryRunCounts, ARecordThatLacksTheNameOfItsFileIsAnError) {
+    for (const int type : {ClearFileType, DeleteFileType, CreateFileType}) take(record_of(type));
+    take(text_record(ChmodType, "-L"));
+    take(text_record(RemoveFileType, ""));
+    take(move_record("/F", ""));
+    take(move_record("", "/F"));
+    take(mkdir_record(""));
+    take(flat_file_record("", "x"));
+    EXPECT_EQ(done(), "");
+    EXPECT_EQ(fates(), "0 0 0 0 9 0 ");
+}
+
 TEST_F(DryRunCounts, BoundsCheckpointsAndFlushesHaveNothingToDo) {
     take(checkpoint_record(1,
                            "a\xFE"

@@ -1,5 +1,7 @@
 // What goes with a transfer: connections, milestones, the callback of a run and its stopping.
 #include <netinet/in.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 
 #include <csignal>
 
@@ -321,6 +323,33 @@ TEST_F(Transfer, ASignalEndsTheRunWithItsClosingSteps) {
     }
 }
 
+// A sender in the background of a script ignores interrupts; what it writes finds no room at some time.
+TEST_F(Transfer, ASenderWhoseReceiverTakesNothingEndsWhenAnOperatorKillsIt) {
+    auto &slot = *static_cast<DupStatusSlot *>(
+        mmap(nullptr, sizeof(DupStatusSlot), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    as_socket(output());
+    std::fflush(nullptr);
+    const pid_t sender = fork();
+    if (sender == 0) {
+        std::signal(SIGINT, SIG_IGN);
+        run().slot = &slot;
+        run_and_exit([&](DP *) {
+            for (;;) write(numbered(1, 200));
+        });
+    }
+    std::uint64_t blocks = 0;
+    EXPECT_TRUE(eventually([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return slot.outputBlocks > 0 && std::exchange(blocks, slot.outputBlocks) == slot.outputBlocks;
+    }));
+    slot.killerPid = 1;
+    slot.killerPort = 1;
+    int status = 0;
+    EXPECT_TRUE(eventually([&] { return waitpid(sender, &status, WNOHANG) == sender; }));
+    EXPECT_EQ(code_of(status), ExitKilled);
+    munmap(&slot, sizeof slot);
+}
+
 // --- connections ---
 
 class Connection : public Transfer {
@@ -368,7 +397,7 @@ TEST_F(Connection, AnAddressInUseIsToldWithTheErrorThatTheCallerHad) {
     input().hostName = "127.0.0.1";
     input().port = static_cast<std::uint16_t>(velda_socket_port(dp, holder));
     EXPECT_EQ(set_up(input(), false, 5), -1);
-    EXPECT_NE(said.find("Unable to bind() socket, error 5\n"), std::string::npos);
+    EXPECT_EQ(said, "bind: Address already in use\nUnable to bind() socket, error 5\n");
     EXPECT_EQ(error, VELDA_SOCKET_ADDRESS_IN_USE);
     EXPECT_EQ(input().listener.descriptor, -1);
 }
@@ -396,6 +425,23 @@ TEST_F(Connection, ACallerWithTheErrorOfAnAddressInUseHasItTriedAgain) {
     sender.join();
     EXPECT_EQ(said, "Retry Addr in use bind failed\n");
     EXPECT_GE(input().fd, 0);
+}
+
+TEST_F(Connection, AReceiverThatGetsNoSocketSaysSo) {
+    input().hostName = "127.0.0.1";
+    input().port = free_port(dp);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    int result = 0;
+    command([&] {
+        const rlimit none = {0, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        result = VELDASetupSocketIO(dp, &input(), 0, 0);
+        setrlimit(RLIMIT_NOFILE, &before);
+    });
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(said, "setsockopt: Bad file descriptor\nUnable to initialise call to setsockopt() to reuse address\n");
+    EXPECT_EQ(input().listener.descriptor, -1);
 }
 
 TEST_F(Connection, ASocketIsAtItsStartUntilTheFirstBlock) {
