@@ -138,20 +138,61 @@ TEST_F(Duplicator, TheConciseHelpIsWordForWord) {
     }
 }
 
+constexpr char AddedHelp[] =
+    R"(Where 'input_spec' and 'output_spec' can be one or more of the following :
+  blockmax=nnn (S)           The maximum size, in blocks, of a serial device
+  blocksize=nnn              The block size to read or write data to/from a TTY or SERIAL device or file
+  device=file|device (S)     Provide the name of a file or device for a SERIAL device. Can be more than one of these
+  encrypt=true(O)            Output transfer is to be encrypted
+  end=timespec (I)           Specify a time specification (see later) to end the input data at
+  hostname=host(IOK)         Host for socket transfers to / from
+  key=encryptkey             The key to use for encryption
+  noflush{=true|false} (O)   End of transaction causes the output buffer to be flushed immediately
+  notrans{=true|false} (O)   All transaction boundaries will be ignore if true (default false)
+  port=portnum (IOK)         Socket port to use for socket transfer
+  prompt{=true|false}        When switching serial devices or files, always prompt user first
+  rename=fromdir,todir (O)   Path names will be converted from 'fromdir' to 'todir'
+  renamefile=filename (O)    Specifies a file with a list of renames in the format 'fromdir,todir'
+  retry=nn (I)               When 'terminate=wait' used, the time interval between retry attempts
+  scheme=method              Encryption method for socket transfers
+  set=current (I) (L)        Begin using the current log set as input
+  set=database (O) (D)       The output should update the database i.e. a restore process
+  set=eldest (I) (L)         Begin using the log set that has the eldest entries in it
+  set=n (I) (L) (N)          Begin using log set number n
+  set=null (O)               Output is to NULL i.e. discarded
+  set=serial (S)             The input/output is to a serial device or file - requires one or more 'device=file|device'
+  set=socket (IOK)           Input/output is to a socket
+  set=stdin (I) (T)          The input data comes from the terminal stdin
+  set=stdout (O) (T)         The output data goes to the terminal stdout
+  set=tty (T)                The input is from stdin or the output data is to stdout
+  set=logset (O) (L)         The output will be placed on the current log set as though a native update
+  start=timespec (I)         Specify a time specification (see later) to start the input data at
+  terminate=eof (I)          Switch to elder log sets as necessary and only terminate on very eldest update
+  terminate=eos (I)          Terminate program when the log set first processed is exhausted
+  terminate=wait (I)         Switch to elder log sets as necessary and wait for new updates when exhausted
+  terminate=waiteos (I)      Switch to elder log sets as required and wait for new updates until logset switched, then terminate
+  timeout=nnn (I)            Provides a timeout for 'terminate=wait' in seconds
+  verbose{=true|false}       Display to stderr a summary of the specification
+  (D) shows we assume the device type is DATABASE
+  (I) shows it is only valid for an INPUT device
+  (L) shows we assume the device type is LOG SET
+  (N) shows we assume the device type is NULL
+  (O) shows it is only valid for an INPUT device
+  (S) shows we assume the device type is SERIAL
+  (T) shows we assume the device type is TTY
+timespec (used in start= and end=) can be one of the following :
+  nn:nn:nn                   Time of day (todays date assumed)
+  DD-MMM-YYYY                Date (midnight assumed). Any date convention accepted
+  nn:nn:nn,DD-MM-YYYY        Both time and date specified (or the other way around)
+  filename                   Name of file create with 'vbackup -sfilename' -- the time vbackup started is used
+  filename                   Any other normal file , the time the file last modified is used
+)";
+
 TEST_F(Duplicator, TheVerboseHelpAddsTheSpecificationsToTheConciseOne) {
     const Ran ran = duplicate({"-H"});
     EXPECT_EQ(ran.code, 0);
     ASSERT_TRUE(ran.output.starts_with(joined("vlogdup")));
-    const std::string added = ran.output.substr(joined("vlogdup").size());
-    EXPECT_EQ(std::count(added.begin(), added.end(), '\n'), 47);
-    EXPECT_TRUE(
-        added.starts_with("Where 'input_spec' and 'output_spec' can be one or more of the following :\n"
-                          "  blockmax=nnn (S)           The maximum size, in blocks, of a serial device\n"));
-    EXPECT_TRUE(contains(added,
-                         "  (N) shows we assume the device type is NULL\n"
-                         "  (O) shows it is only valid for an INPUT device\n"));
-    EXPECT_TRUE(added.ends_with(
-        "  filename                   Any other normal file , the time the file last modified is used\n"));
+    EXPECT_EQ(ran.output.substr(joined("vlogdup").size()), AddedHelp);
 }
 
 TEST_F(Duplicator, HelpEndsTheReadingOfOptionsAndNeedsNoJournal) {
@@ -376,6 +417,17 @@ TEST_F(Duplicator, ADryRunMakesNoMilestoneFileNoConnectionAndNoDevice) {
     EXPECT_TRUE(contains(device.output, "would be applied or copied"));
 }
 
+TEST_F(Duplicator, ADryRunThatWaitsLeavesItsDeviceAlone) {
+    make_journal();
+    make_file("F", {{"a", "1"}});
+    std::ofstream("tape") << "kept";
+    const Ran ran = velda(
+        {"vlogdup", "--dry-run", "INPUT", "set=1", "terminate=wait", "timeout=1", "retry=1", "OUTPUT", "device=tape"});
+    EXPECT_EQ(ran.code, 0) << ran.output;
+    EXPECT_TRUE(contains(ran.output, "would be applied or copied")) << ran.output;
+    EXPECT_EQ(content("tape"), "kept");
+}
+
 // --- progress -------------------------------------------------------------------------------------------------------
 
 TEST_F(Duplicator, JsonProgressHasALineEachSecondAndOneAtTheEnd) {
@@ -492,11 +544,25 @@ TEST_F(Duplicator, AReceiverThatWaitsForItsSenderCanBeKilledThoughItIgnoresInter
         const std::string pid = std::to_string(run.process);
         ASSERT_TRUE(eventually([&] {
             const std::string json = velda({"vlogstatus", "--json"}).output;
-            return contains(json, "\"pid\": " + pid + ", ") && contains(json, "\"input\": \"set=socket");
+            return contains(json, "\"pid\": " + pid + ", ") &&
+                   contains(json, "\"status\": \"Initialising\", \"input\": \"set=socket");
         }));
         EXPECT_EQ(velda({"vlogkill", "--wait", "10", pid}).code, 0) << trap;
         EXPECT_EQ(run.wait(), 5) << trap;
     }
+}
+
+TEST_F(Duplicator, ADuplicatorThatSleepsLongCanBeKilledThoughItIgnoresInterrupts) {
+    make_journal();
+    Background run("/bin/sh",
+                   {"-c", "trap '' INT; exec \"$0\" \"$@\"", program(), "vlogdup", "INPUT", "set=current",
+                    "terminate=wait", "retry=1000", "OUTPUT", "set=null"},
+                   system_ / "duplicator.out");
+    ASSERT_TRUE(eventually([&] {
+        return contains(velda({"vlogstatus", "--json"}).output, "\"status\": \"SLEEPing: Waiting INPUT data\"");
+    }));
+    EXPECT_EQ(velda({"vlogkill", "--wait", "10", std::to_string(run.process)}).code, 0);
+    EXPECT_EQ(run.wait(), 5);
 }
 
 TEST_F(Duplicator, AProcessThatIsNoDuplicatorIsNotKilled) {

@@ -1,6 +1,7 @@
 // What each record type does to the database, and what it says when it cannot.
 #include <sys/stat.h>
 
+#include "journal/duplicator/dup_apply.h"
 #include "tests/duplicator/replay_fixture.h"
 
 namespace {
@@ -101,6 +102,21 @@ TEST_F(Apply, UpdatesOfAReadOnlyFileAreReported) {
     EXPECT_EQ(reported(), "ERROR:Error number 13 deleting record from file '" + file + "'");
     apply(record_of(ClearFileType, "", file));
     EXPECT_EQ(reported(), "ERROR:Error number 13 performing CLEARFILE on file '" + file + "'");
+}
+
+TEST_F(Apply, FlagsLoseBitFiveAndGainBitZeroAndTheValueIsHandedOn) {
+    const std::string file = make_file("ORDERS");
+    const auto decoded_of = [&](const BuiltRecord &record) {
+        const std::string bytes = bytes_of(record);
+        Replay replay{dp, context, {}, {}, {}, nullptr};
+        EXPECT_TRUE(take_apart(reinterpret_cast<const unsigned char *>(bytes.data()), replay.record));
+        DecodedUpdate decoded;
+        decode_update(replay, decoded);
+        return std::pair(decoded.update.flags, decoded.update.value);
+    };
+    EXPECT_EQ(decoded_of(write_record(file, "1", "x", 0x01020320, 77)), std::pair(0x01020301u, 77u));
+    EXPECT_EQ(decoded_of(write_record(file, "1", "x", 0x1F)), std::pair(0x1Fu, 0u));
+    EXPECT_EQ(decoded_of(delete_record(file, "1", 0x7FFFFFFE)), std::pair(0x7FFFFFDFu, 0u));
 }
 
 // --- whole files ---
@@ -287,6 +303,34 @@ TEST_F(Apply, AFlatFileThatFindsNoRoomIsReportedWithErrorMinusOne) {
     std::filesystem::create_symlink("/dev/full", path("full"));
     apply(flat_file_record(path("full"), "x"));
     EXPECT_EQ(reported(), "ERROR:FLATFILE: Error writing to file '" + path("full") + "' failed, error number -1");
+}
+
+// An empty second path would be taken for an order to remove the first.
+TEST_F(Apply, AnEmptyPathIsReportedAndNothingIsTouched) {
+    const std::string file = make_file("ORDERS");
+    for (const BuiltRecord &record :
+         {move_record(file, ""), move_record("", file), text_record(RemoveFileType, ""), mkdir_record(""),
+          flat_file_record("", "x"), move_record(file, std::string("\0/x", 3))}) {
+        apply(record);
+        EXPECT_EQ(reported(), "ERROR:The name '' is empty and is refused") << record.type;
+    }
+    EXPECT_EQ(read(file, "1"), "(none)");
+}
+
+TEST_F(Apply, WholeFileRecordsWithoutAFileNameFailAndTouchNothing) {
+    make_file("ORDERS");
+    apply(record_of(DeleteFileType));
+    EXPECT_TRUE(reported().starts_with("ERROR:DELETE-FILE of file '' failed, error number ")) << reported();
+    apply(create_file_record("", "HL", "", {}));
+    EXPECT_TRUE(reported().starts_with("ERROR:CREATE-FILE of '' failed, error number ")) << reported();
+}
+
+TEST_F(Apply, AMoveWhosePathsHaveOneNameHereLeavesTheFileAlone) {
+    const std::string file = make_file("ORDERS");
+    put(file, "1", "x");
+    out_.renames = {{"/one", system_.path()}, {"/two", system_.path()}};
+    apply_quietly({move_record("/one/ORDERS", "/two/ORDERS")});
+    EXPECT_EQ(read(file, "1"), "x");
 }
 
 // --- what is not applied ---

@@ -166,6 +166,20 @@ TEST_F(Batch, UpdatesOfAFileThatIsEvictedAreAppliedFirst) {
         for (const std::string key : {"0", "1", "2"}) EXPECT_EQ(read(file, key), "x") << file;
 }
 
+TEST_F(Batch, ASenderIsNotToldOfAnUpdateThatWaits) {
+    const std::string file = make_file("ORDERS");
+    in_.deviceType = Socket;
+    in_.sendMilestone = 1;
+    BuiltRecord checkpoint = checkpoint_record(1, ""), update = write_record(file, "1", "x");
+    update.time = 2000001;
+    checkpoint.time = 2000002;
+    apply_quietly({update, checkpoint});
+    EXPECT_TRUE(waits());
+    EXPECT_EQ(context.slot->milestone, 0);
+    apply_waiting();
+    EXPECT_EQ(context.slot->milestone, 2000001);
+}
+
 TEST_F(Batch, WhatWaitsForTwoTenthsOfASecondIsApplied) {
     const std::string file = make_file("ORDERS");
     apply_quietly({write_record(file, "first", "x")});

@@ -95,6 +95,21 @@ TEST_F(Loop, NothingIsCountedForAnOutputOfNull) {
     EXPECT_EQ(ended_with.outputRecords, 0u);
 }
 
+TEST_F(Loop, BlocksReadAreTakenOverFromTheInputExceptAtAnEndRecord) {
+    fill({checkpoint_record(1, "")});
+    context.input = VELDALoggerSelectStart(dp, "set=1", 0, nullptr);
+    context.output = VELDALoggerSelectStart(dp, "set=null", 1, nullptr);
+    ASSERT_TRUE(context.input && context.output);
+    const auto blocks_after = [&](const BuiltRecord &record, std::int64_t blocks) {
+        const std::string bytes = bytes_of(record);
+        context.input->blockCount = blocks;
+        DupDispatch(dp, reinterpret_cast<const unsigned char *>(bytes.data()));
+        return context.slot->inputBlocks;
+    };
+    EXPECT_EQ(blocks_after(checkpoint_record(1, ""), 7), 7u);
+    EXPECT_EQ(blocks_after(record_of(EofType), 8), 7u);
+}
+
 TEST_F(Loop, TheEndOfTheInputIsExitCodeNought) {
     fill({checkpoint_record(1, "")});
     EXPECT_EQ(duplicate(), 0);
