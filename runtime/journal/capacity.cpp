@@ -3,8 +3,8 @@
 #include <sys/statvfs.h>
 
 #include <algorithm>
-#include <cstring>
-#include <string>
+
+#include "runtime/journal/set_file.h"
 
 namespace velda::journal {
 
@@ -13,8 +13,7 @@ namespace {
 // Of a file that only the disk limits; 0 when the disk cannot be asked.
 double percent_of_disk(const LogFileEntry &entry) {
     struct statvfs disk;
-    const std::string path(entry.path, strnlen(entry.path, sizeof entry.path));
-    if (statvfs(path.c_str(), &disk) < 0 || disk.f_blocks == 0) return 0;
+    if (statvfs(path_of(entry).c_str(), &disk) < 0 || disk.f_blocks == 0) return 0;
     return 100.0 * static_cast<double>(disk.f_blocks - disk.f_bfree) / static_cast<double>(disk.f_blocks);
 }
 

@@ -154,6 +154,12 @@ Result<Configuration *> configuration_of(DP *dp) {
     return mapped;
 }
 
+int number_of(DP *dp, const Result<void> &result) {
+    if (result) return 0;
+    dp->state<JournalSession>().error = result.error().message;
+    return errno = result.error().number;
+}
+
 Configuration *configuration_or_null(DP *dp) {
     const auto configuration = configuration_of(dp);
     return configuration ? *configuration : nullptr;

@@ -67,6 +67,9 @@ struct JournalSession {
 // The session's configuration, mapped if need be.
 Result<Configuration *> configuration_of(DP *dp);
 
+// 0, or the error number of a failure, whose message becomes the session's.
+int number_of(DP *dp, const Result<void> &result);
+
 // The configuration when this session's updates are to be journalled: null while the journal is inactive, without one,
 // and for a session that stays out. Costs a few nanoseconds.
 Configuration *journal_of_updates(DP *dp);

@@ -64,8 +64,5 @@ int WriteDeviceLogset(DP *dp, const unsigned char *bytes) {
     if (record.type == RecordType::Eof) return 0;
     auto &session = dp->state<JournalSession>();
     const StandsFor stands_for(session, header_number(bytes, RecordHeader::Pid));
-    const auto appended = append_record(dp, record);
-    if (appended) return 0;
-    session.error = appended.error().message;
-    return errno = appended.error().number;
+    return number_of(dp, append_record(dp, record));
 }

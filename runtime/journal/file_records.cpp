@@ -122,12 +122,6 @@ Result<void> journal_flat_file(DP *dp, const std::string &path) {
     return appended;
 }
 
-int number_of(DP *dp, const Result<void> &result) {
-    if (result) return 0;
-    dp->state<JournalSession>().error = result.error().message;
-    return errno = result.error().number;
-}
-
 std::string full_path(const char *path) {
     const auto absolute = store::absolute_path(path ? path : "");
     return absolute ? *absolute : std::string(path ? path : "");

@@ -27,17 +27,11 @@ struct Call {
     const char *path;
 };
 
-int number_of(const Call &call, const Result<void> &result) {
-    if (result) return 0;
-    call.session.error = result.error().message;
-    return result.error().number;
-}
-
 int save(const Call &call) {
     int failed = injected_failure(Step::Save);
     if (failed == 0 && msync(call.configuration.record, VELDA_LOGGER_CONFIG_BYTES, MS_SYNC) != 0) failed = errno;
     if (failed == 0) return 0;
-    return number_of(call, system_error(failed, "cannot save journal configuration", call.configuration.path));
+    return number_of(call.dp, system_error(failed, "cannot save journal configuration", call.configuration.path));
 }
 
 int table_lock(const Call &call) {
@@ -47,7 +41,7 @@ int table_lock(const Call &call) {
 }
 
 int close_set(const Call &call) {
-    const int error = number_of(call, close_current_set(call.dp, call.configuration));
+    const int error = number_of(call.dp, close_current_set(call.dp, call.configuration));
     const int unsaved = save(call);
     return error != 0 ? error : unsaved;
 }
@@ -71,7 +65,7 @@ int begin_change(const Call &call) {
 
 int end_change(const Call &call) { return call.session.change_lock.leave(); }
 
-int begin_batch(const Call &call) { return number_of(call, begin_under_way(call.dp, call.configuration)); }
+int begin_batch(const Call &call) { return number_of(call.dp, begin_under_way(call.dp, call.configuration)); }
 
 int end_batch(const Call &call) {
     if (call.session.depth == 0) return EPERM;
@@ -87,7 +81,7 @@ int refresh_session(const Call &call) {
 }
 
 int make_directory(const Call &call) {
-    return call.path ? number_of(call, journal_directory(call.dp, call.path)) : EINVAL;
+    return call.path ? number_of(call.dp, journal_directory(call.dp, call.path)) : EINVAL;
 }
 
 enum class Takes { Nothing, Number, Path };

@@ -55,12 +55,6 @@ void leave_transaction(JournalSession &session) {
     if (session.is_under_way_with_transaction) end_under_way(session);
 }
 
-int number_of(DP *dp, const Result<void> &result) {
-    if (result) return 0;
-    dp->state<JournalSession>().error = result.error().message;
-    return errno = result.error().number;
-}
-
 // A transaction that began without a journal stays out of it: there is a turn to give back all the same.
 int start_transaction(DP *dp, const VAR *text, std::uint64_t update_bytes) {
     auto &session = dp->state<JournalSession>();

@@ -13,13 +13,12 @@
 #include "runtime/convert/convert.h"
 #include "runtime/journal/log_format.h"
 #include "runtime/journal/record_crc.h"
+#include "runtime/journal/set_file.h"
 #include "runtime/journal/set_stream.h"
 
 namespace velda::journal {
 
 namespace {
-
-std::string path_of(const LogFileEntry &entry) { return {entry.path, strnlen(entry.path, sizeof entry.path)}; }
 
 // The stream of a set, read from its files block by block.
 class StreamReader {

@@ -5,16 +5,12 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "runtime/journal/configuration.h"
 
 namespace velda::journal {
 
 namespace {
-
-// A path field need not be zero-ended when its bytes are damaged.
-std::string path_of(const LogFileEntry &entry) { return {entry.path, strnlen(entry.path, sizeof entry.path)}; }
 
 int write_at(int file, std::int64_t offset, std::string_view bytes) {
     while (!bytes.empty()) {
@@ -35,15 +31,9 @@ int write_file(const std::string &path, std::int64_t offset, std::string_view by
     return error != 0 ? error : close_error;
 }
 
-int sync_file(const std::string &path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) return errno;
-    const int error = fdatasync(file) == 0 ? 0 : errno;
-    close(file);
-    return error;
-}
-
 }  // namespace
+
+std::string path_of(const LogFileEntry &entry) { return {entry.path, strnlen(entry.path, sizeof entry.path)}; }
 
 int write_set_file(DP *dp, int set, int file, std::int64_t offset, std::string_view bytes) {
     const auto configuration = configuration_of(dp);
@@ -51,15 +41,6 @@ int write_set_file(DP *dp, int set, int file, std::int64_t offset, std::string_v
     if (set < 1 || set > VELDA_LOGGER_SETS || file < 1 || file > VELDA_LOGGER_FILES || offset < 0) return EINVAL;
     const std::string path = path_of((*configuration)->record->sets[set - 1].files[file - 1]);
     return path.empty() ? ENOENT : write_file(path, offset, bytes);
-}
-
-int sync_set(const LogSetInfo &set) {
-    int first_error = 0;
-    for (const LogFileEntry &entry : set.files) {
-        const int error = entry.path[0] == 0 ? 0 : sync_file(path_of(entry));
-        if (first_error == 0) first_error = error;
-    }
-    return first_error;
 }
 
 }  // namespace velda::journal

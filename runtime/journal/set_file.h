@@ -1,7 +1,9 @@
-// set_file.h - bytes of the files of a set that do not go through the writer of records. Private to the runtime.
+// set_file.h - the files of a set outside of the writer: their paths, and bytes that are no records. Private to the
+// runtime.
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "runtime/journal/config_record.h"
@@ -13,7 +15,7 @@ namespace velda::journal {
 // journal or when there is no such file, 22 for numbers or an offset out of range.
 int write_set_file(DP *dp, int set, int file, std::int64_t offset, std::string_view bytes);
 
-// Makes what was written to the files of a set durable. Every file is tried; the first error is the result.
-int sync_set(const LogSetInfo &set);
+// The path of a file of a set. Its field need not be zero-ended when its bytes are damaged.
+std::string path_of(const LogFileEntry &entry);
 
 }  // namespace velda::journal

@@ -1,4 +1,5 @@
 // Streams of blocks read: records over blocks, damage, devices that follow one another, sockets.
+#include "journal/log_record.h"
 #include "tests/journal_internals/device_fixture.h"
 #include "tests/support/terminal_program.h"
 
@@ -25,6 +26,21 @@ TEST_F(DeviceRead, ARecordMayCrossManyBlocks) {
     EXPECT_EQ(next(), bytes_of(large));
     EXPECT_EQ(next(), bytes_of(small));
     EXPECT_GT(input().blockCount, 20);
+}
+
+TEST_F(DeviceRead, ARecordAskedForByItsPlaceIsLookedForFurtherOnInTheStream) {
+    constexpr std::int64_t Time = 1'700'000'000;
+    std::vector<BuiltRecord> records = {numbered(1), numbered(2), numbered(3)};
+    for (std::size_t n = 0; n < records.size(); ++n) records[n].time = Time + static_cast<std::int64_t>(n);
+    read_from(stream_of({records[0], records[1], records[2], end_of_stream()}));
+    const auto record_of_time = [&](std::int64_t time, int file = 1, std::int64_t offset = 8192) {
+        const unsigned char *const record = VELDALoggerReadRecord(dp, &input(), file, 3, offset, time, nullptr);
+        return record ? std::string(LogParts(record).texts[1]) : "none";
+    };
+    EXPECT_EQ(record_of_time(Time + 1), "key2");
+    EXPECT_EQ(record_of_time(Time + 1), "key2") << "it is in the buffer";
+    EXPECT_EQ(record_of_time(Time + 2, 1), "key3");
+    EXPECT_EQ(record_of_time(Time), "none") << "a stream goes forward only";
 }
 
 TEST_F(DeviceRead, ABlockIsToldBeforeAndBehindItsReading) {

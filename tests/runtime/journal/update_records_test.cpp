@@ -63,6 +63,43 @@ TEST_F(UpdateRecords, ManyRecordsOverThreeFilesStandInTheirOrder) {
     EXPECT_EQ(found[501].strings[1], "last");
 }
 
+TEST_F(UpdateRecords, TheFirstBlockTellsOfTheSetAsTheConfigurationDoes) {
+    make_set(1, 2);
+    make_file("F");
+    activate();
+    VAR file = opened("F");
+    for (int n = 0; n < 40; ++n) {
+        write(file, n, std::string(300, 'x'));
+        const std::string block = content(set_path(1, 0)).substr(0, 4096);
+        ASSERT_EQ(std::memcmp(block.data() + 16, &config->sets[0], sizeof(LogSetInfo)), 0) << n;
+        ASSERT_EQ(block.substr(3640, 20), std::string(20, '\0'));
+    }
+    EXPECT_GT(config->sets[0].fileOffset, 0);
+}
+
+TEST_F(UpdateRecords, TheDescriptionTellsHowFarTheSetIsWritten) {
+    make_set(1, 2);
+    make_file("F");
+    activate();
+    VAR file = opened("F");
+    const LogSetInfo &set = config->sets[0];
+    for (int n = 1; n <= 40; ++n) {
+        write(file, n, std::string(300, 'x'));
+        const Walked last = records().back();
+        // The end of the last record, in bytes of all blocks in front of it.
+        std::int64_t end = (last.offset / 4096 * 2 + last.file) * 4096 + last.offset % 4096;
+        for (std::size_t left = last.bytes.size(); left > 0;) {
+            const std::size_t part = std::min<std::size_t>(left, 4096 - static_cast<std::size_t>(end) % 4096);
+            end += static_cast<std::int64_t>(part);
+            left -= part;
+            if (left > 0) end += 28;
+        }
+        EXPECT_EQ(set.fileOffset * 2 + (set.currentFile - 1) * std::int64_t{4096} + set.blockPosition, end) << n;
+        EXPECT_EQ(set.recordCount, n);
+        EXPECT_EQ(set.timeLast, last.time);
+    }
+}
+
 TEST_F(UpdateRecords, BlocksThatTheStreamHasNotReachedAreBlank) {
     make_set(1, 3);
     make_file("F");
