@@ -81,7 +81,7 @@ int read_bytes(const Reading &reading) {
     const auto size = static_cast<std::size_t>(select.blockSize);
     select.buffer.resize(size);
     for (std::size_t done = 0; done < size;) {
-        if (is_socket(select)) reading.wait_for(select.fd);
+        if (select.deviceType != Serial) reading.wait_for(select.fd);
         errno = 0;
         const std::ptrdiff_t got = velda_read(reading.dp, select.fd, select.buffer.data() + done, size - done);
         if (got > 0) {

@@ -74,21 +74,30 @@ Outcome end_run(const Writing &writing, Severity severity, const char *message, 
     return Outcome::RunEnds;  // the run was ending already
 }
 
-// Writes what is left of the block. 0 or the error. A receiver that takes nothing is waited for, but an operator may end
-// the run meanwhile.
+// Writes some of the bytes. Without a wait to a connection or pipe: -1 with EAGAIN when it has no room.
+std::ptrdiff_t write_some(const Writing &writing, const unsigned char *bytes, std::size_t size) {
+    constexpr std::size_t PipePageBytes = 4096;  // a pipe that is ready has room for as many
+    const LogSelect &output = writing.output;
+    if (output.deviceType == Socket) return velda_socket_send_more(writing.dp, output.fd, bytes, size);
+    if (output.deviceType == Serial) return velda_write(writing.dp, output.fd, bytes, size);
+    if (velda_socket_ready(writing.dp, output.fd, VELDA_SOCKET_OUTPUT))
+        return velda_write(writing.dp, output.fd, bytes, std::min(size, PipePageBytes));
+    errno = EAGAIN;
+    return -1;
+}
+
+// Writes what is left of the block. 0 or the error. An end that takes nothing is waited for, but an operator may end the
+// run meanwhile.
 int write_rest(const Writing &writing, std::size_t &done) {
     const LogSelect &output = writing.output;
-    const bool is_socket = output.deviceType == Socket;
-    const auto write = is_socket ? velda_socket_send_more : velda_write;
     while (done < output.buffer.size()) {
         errno = 0;
-        const std::ptrdiff_t written =
-            write(writing.dp, output.fd, output.buffer.data() + done, output.buffer.size() - done);
+        const std::ptrdiff_t written = write_some(writing, output.buffer.data() + done, output.buffer.size() - done);
         if (written > 0) {
             done += static_cast<std::size_t>(written);
             continue;
         }
-        if (is_socket && errno == EAGAIN)
+        if (output.deviceType != Serial && errno == EAGAIN)
             velda_socket_wait(writing.dp, output.fd, VELDA_SOCKET_OUTPUT);
         else if (errno != EINTR)
             return errno != 0 ? errno : WriteFailed;

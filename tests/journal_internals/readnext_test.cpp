@@ -523,7 +523,9 @@ TEST_F(Damage, AProcessOfAnotherUserIsTakenAsRunning) {
         ASSERT_EQ(setresuid(65534, 65534, 0), 0);
     }
     quiet_keys(*select);
-    if (is_superuser) ASSERT_EQ(setresuid(0, 0, 0), 0);
+    if (is_superuser) {
+        ASSERT_EQ(setresuid(0, 0, 0), 0);
+    }
     EXPECT_NE(logged().find("(Pid 1) is still running"), std::string::npos);
 }
 

@@ -1,5 +1,6 @@
 // What goes with a transfer: connections, milestones, the callback of a run and its stopping.
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 
@@ -207,8 +208,10 @@ TEST_F(Transfer, TheSenderWaitsUntilTheReceiverHasTakenAllAndTakesItsMilestones)
     std::string got;
     std::thread receiver([&] {
         char buffer[1024];
+        pollfd input{other, POLLIN, 0};  // the descriptor does not wait by itself
         ssize_t size;
-        while ((size = ::recv(other, buffer, sizeof buffer, 0)) > 0) got.append(buffer, static_cast<std::size_t>(size));
+        while (poll(&input, 1, -1) == 1 && (size = ::recv(other, buffer, sizeof buffer, 0)) > 0)
+            got.append(buffer, static_cast<std::size_t>(size));
         const std::string milestone = int64(15);
         EXPECT_EQ(::send(other, milestone.data(), milestone.size(), 0), 8);
         ::shutdown(other, SHUT_WR);
@@ -323,11 +326,21 @@ TEST_F(Transfer, ASignalEndsTheRunWithItsClosingSteps) {
     }
 }
 
+class FullOutput : public Transfer, public testing::WithParamInterface<bool> {};
+
 // A sender in the background of a script ignores interrupts; what it writes finds no room at some time.
-TEST_F(Transfer, ASenderWhoseReceiverTakesNothingEndsWhenAnOperatorKillsIt) {
+TEST_P(FullOutput, ASenderWhoseReceiverTakesNothingEndsWhenAnOperatorKillsIt) {
     auto &slot = *static_cast<DupStatusSlot *>(
         mmap(nullptr, sizeof(DupStatusSlot), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    as_socket(output());
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    if (GetParam()) {
+        as_socket(output());
+    } else {
+        output().deviceType = Tty;
+        output().fd = pipe_ends[1];
+        output().blockSize = 10000;
+    }
     std::fflush(nullptr);
     const pid_t sender = fork();
     if (sender == 0) {
@@ -348,6 +361,30 @@ TEST_F(Transfer, ASenderWhoseReceiverTakesNothingEndsWhenAnOperatorKillsIt) {
     EXPECT_TRUE(eventually([&] { return waitpid(sender, &status, WNOHANG) == sender; }));
     EXPECT_EQ(code_of(status), ExitKilled);
     munmap(&slot, sizeof slot);
+    close(pipe_ends[0]);
+    if (GetParam()) close(pipe_ends[1]);  // else the fixture closes it
+}
+INSTANTIATE_TEST_SUITE_P(Outputs, FullOutput, testing::Bool(),
+                         [](const auto &is_socket) { return std::string(is_socket.param ? "Socket" : "Pipe"); });
+
+// As behind a sender that stands still in the middle of a block.
+TEST_F(Transfer, AReaderOfAPipeWhoseWriterStandsStillLooksWhetherItIsToEnd) {
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    input().deviceType = Tty;
+    input().fd = pipe_ends[0];
+    input().deviceStamp = DeviceStamp;
+    output().deviceType = Null;
+    const std::string stream = stream_of({numbered(1)});
+    ASSERT_EQ(::write(pipe_ends[1], stream.data(), 100), 100);
+    std::thread operator_of_it([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        run().slot->killerPort = 1;
+        run().slot->killerPid = 1;
+    });
+    EXPECT_EQ(command([&] { LoggerReadDevice(dp, &input(), DupCallback); }), ExitKilled);
+    operator_of_it.join();
+    close(pipe_ends[1]);
 }
 
 // --- connections ---
