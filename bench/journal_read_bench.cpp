@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/peer.h"
 #include "journal/journal.h"
 #include "journal/log_record.h"
 #include "journal/log_select.h"
@@ -30,7 +31,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int Runs = 7;
+constexpr int Rounds = 9;
 constexpr std::int64_t SetTime = 1'700'000'000;
 
 [[noreturn]] void give_up(const std::string &what) {
@@ -38,19 +39,13 @@ constexpr std::int64_t SetTime = 1'700'000'000;
     std::exit(1);
 }
 
-// The best of several runs: what else the machine does makes a run slower, never quicker.
-double best_seconds(const std::function<void()> &work) {
-    double best = 1e9;
-    for (int run = 0; run < Runs; ++run) {
-        const auto begin = Clock::now();
-        work();
-        best = std::min(best, std::chrono::duration<double>(Clock::now() - begin).count());
-    }
-    return best;
-}
+// A clock in seconds.
+using SecondsClock = double (*)();
 
-// The same in processor time of this process and its children, which what else the machine does hardly touches: for work
-// that waits for nothing and has one thread.
+double wall_seconds() { return std::chrono::duration<double>(Clock::now().time_since_epoch()).count(); }
+
+// Processor time of this process and its children, which what else the machine does hardly touches: for work that waits
+// for nothing and has one thread.
 double processor_seconds() {
     double sum = 0;
     for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
@@ -62,14 +57,15 @@ double processor_seconds() {
     return sum;
 }
 
-double best_processor_seconds(const std::function<void()> &work) {
-    double best = 1e9;
-    for (int run = 0; run < Runs; ++run) {
-        const double begin = processor_seconds();
-        work();
-        best = std::min(best, processor_seconds() - begin);
-    }
-    return best;
+double seconds_of(SecondsClock clock, const std::function<void()> &work) {
+    const double begin = clock();
+    work();
+    return clock() - begin;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
 }
 
 void shell(const std::string &command) {
@@ -114,11 +110,14 @@ class Journal {
 
     std::int64_t records() const { return records_; }
     const std::string &words() const { return words_; }
-    double cat_processor_seconds() const {
-        return best_processor_seconds([this] { shell("cat" + words_ + " > /dev/null"); });
-    }
-    double cat_seconds() const {
-        return best_seconds([this] { shell("cat" + words_ + " > /dev/null"); });
+    // How fast the work is against cat of the same files: they take turns, the median of the rounds' ratios counts.
+    double against_cat(SecondsClock clock, const std::function<void()> &work) const {
+        std::vector<double> ratios;
+        for (int round = 0; round < Rounds; ++round) {
+            const double peer = seconds_of(clock, [this] { shell("cat" + words_ + " > /dev/null"); });
+            ratios.push_back(peer / seconds_of(clock, work));
+        }
+        return median(ratios);
     }
 
   private:
@@ -150,21 +149,14 @@ void read_selection(DP *dp, const Journal &journal) {
     if (count != journal.records()) give_up("a selection gave " + std::to_string(count) + " records");
 }
 
-// Records a second of the peer, measured by a script; 0 where it is not installed.
-double peer_rate(std::int64_t records) {
-    const std::string command = VELDA_SOURCE_DIR "/bench/pg_waldump_peer " + std::to_string(records);
-    std::FILE *const output = popen(command.c_str(), "r");
-    double rate = 0;
-    if (!output || std::fscanf(output, "%lf", &rate) != 1) rate = 0;
-    if (output) pclose(output);
-    return rate;
-}
-
 void bench_dump(const Journal &journal) {
-    const double seconds =
-        best_seconds([&] { shell(velda_program() + " vlogdump" + journal.words() + " > /dev/null"); });
-    const double rate = static_cast<double>(journal.records()) / seconds;
-    const double peer = peer_rate(journal.records());
+    std::vector<double> rates;
+    for (int round = 0; round < Rounds; ++round)
+        rates.push_back(static_cast<double>(journal.records()) / seconds_of(wall_seconds, [&] {
+                            shell(velda_program() + " vlogdump" + journal.words() + " > /dev/null");
+                        }));
+    const double rate = median(rates);
+    const double peer = velda::bench::peer_rate("pg_waldump_peer", static_cast<std::size_t>(journal.records()));
     if (peer > 0)
         show("vlogdump: records a second, against pg_waldump", rate / peer, "x", 1);
     else
@@ -180,13 +172,12 @@ int main(int argc, char **argv) {
     DP *const dp = velda_getdp();
     const Journal journal(dp, argc > 2 ? std::atoll(argv[2]) : 1'000'000);
     if (wanted("readnext")) {
-        const double seconds = best_processor_seconds([&] { read_selection(dp, journal); });
-        show("readnext: speed, against cat of the same files", journal.cat_processor_seconds() / seconds, "x", 0.25);
+        show("readnext: speed, against cat of the same files",
+             journal.against_cat(processor_seconds, [&] { read_selection(dp, journal); }), "x", 0.25);
     }
     if (wanted("verify")) {
-        const double seconds =
-            best_seconds([&] { shell(velda_program() + " vlogverify" + journal.words() + " > /dev/null"); });
-        show("verify: speed, against cat of the same files", journal.cat_seconds() / seconds, "x", 0.5);
+        const auto verify = [&] { shell(velda_program() + " vlogverify" + journal.words() + " > /dev/null"); };
+        show("verify: speed, against cat of the same files", journal.against_cat(wall_seconds, verify), "x", 0.5);
     }
     if (wanted("dump")) bench_dump(journal);
     return 0;
