@@ -22,6 +22,9 @@ int LoggerCheckSet(DP *dp, int set, bool quiet);
 // Empties a set; its blocks carry this time from now on.
 void LoggerResetSet(DP *dp, int set, int64_t time);
 
+// A path as it is kept: with this system's separators, by which the writer of records opens it.
+std::string path_to_keep(const VAR &path);
+
 // 0, or 22 after a message.
 int check_set_number(DP *dp, int set);
 int check_file_number(DP *dp, int file);

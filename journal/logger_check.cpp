@@ -79,6 +79,8 @@ void LoggerResetSet(DP *dp, int set, int64_t time) {
     }
 }
 
+std::string path_to_keep(const VAR &path) { return convert(path, "\\", "/").str(); }
+
 int check_set_number(DP *dp, int set) {
     return check_range(dp, set, VELDA_LOGGER_SETS,
                        "%s: Error! Invalid value for set number, should be in range 1 to %d\n");
@@ -102,10 +104,10 @@ int check_path_length(DP *dp, const std::string &path) {
     return EINVAL;
 }
 
-// A drive prefix may stand before the separator; both kinds of separator are read.
+// A drive prefix may stand before the separator.
 int check_absolute(DP *dp, const std::string &path) {
     const size_t start = path.size() > 1 && path[1] == ':' ? 2 : 0;
-    if (path.size() > start && (path[start] == '/' || path[start] == '\\')) return 0;
+    if (path.size() > start && path[start] == '/') return 0;
     tell(dp, "%s: Error! File name %s MUST be an absolute path name\n", path.c_str());
     return EINVAL;
 }

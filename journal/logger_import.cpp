@@ -28,7 +28,7 @@ struct Import {
     ~Import() {
         for (VRunFile *file : files) VRunFileIOClose(dp, file);
     }
-    std::string name(int n) const { return list(n).view().empty() ? "" : std::string(list(n).view()); }
+    std::string name(int n) const { return path_to_keep(list(n)); }
 };
 
 bool has_marker(const BlockHead &head, std::string_view marker) {

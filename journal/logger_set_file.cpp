@@ -67,7 +67,7 @@ int VELDALoggerSetFile(DP *dp, int32_t set, int32_t file, int32_t create_mode, c
     if (const int error = check_file_number(dp, file)) return error;
     if (const int error = check_not_current(dp, set)) return error;
     const FileSlot slot{set, file, logger_context(dp).config->sets[set - 1].files[file - 1]};
-    const std::string name = path->str();
+    const std::string name = path_to_keep(*path);
     if (name.empty()) return remove_file(dp, slot);
     if (const int error = check_path(dp, slot, name)) return error;
 

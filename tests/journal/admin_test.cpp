@@ -439,6 +439,22 @@ TEST_F(Admin, ADrivePrefixOrEitherSeparatorMakesAPathAbsolute) {
     }
 }
 
+TEST_F(Admin, APathIsKeptWithTheSeparatorsByWhichTheWriterOpensIt) {
+    const std::string path = system_ / "log";
+    const VAR given = velda::convert(VAR(path), "/", "\\");
+    EXPECT_EQ(set_file(1, 1, given.str()), 0) << said;
+    EXPECT_STREQ(config.sets[0].files[0].path, path.c_str());
+    EXPECT_EQ(set_file(2, 1, given.str()), 17) << "the same file";
+    EXPECT_EQ(swap(1), 0);
+    EXPECT_EQ(said, "");
+    logged();
+    EXPECT_EQ(swap(0), 0);
+    EXPECT_EQ(logged().find("without its end"), std::string::npos);
+    const auto a = block_file("a", FirstBlockMarker, 777);
+    EXPECT_EQ(import(6, {velda::convert(VAR(a), "/", "\\").str()}), 0) << said;
+    EXPECT_STREQ(config.sets[5].files[0].path, a.c_str());
+}
+
 TEST_F(Admin, WithoutLeaveNoFileIsMade) {
     EXPECT_EQ(set_file(1, 1, system_ / "log", 0), 2);
     EXPECT_NE(said.find(system_ / "log"), std::string::npos) << said;
