@@ -55,14 +55,22 @@ VELDALoggerConfig new_record(DP *dp, const std::string &path, const std::string 
     return record;
 }
 
+// A part of a configuration, on a full disk, would be in the way once there is room.
+void take_back(DP *dp, const std::string &path, int error) {
+    VELDAMoveOrDeleteFile(dp, path.c_str(), "", 0);
+    errno = error;
+    VELDAperror(dp, path.c_str());
+}
+
 // Of several processes that find no file, one makes it; the others go on with what that one makes.
 void create_configuration(DP *dp, const std::string &path, const std::string &admin_log) {
     velda_logger_make_directory(dp);
     VRunFile *const file = VRunFileIOOpen(dp, path.c_str(), VELDA_OPEN_READ_WRITE | VELDA_OPEN_NEW, AnyoneMayUse);
     if (!file) return;
     const VELDALoggerConfig record = new_record(dp, path, admin_log);
-    if (VRunFileIOWrite(dp, file, 0, &record, sizeof record, nullptr) != 0) VELDAperror(dp, path.c_str());
+    const int error = VRunFileIOWrite(dp, file, 0, &record, sizeof record, nullptr);
     VRunFileIOClose(dp, file);
+    if (error != 0) return take_back(dp, path, error);
     // Sessions that found none look again within this time: no update is made unseen once the journal is used.
     velda_logger_await_discovery(dp);
     VRunFileIOClose(dp, VRunFileIOOpen(dp, admin_log.c_str(),

@@ -1,5 +1,6 @@
 // Configuration, reports and duplicator slots.
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -149,6 +150,25 @@ TEST_F(Definition, WithoutItsLockFileTheCommandEnds) {
     EXPECT_EQ(admin([&] { return VELDALoggerGetDefinition(dp); }), -99) << "it did not return";
     EXPECT_EQ(exit_code, 1);
     EXPECT_EQ(said, "Transaction Lock File Init: Is a directory\n");
+}
+
+TEST_F(Definition, WhatCannotBeWrittenWholeIsTakenBack) {
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{40'000, 40'000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const bool returned = admin([&] { return VELDALoggerGetDefinition(dp); }) != -99;
+        _exit(!returned && exit_code == 1 && said.starts_with((system_ / "config/vediLoggerConfig: File too large"))
+                  ? 0
+                  : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(std::filesystem::exists(system_ / "config/vediLoggerConfig"));
+    EXPECT_EQ(VELDALoggerGetDefinition(dp), 0) << "there is room again";
+    EXPECT_NE(VediLoggerInit(dp, 1), VELDA_LOGGER_NOT_MAPPED);
 }
 
 TEST_F(Definition, InADirectoryThatMayNotBeWrittenTheCommandEnds) {
