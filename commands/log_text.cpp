@@ -103,6 +103,29 @@ std::string flat_file_details(const Payload &payload) {
            std::to_string(payload.word(FlatFilePayload::DataLength)) + " bytes";
 }
 
+// The file's type, and the words of its settings.
+std::string creation_details(const Payload &payload) {
+    constexpr std::int64_t LengthBytes = 4;
+    const auto field = [&](std::int64_t at) {
+        return payload.part(at + LengthBytes, payload.word(static_cast<std::size_t>(at)));
+    };
+    const auto size_of = [](std::string_view text) { return LengthBytes + static_cast<std::int64_t>(text.size()); };
+    const std::string_view type = field(0);
+    const std::int64_t arguments = size_of(type) + size_of(field(size_of(type)));
+    const Payload words{field(arguments)};
+    std::string text = "type " + quoted(type);
+    for (std::int64_t at = LengthBytes, left = words.word(0); left > 0 && !words.part(at, 1).empty(); --left) {
+        const std::string_view word = words.part(at + LengthBytes, words.word(static_cast<std::size_t>(at)));
+        text += ' ' + quoted(word);
+        at += size_of(word);
+    }
+    return text;
+}
+
+std::string checkpoint_details(const Payload &payload) {
+    return "behind " + std::to_string(payload.long_word(CheckpointPayload::Value)) + " records";
+}
+
 struct Details {
     RecordType type;
     std::string (*text)(const Payload &payload);
@@ -110,13 +133,16 @@ struct Details {
 
 constexpr Details DetailsOfTypes[] = {
     {RecordType::Write, write_details},
+    {RecordType::CreateFile, creation_details},
     {RecordType::TranStart, transaction_details},
     {RecordType::TranEnd, transaction_details},
     {RecordType::TranAbort, transaction_details},
     {RecordType::MoveFile, move_details},
     {RecordType::RemoveFile, text_details},
+    {RecordType::Chmod, text_details},
     {RecordType::MakeDirectory, directory_details},
     {RecordType::FlatFile, flat_file_details},
+    {RecordType::Checkpoint, checkpoint_details},
     {RecordType::CreateIndex, text_details},
     {RecordType::DeleteIndex, text_details},
     {RecordType::RebuildIndex, text_details},

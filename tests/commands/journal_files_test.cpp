@@ -94,6 +94,44 @@ TEST_F(JournalFiles, ADumpHasALineForEachRecord) {
     EXPECT_TRUE(contains(ran.output, "path \"/data/dir\"\n"));
 }
 
+TEST_F(JournalFiles, EachTypeHasItsDetails) {
+    const std::vector<std::pair<BuiltRecord, std::string>> cases = {
+        {write_record("/F", "k", "data"), "WRITE|file \"/F\" id \"k\" data 4 bytes"},
+        {delete_record("/F", "k"), "DELETE|file \"/F\" id \"k\""},
+        {record_of(ClearFileType, "", "/F"), "CLEARFILE|file \"/F\" id \"\""},
+        {record_of(DeleteFileType, "", "/F"), "DELETEFILE|file \"/F\" id \"\""},
+        {create_file_record("/F", "HL", "words", {"DURABILITY=LAZY", "LOG=NO"}),
+         "CREATEFILE|file \"/F\" id \"\" type \"HL\" \"DURABILITY=LAZY\" \"LOG=NO\""},
+        {transaction_record(TranStartType, 7, 8, "t"), "TRANSTART|file \"\" id \"t\" values 7 8"},
+        {transaction_record(TranEndType, 7, 8), "TRANSEND|file \"\" id \"\" values 7 8"},
+        {transaction_record(TranAbortType, 7, 8), "TRANSABORT|file \"\" id \"\" values 7 8"},
+        {record_of(FlushType), "UNKNOWN|file \"\" id \"\""},
+        {move_record("/a", "/b"), "MOVEFILE|file \"\" id \"\" from \"/a\" to \"/b\""},
+        {text_record(RemoveFileType, "/a"), "REMOVEFILE|file \"\" id \"\" text \"/a\""},
+        {text_record(ChmodType, "-L", "/F"), "VCHMOD|file \"/F\" id \"\" text \"-L\""},
+        {mkdir_record("/a"), "MKDIR|file \"\" id \"\" path \"/a\""},
+        {flat_file_record("/a", "data"), "FLATFILE|file \"\" id \"\" path \"/a\" data 4 bytes"},
+        {checkpoint_record(12, "C\xFE" + int64(1) + "\xFE" + int64(2)),
+         "CHECKPOINT|file \"\" id \"\" behind 12 records"},
+        {text_record(CreateIndexType, "t^C %s", "/F"), "CREATEINDEX|file \"/F\" id \"\" text \"t^C %s\""},
+        {text_record(DeleteTriggerType, "t^C %s", "/F"), "DELETETRIGGER|file \"/F\" id \"\" text \"t^C %s\""},
+    };
+    SetBuilder set(paths_, Start);
+    for (const auto &[record, line] : cases) set.add(record);
+    set.write();
+    const std::string output = dump({}).output;
+    std::size_t at = 0;
+    for (const auto &[record, expected] : cases) {
+        const std::size_t end = output.find('\n', at);
+        const std::string line = output.substr(at, end - at);
+        const std::size_t bar = expected.find('|');
+        EXPECT_TRUE(contains(line, "Z " + expected.substr(0, bar) + " port ")) << line;
+        EXPECT_EQ(line.substr(std::min(line.find("file \""), line.size())), expected.substr(bar + 1));
+        at = end + 1;
+    }
+    EXPECT_EQ(at, output.size());
+}
+
 TEST_F(JournalFiles, ADumpOfASetIsThatOfItsFiles) {
     const SetBuilder set = sample();
     set.write();
