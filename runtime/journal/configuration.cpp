@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "runtime/base/global_directory.h"
+#include "runtime/journal/under_way.h"
 #include "runtime/journal/writer_state.h"
 #include "runtime/process/context.h"
 
@@ -140,8 +141,7 @@ std::string configuration_directory() {
 Result<Configuration *> map_configuration() { return find_or_map(configuration_directory() + ConfigurationName); }
 
 JournalSession::~JournalSession() {
-    if (slot && depth > 0) slot->count.store(0);
-    if (slot) slot->process.store(0);
+    abandon_slot(*this);
     table_lock.leave_all();
     change_lock.leave_all();
 }

@@ -53,7 +53,7 @@ struct JournalSession {
     bool stays_out = false;       // its updates are not journalled
     bool in_transaction = false;  // between the records of a transaction's start and end
     bool is_under_way_with_transaction = false;
-    UnderWaySlot *slot = nullptr;   // the session's own, once it was under way
+    UnderWaySlot *slot = nullptr;   // the session's own while it is under way
     int depth = 0;                  // how deep it is under way
     std::int64_t looked_until = 0;  // when a configuration that was missing is looked for again, monotonic nanoseconds
     SessionTexts texts;

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 
 #include "runtime/base/futex.h"
 #include "runtime/base/process_number.h"
@@ -57,26 +58,36 @@ void pause_briefly() {
     nanosleep(&moment, nullptr);
 }
 
-// A free slot, or one that a dead process left.
+// Only the owner of a slot changes what else is in it, so a dead one's is taken over before it is cleared.
+bool take(UnderWaySlot &slot, std::uint64_t owner) {
+    if (!slot.process.compare_exchange_strong(owner, process_word())) return false;
+    slot.count.store(0);
+    slot.in_transaction.store(0);
+    return true;
+}
+
+void leave(UnderWaySlot &slot) {
+    slot.in_transaction.store(0, std::memory_order_relaxed);
+    slot.count.store(0, std::memory_order_release);
+    slot.process.store(0, std::memory_order_release);
+}
+
+// A free slot, from the one where this process found one last; or one that a dead process left.
 UnderWaySlot *claim_slot(WriterState &state) {
+    constexpr unsigned Slots = WriterState::UnderWaySlots;
+    static std::atomic<unsigned> last{static_cast<unsigned>(process_number()) % Slots};
+    const unsigned first = last.load(std::memory_order_relaxed);
     for (const bool also_of_the_dead : {false, true}) {
-        for (UnderWaySlot &slot : state.under_way) {
-            std::uint64_t owner = slot.process.load();
+        for (unsigned n = 0; n < Slots; ++n) {
+            UnderWaySlot &slot = state.under_way[(first + n) % Slots];
+            const std::uint64_t owner = slot.process.load();
             if (owner != 0 && !(also_of_the_dead && !lives(owner))) continue;
-            if (!slot.process.compare_exchange_strong(owner, process_word())) continue;
-            slot.count.store(0);
-            slot.in_transaction.store(0);
+            if (!take(slot, owner)) continue;
+            last.store((first + n) % Slots, std::memory_order_relaxed);
             return &slot;
         }
     }
     return nullptr;
-}
-
-// The session's own slot. That of a forked child's parent is not.
-UnderWaySlot &slot_of(JournalSession &session, WriterState &state) {
-    if (session.slot && session.slot->process.load() == process_word()) return *session.slot;
-    while (!(session.slot = claim_slot(state))) pause_briefly();
-    return *session.slot;
 }
 
 }  // namespace
@@ -98,23 +109,36 @@ Result<void> begin_under_way(DP *dp, Configuration &configuration) {
         ++session.depth;
         return {};
     }
-    UnderWaySlot &slot = slot_of(session, writer_state(*configuration.record));
     for (;;) {
         if (auto may_go = wait_while_held(dp, configuration); !may_go) return may_go;
-        slot.count.store(1, std::memory_order_seq_cst);
-        if (!is_held(configuration)) break;  // whoever holds writers from now on sees the slot
-        slot.count.store(0);
+        UnderWaySlot *const slot = claim_slot(writer_state(*configuration.record));
+        if (!slot) {  // so many sessions are under way
+            poll_interrupt(dp);
+            pause_briefly();
+            continue;
+        }
+        slot->count.store(1, std::memory_order_seq_cst);
+        if (!is_held(configuration)) {  // whoever holds writers from now on sees the slot
+            session.slot = slot;
+            session.depth = 1;
+            return {};
+        }
+        leave(*slot);
     }
-    session.depth = 1;
-    return {};
 }
 
 void end_under_way(JournalSession &session) {
-    if (session.depth > 0 && --session.depth == 0) session.slot->count.store(0, std::memory_order_release);
+    if (session.depth > 0 && --session.depth == 0) abandon_slot(session);
+}
+
+void abandon_slot(JournalSession &session) {
+    session.depth = 0;
+    UnderWaySlot *const slot = std::exchange(session.slot, nullptr);
+    if (slot && slot->process.load() == process_word()) leave(*slot);
 }
 
 void mark_transaction(JournalSession &session, bool on) {
-    if (session.slot && session.depth > 0) session.slot->in_transaction.store(on ? 1 : 0);
+    if (session.slot) session.slot->in_transaction.store(on ? 1 : 0);
 }
 
 bool is_transaction_under_way(WriterState &state) {
@@ -128,10 +152,9 @@ void wait_for_sessions_under_way(const JournalSession &caller, Configuration &co
         if (&slot == caller.slot) continue;
         for (int look = 0; slot.count.load(std::memory_order_seq_cst) != 0; ++look) {
             constexpr int LooksBetweenProofs = 16;
-            std::uint64_t owner = slot.process.load();
-            if (look % LooksBetweenProofs == 0 && !lives(owner)) {
-                slot.count.store(0);
-                slot.process.compare_exchange_strong(owner, 0);
+            const std::uint64_t owner = slot.process.load();
+            if (look % LooksBetweenProofs == 0 && owner != 0 && !lives(owner) && take(slot, owner)) {
+                leave(slot);
                 break;
             }
             pause_briefly();

@@ -11,6 +11,8 @@ namespace velda::journal {
 // wait was interrupted.
 Result<void> begin_under_way(DP *dp, Configuration &configuration);
 void end_under_way(JournalSession &session);
+// Ends it at once, however deep it was. A slot of a forked child's parent is left alone.
+void abandon_slot(JournalSession &session);
 
 // While on, the session is between the records of a transaction's start and end. It is under way.
 void mark_transaction(JournalSession &session, bool on);

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include "runtime/journal/set_change.h"
@@ -353,6 +354,44 @@ TEST_F(WriterFault, ASessionUnderWayIsWaitedForAndItsAppendsGoThrough) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(config->sets[0].setState, 7u);
     EXPECT_EQ(config->status, 1u);
+}
+
+TEST_F(WriterFault, SessionsThatWereUnderWayLeaveRoomForAnyNumberOfOthers) {
+    alarm(30);
+    std::vector<std::unique_ptr<ScratchSession>> sessions;
+    for (int n = 0; n < velda::journal::WriterState::UnderWaySlots + 10; ++n) {
+        sessions.push_back(std::make_unique<ScratchSession>());
+        ASSERT_EQ(VediLoggerMisc(*sessions.back(), 16), 0);
+        ASSERT_EQ(VediLoggerMisc(*sessions.back(), 17), 0);
+    }
+    alarm(0);
+}
+
+TEST_F(WriterFault, MoreSessionsThanPlacesWaitForOneThatEnds) {
+    std::vector<std::unique_ptr<ScratchSession>> sessions;
+    for (int n = 0; n < velda::journal::WriterState::UnderWaySlots; ++n) {
+        sessions.push_back(std::make_unique<ScratchSession>());
+        ASSERT_EQ(VediLoggerMisc(*sessions.back(), 16), 0);
+    }
+    std::thread ender([&] {
+        pause(50);
+        VediLoggerMisc(*sessions[77], 17);
+    });
+    EXPECT_EQ(VediLoggerMisc(dp, 16), 0);
+    ender.join();
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 0);
+}
+
+TEST_F(WriterFault, PlacesOfSessionsThatDiedUnderWayAreTakenOver) {
+    alarm(30);
+    in_child([&] {
+        for (int n = 0; n < velda::journal::WriterState::UnderWaySlots; ++n) VediLoggerMisc(velda_new_context(), 16);
+        raise(SIGKILL);
+        return 0;
+    });
+    EXPECT_EQ(VediLoggerMisc(dp, 16), 0);
+    EXPECT_EQ(VediLoggerMisc(dp, 17), 0);
+    alarm(0);
 }
 
 TEST_F(WriterFault, ASessionThatDiedUnderWayIsNotWaitedFor) {
