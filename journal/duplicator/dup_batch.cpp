@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstring>
 #include <utility>
 
 namespace velda::journal {
@@ -42,7 +41,7 @@ UpdateBatch::UpdateBatch() : bytes_(std::make_unique_for_overwrite<char[]>(MostB
 std::string_view UpdateBatch::keep_bytes(std::string_view bytes) {
     assert(used_ + bytes.size() <= MostBytes);
     char *const kept = bytes_.get() + used_;
-    std::memcpy(kept, bytes.data(), bytes.size());
+    bytes.copy(kept, bytes.size());
     used_ += bytes.size();
     return {kept, bytes.size()};
 }

@@ -1,7 +1,6 @@
 #include "runtime/journal/sync.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -12,10 +11,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "runtime/base/process_number.h"
+#include "runtime/base/service_thread.h"
 #include "runtime/journal/append_lock.h"
 #include "runtime/journal/injection.h"
 #include "runtime/journal/writer.h"
@@ -141,15 +140,6 @@ void sync_at_exit() {
         (void)sync_journal(velda_getdp(), *configuration, SyncReason::Time);
 }
 
-// The thread takes no signals: they belong to the session's own threads.
-void start_keeper() {
-    sigset_t every, before;
-    sigfillset(&every);
-    pthread_sigmask(SIG_SETMASK, &every, &before);
-    std::thread(keep).detach();
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
 // A fork waits until the thread is between its looks: the child has no such thread that could leave the mutex.
 void hold_keeper() { keeper().mutex.lock(); }
 void leave_keeper() { keeper().mutex.unlock(); }
@@ -163,7 +153,7 @@ void add_to_keeper(Configuration &configuration) {
                                       [&](const Unsynced &entry) { return entry.configuration == &configuration; });
     if (!is_known) its.unsynced.push_back({&configuration, 0});
     its.latest.store(&configuration);
-    if (its.process.exchange(process_number()) != process_number()) start_keeper();
+    if (its.process.exchange(process_number()) != process_number()) service_thread(keep).detach();
 }
 
 }  // namespace

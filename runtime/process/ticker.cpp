@@ -1,6 +1,4 @@
 // A function called at a steady pace beside what the session does.
-#include <csignal>
-
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -9,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "runtime/base/service_thread.h"
 #include "runtime/process/process.h"
 
 struct VELDATicker {
@@ -36,22 +35,6 @@ void run(VELDATicker &ticker, int milliseconds, void (*tick)(void *), void *argu
     }
 }
 
-// All signals stay with the threads that were there before: a signal has to interrupt what the session waits for.
-class SignalsBlocked {
-  public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked &) = delete;
-    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
-
-  private:
-    sigset_t before_;
-};
-
 }  // namespace
 
 VELDATicker *velda_ticker_start(DP *, int milliseconds, void (*tick)(void *argument), void *argument) {
@@ -60,9 +43,8 @@ VELDATicker *velda_ticker_start(DP *, int milliseconds, void (*tick)(void *argum
         return nullptr;
     }
     auto *const ticker = new VELDATicker;
-    const SignalsBlocked blocked;
     try {
-        ticker->thread = std::thread([=] { run(*ticker, milliseconds, tick, argument); });
+        ticker->thread = velda::service_thread([=] { run(*ticker, milliseconds, tick, argument); });
     } catch (const std::system_error &error) {
         delete ticker;
         errno = error.code().value();

@@ -1,7 +1,6 @@
 #include "runtime/store/environment_table.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -9,8 +8,9 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <map>
-#include <thread>
 #include <vector>
+
+#include "runtime/base/service_thread.h"
 
 namespace velda::store {
 namespace {
@@ -105,18 +105,9 @@ class Table {
     void wake(std::atomic<bool> &reason) {
         const std::lock_guard lock(wake_mutex_);
         reason.store(true);
-        if (!started_) start();
-        wake_.notify_one();
-    }
-
-    // The thread takes no signals: they belong to the session's own threads.
-    void start() {
-        sigset_t every, before;
-        sigfillset(&every);
-        pthread_sigmask(SIG_SETMASK, &every, &before);
-        std::thread([this] { keep_house(); }).detach();
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        if (!started_) service_thread([this] { keep_house(); }).detach();
         started_ = true;
+        wake_.notify_one();
     }
 
     void keep_house() {

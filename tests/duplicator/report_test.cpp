@@ -1,4 +1,6 @@
 // Reports, their limit, the error file, and the end of a run.
+#include <utility>
+
 #include "journal/journal.h"
 #include "tests/duplicator/replay_fixture.h"
 
@@ -58,6 +60,7 @@ TEST_F(Report, ALineGoesToTheLogFileToo) {
     report(nullptr, Severity::Status, "two");
     both += said;
     EXPECT_EQ(content(path("log.txt")), both);
+    VRunFileIOClose(dp, std::exchange(context.logFile, nullptr));
 }
 
 TEST_F(Report, ErrorsAreCountedAtTheSideTheyBelongTo) {
