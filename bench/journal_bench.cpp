@@ -40,6 +40,13 @@ class Journal {
         set_status(VELDA_LOGGER_INACTIVE);
         require(VELDALoggerSwapLog(dp, 1) == 0, "cannot switch");
     }
+    void empty_and_activate() const {
+        empty();
+        set_status(VELDA_LOGGER_ACTIVE);
+    }
+    void require_records(std::size_t count) const {
+        require(config->sets[0].recordCount == static_cast<std::int64_t>(count), "the journal lacks records");
+    }
     void set_status(std::uint32_t status) const { config->status = status; }
 
     DP *const dp;
@@ -77,7 +84,7 @@ void bench_statements(const Run &run, const Journal &journal) {
             write_all();
         },
         9, [&] { journal.empty(); });
-    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(keys.size()), "the journal lacks records");
+    journal.require_records(keys.size());
 }
 
 // Records of 300 bytes: header, strings, lengths and trailer take the rest.
@@ -126,12 +133,8 @@ void bench_append(const Run &run, const Journal &journal) {
             }
             close(file);
         },
-        [&] { append(Records); }, 7,
-        [&] {
-            journal.empty();
-            journal.set_status(VELDA_LOGGER_ACTIVE);
-        });
-    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(Records), "the journal lacks records");
+        [&] { append(Records); }, 7, [&] { journal.empty_and_activate(); });
+    journal.require_records(Records);
 }
 
 // The work done by so many processes at once, each an equal part.
@@ -150,19 +153,11 @@ void append_in_processes(std::size_t count, int processes) {
 void bench_two_processes(const Run &run, const Journal &journal) {
     if (!run.wanted("append by two processes")) return;
     constexpr std::size_t Records = 400000;
+    const auto prepare = [&] { journal.empty_and_activate(); };
     compare(
         "append by two processes, of one", 0.8, Records, [&] { append_in_processes(Records, 1); },
-        [&] {
-            journal.empty();
-            journal.set_status(VELDA_LOGGER_ACTIVE);
-            append_in_processes(Records, 2);
-        },
-        7,
-        [&] {
-            journal.empty();
-            journal.set_status(VELDA_LOGGER_ACTIVE);
-        });
-    require(journal.config->sets[0].recordCount == static_cast<std::int64_t>(Records), "the journal lacks records");
+        [&] { append_in_processes(Records, 2); }, 7, prepare, prepare);
+    journal.require_records(Records);
 }
 
 }  // namespace

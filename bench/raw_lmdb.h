@@ -62,14 +62,16 @@ inline double median(std::vector<double> values) {
 }
 
 // A row whose figure is our speed over the peer's. Peer and we take turns; the figure is the median of the rounds'
-// ratios. `prepare` runs before each round, outside the time taken.
+// ratios. `prepare` runs before each round and `prepare_ours` before our turn, outside the time taken.
 inline void compare(
     const std::string &name, double limit, std::size_t operations, const std::function<void()> &peer,
-    const std::function<void()> &ours, int rounds = 5, const std::function<void()> &prepare = [] {}) {
+    const std::function<void()> &ours, int rounds = 5, const std::function<void()> &prepare = [] {},
+    const std::function<void()> &prepare_ours = [] {}) {
     std::vector<double> ratios, ours_ns, peer_ns;
     for (int round = 0; round < rounds; ++round) {
         prepare();
         const double peer_seconds = seconds_of(peer);
+        prepare_ours();
         const double our_seconds = seconds_of(ours);
         ratios.push_back(peer_seconds / our_seconds);
         ours_ns.push_back(our_seconds / static_cast<double>(operations) * 1e9);
