@@ -10,6 +10,7 @@ enum class Step {
     Open,
     Map,
     Allocate,
+    Clear,
     Ready,
     StoreHeader,
     StoreBody,

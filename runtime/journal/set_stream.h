@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,6 +30,11 @@ class SetStream {
     SetStream(const SetStream &) = delete;
     SetStream &operator=(const SetStream &) = delete;
 
+    // Around the work of one holder of the append lock. A process that was forked in the midst of it, by another thread,
+    // has begun with half-made files: it leaves them alone and opens its own.
+    void enter();
+    void leave() { is_entered_.store(false, std::memory_order_release); }
+
     // Opens the files of this use of the set, unless they are open. Error 5 names a file that is gone or is not the
     // one that was written to.
     Result<void> use(const LogSetInfo &set, const WrittenTo &written);
@@ -36,6 +42,8 @@ class SetStream {
     Result<void> check_files(std::uint64_t stream) const;
     // Closes the files; the next use opens them anew.
     void forget();
+    // Opens anew without closing what was open.
+    void abandon();
     int files() const { return count_; }
 
     // Makes sure that the stream has disk space up to `end`. Error 28 when the disk or the set is full.
@@ -43,9 +51,11 @@ class SetStream {
 
     // Stores bytes at the stream's position, beginning blocks on the way, and moves it on. The room was made. 0, or an
     // error number: see failure().
-    int put(std::uint64_t &stream, std::string_view bytes, const LogSetInfo &set);
+    int put(std::uint64_t &stream, std::string_view bytes, const LogSetInfo &set, WriterState &state);
     // Shows in the first block how far the set is written.
     void show(const LogSetInfo &set);
+    // Has the processor fetch what the next record will be stored to: another one's cache may have it.
+    void fetch_ahead(std::uint64_t stream) const;
     // What went wrong in put: it is stored in the midst of the stores, where nothing may be built up.
     Error failure(int number) const;
 
@@ -73,20 +83,25 @@ class SetStream {
         std::uint64_t step_rows = 0;   // how many more are made ready at once
     };
 
+    void reset();
     Result<void> open_files(const LogSetInfo &set, const WrittenTo &written);
     Result<void> open_file(File &file, const LogFileEntry &entry, bool is_begun, bool is_first);
     Result<void> allocate(File &file, std::uint64_t rows_before, std::uint64_t rows);
     char *block(std::uint64_t number);
     bool map_window(File &file, std::uint64_t number);
     bool make_ready(File &file, std::uint64_t row);
-    int blank_first_blocks();
-    int begin_block(std::uint64_t number, char *at, const LogSetInfo &set);
+    static void clear(std::uint64_t number, char *at, const WriterState &state);
+    int clear_first_blocks(const WriterState &state);
+    int begin_block(std::uint64_t number, char *at, const LogSetInfo &set, WriterState &state);
 
+    std::atomic<bool> is_entered_{false};
     std::int64_t time_first_ = 0;
     int count_ = 0;
     char *first_block_ = nullptr;  // of the set, mapped for itself: it is stored to again and again
     std::uint64_t rows_ = 0;       // that have disk space, as far as this process knows
     const File *failed_ = nullptr;
+    char *block_ = nullptr;  // the one that was stored to last; null: none
+    std::uint64_t block_number_ = 0;
     std::array<File, VELDA_LOGGER_FILES> files_;
 };
 

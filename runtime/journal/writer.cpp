@@ -44,11 +44,15 @@ class Append {
           state_(writer_state(*configuration.record)),
           stream_(*configuration.stream),
           port_(port),
-          process_(process) {}
+          process_(process) {
+        stream_.enter();
+    }
+    ~Append() { stream_.leave(); }
+    Append(const Append &) = delete;
+    Append &operator=(const Append &) = delete;
 
     Result<void> run(std::span<const NewRecord> records) {
-        begin_use();
-        if (auto opened = open_set(Look::NowAndThen); !opened) return opened;
+        if (auto begun = begin(Look::NowAndThen); !begun) return begun;
         const std::uint64_t block_before = to_.stream / BlockBytes;
         const std::int64_t now = std::max<std::int64_t>(to_.time_last, std::time(nullptr));
         if (is_checkpoint_due(*configuration_.record, set_, now)) (void)put_checkpoint(now);
@@ -61,6 +65,7 @@ class Append {
             if (failed == 0) publish();
         });
         if (stored && failed == 0) {
+            stream_.fetch_ahead(to_.stream);
             const bool is_new_row = to_.stream / BlockBytes != block_before;
             warning_ = capacity_warning(*configuration_.record, set_, state_.warned, to_.time_last, is_new_row);
             return {};
@@ -72,8 +77,7 @@ class Append {
 
     // Puts a record that does not count.
     Result<void> put_end(const NewRecord &record) {
-        begin_use();
-        if (auto opened = open_set(Look::Now); !opened) return opened;
+        if (auto begun = begin(Look::Now); !begun) return begun;
         if (auto room = stream_.make_room(set_, state_, stream_behind(to_.stream, whole_size(record))); !room)
             return room;
         int failed = 0;
@@ -87,31 +91,13 @@ class Append {
     // The percentage that an operator is to be warned of.
     std::optional<int> warning() const { return warning_; }
 
-    // Finds out how far the set is written after the machine stopped.
-    Result<void> recover() {
-        begin_use();
-        if (to_.time_first != 0 && to_.stream != 0) {
-            auto found = find_end(set_, static_cast<int>(configuration_.record->currentSet), state_.synced);
-            if (!found) return found.error();
-            to_ = *found;
-            stream_.forget();
-            state_.allocated_rows = rows_of(to_.stream);
-            if (auto opened = stream_.use(set_, to_); !opened) return opened;
-            if (!survives_bus_error([&] { publish(); })) return stream_.failure(EIO);
-        }
-        state_.needs_recovery.store(0);
-        return {};
-    }
-
     Result<void> secure(std::uint64_t size_bytes) {
-        begin_use();
-        if (auto opened = open_set(Look::NowAndThen); !opened) return opened;
+        if (auto begun = begin(Look::NowAndThen); !begun) return begun;
         return stream_.make_room(set_, state_, stream_behind(to_.stream, size_bytes + EofBytes));
     }
 
     Result<OpenForSync> open_for_sync() {
-        begin_use();
-        if (auto opened = open_set(Look::Now); !opened) return opened.error();
+        if (auto begun = begin(Look::Now); !begun) return begun.error();
         return OpenForSync{stream_.duplicates(), to_};
     }
 
@@ -126,6 +112,31 @@ class Append {
   private:
     // Whether the files are looked for under their names: that takes longer than an append.
     enum class Look { Now, NowAndThen };
+
+    Result<void> begin(Look look) {
+        if (state_.needs_recovery.load(std::memory_order_relaxed) != 0)
+            if (auto recovered = recover(); !recovered) return recovered;
+        begin_use();
+        return open_set(look);
+    }
+
+    // Finds out how far the set is written after the machine stopped.
+    Result<void> recover() {
+        begin_use();
+        // The configuration may not know of any record that this use has on disk.
+        const bool is_begun = to_.stream != 0 || first_block_stamp(set_) == set_.timeFirst;
+        if (to_.time_first != 0 && is_begun) {
+            auto found = find_end(set_, static_cast<int>(configuration_.record->currentSet), state_.synced);
+            if (!found) return found.error();
+            to_ = *found;
+            stream_.forget();
+            forget_room();
+            if (auto opened = stream_.use(set_, to_); !opened) return opened;
+            if (!survives_bus_error([&] { publish(); })) return stream_.failure(EIO);
+        }
+        state_.needs_recovery.store(0);
+        return {};
+    }
 
     Result<void> open_set(Look look) {
         constexpr std::int64_t Interval = 10'000'000;  // nanoseconds
@@ -156,7 +167,13 @@ class Append {
             to_ = {set_.timeFirst, block * BlockBytes + set_.blockPosition, set_.recordCount,
                    std::max(set_.timeFirst, set_.timeLast)};
         }
+        forget_room();
+    }
+
+    // Nothing is known of what the files hold behind the stream's last row.
+    void forget_room() {
         state_.allocated_rows = rows_of(to_.stream);
+        state_.begun_blocks = state_.allocated_rows * files_with_names(set_);
     }
 
     std::uint64_t rows_of(std::uint64_t stream) const {
@@ -201,7 +218,7 @@ class Append {
                                                            {Step::StoreTrailer, {trailer, sizeof trailer}}};
         for (const auto &[step, part] : parts) {
             injected_death(step);
-            if (const int failed = stream_.put(to_.stream, part, set_)) return failed;
+            if (const int failed = stream_.put(to_.stream, part, set_, state_)) return failed;
         }
         ++to_.records;
         return 0;
@@ -310,8 +327,6 @@ Result<void> append_locked(DP *dp, Configuration &configuration, std::int32_t po
     const std::int32_t stands_for = dp->state<JournalSession>().stands_for;
     Append append(configuration, config.sets[number - 1], port, stands_for != 0 ? stands_for : process_number());
     if (lock.is_inherited()) append.tell();
-    if (state.needs_recovery.load(std::memory_order_relaxed) != 0)
-        if (auto recovered = append.recover(); !recovered) return recovered;
     auto appended = append.run(records);
     warning = append.warning();
     return appended;

@@ -54,9 +54,9 @@ struct HeldWriters {
 // The lines that every append touches come first.
 struct WriterState {
     pthread_mutex_t append_lock;
-    std::atomic<std::uint32_t> valid;  // which of the two holds
     alignas(64) WrittenTo written[2];
     alignas(64) std::atomic<std::uint64_t> boot;  // the run of the machine in which the locks were made
+    std::atomic<std::uint32_t> valid;             // which of the two holds
     std::uint64_t allocated_rows;                 // rows of blocks that every file of the set has disk space for
     std::int64_t closed_use;  // time_first of a use that ends with an EOF record: no more is appended to it
     HeldWriters held;         // changed under the change lock
@@ -69,6 +69,7 @@ struct WriterState {
     std::int64_t last_sync;  // when that was reached; 0: never
     static constexpr int UnderWaySlots = 128;
     UnderWaySlot under_way[UnderWaySlots];
+    std::uint64_t begun_blocks;  // blocks behind so many hold zeros, as far as there is disk space
 };
 static_assert(sizeof(WriterState) <= sizeof(VELDALoggerConfig::writer));
 static_assert(offsetof(VELDALoggerConfig, writer) % alignof(WriterState) == 0);

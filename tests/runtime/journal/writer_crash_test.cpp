@@ -162,7 +162,7 @@ class WriterSteps : public WriterCrash, public testing::WithParamInterface<const
     // A process that opens the set anew, appends over several blocks, and ends a transaction with a sync.
     int updates(int &acknowledged) {
         config->syncTransactions = 1;
-        dp_state().configuration->stream->forget();
+        dp_state().configuration->stream->abandon();
         VAR file = opened(name), code;
         const auto made = [&](int result) {
             if (result == 1) ++acknowledged;
@@ -234,7 +234,8 @@ TEST_P(WriterSteps, AStepThatFailsStopsItsUpdateAndNothingElse) {
     }
     EXPECT_GT(n, 10);
     for (const auto step : {velda::journal::Step::Open, velda::journal::Step::Map, velda::journal::Step::Allocate,
-                            velda::journal::Step::Ready, velda::journal::Step::Sync, velda::journal::Step::Save})
+                            velda::journal::Step::Clear, velda::journal::Step::Ready, velda::journal::Step::Sync,
+                            velda::journal::Step::Save})
         EXPECT_TRUE(steps.contains(static_cast<int>(step))) << static_cast<int>(step);
     munmap(acknowledged, 4096);
 }

@@ -4,10 +4,12 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <thread>
 
+#include "runtime/journal/injection.h"
 #include "runtime/journal/set_change.h"
 #include "runtime/journal/writer_state.h"
 #include "runtime/process/context.h"
@@ -46,6 +48,26 @@ class WriterFault : public WriterTest {
     }
     std::string admin_log() const { return content(log_path()); }
     std::string written_key(int n) const { return "K" + std::to_string(n); }
+    // Where the records of a set end in its stream of blocks.
+    std::size_t stream_end(int set) const {
+        const LogSetInfo &info = config->sets[set - 1];
+        const std::size_t row = static_cast<std::size_t>(info.fileOffset) / 4096;
+        return (row * files_of(info) + info.currentFile - 1) * 4096 + info.blockPosition;
+    }
+    // What the blocks of so many rows hold behind that.
+    std::string bytes_behind_records(int set, std::size_t rows) const {
+        const LogSetInfo &info = config->sets[set - 1];
+        std::vector<std::string> files;
+        for (std::size_t n = 0; n < files_of(info); ++n) files.push_back(content(info.files[n].path));
+        std::string stream;
+        for (std::size_t row = 0; row < rows; ++row)
+            for (const std::string &bytes : files) stream += bytes.substr(row * 4096, 4096);
+        return stream.substr(stream_end(set));
+    }
+    static std::size_t files_of(const LogSetInfo &info) {
+        return static_cast<std::size_t>(std::count_if(std::begin(info.files), std::end(info.files),
+                                                      [](const LogFileEntry &entry) { return entry.path[0] != 0; }));
+    }
     // A session's wait for the journal must not be served while this runs.
     static void pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
@@ -150,6 +172,30 @@ TEST_F(WriterFault, AProcessThatMayNotWriteLargeFilesIsToldSo) {
               }),
               0);
     EXPECT_EQ(write(file, "K", "by a process that may"), 1);
+}
+
+TEST_F(WriterFault, BehindTheRecordsAreZerosWhateverAnEarlierUseLeftThere) {
+    make_set(3, 2, 64 * 4096);
+    config->currentSet = 3;
+    for (int n = 0; n < 300; ++n) write(file, "K", std::string(1000, 'x'));
+    reset(3, velda_logger_next_time(dp));
+    write(file, "K", "new");
+    EXPECT_EQ(bytes_behind_records(3, 16), std::string(2 * 16 * 4096 - stream_end(3), '\0'));
+}
+
+TEST_F(WriterFault, ABlockThatIsBegunAgainHoldsNothingOfADeadWriter) {
+    write(file, "K", "first");
+    const auto is_left = [&] { return bytes_behind_records(1, 8).find(std::string(4000, 'x')) != std::string::npos; };
+    for (int step = 1; !is_left(); ++step) {
+        ASSERT_EQ(in_child([&] {
+                      velda::journal::injection = {step, 0, -1};
+                      return write(file, "K", std::string(20000, 'x'));
+                  }),
+                  128 + SIGKILL);
+    }
+    for (int n = 0; n < 4; ++n) write(file, "K", std::string(1000, 'y'));
+    const std::string behind = bytes_behind_records(1, 8);
+    EXPECT_EQ(behind.substr(0, 4096 - stream_end(1) % 4096).find_first_not_of('\0'), std::string::npos);
 }
 
 // --- files that are not what they were ------------------------------------------------------------------------------
@@ -257,6 +303,27 @@ TEST_F(WriterPowerLoss, RecordsThatTheConfigurationDoesNotKnowOfAreKept) {
     write(file, "after", "a");
     EXPECT_EQ(records().size(), 31u);
     EXPECT_EQ(records()[30].strings[1], "after");
+}
+
+TEST_F(WriterPowerLoss, RecordsOfAUseThatTheConfigurationKnowsNothingOfAreKept) {
+    const LogSetInfo empty = config->sets[0];
+    const std::string old_state(reinterpret_cast<const char *>(config->writer), sizeof config->writer);
+    for (int n = 0; n < 30; ++n) write(file, n, std::string(500, 'b'));
+    for (const bool in_transaction : {false, true}) {
+        next_boot();
+        const std::size_t before = records().size();
+        config->sets[0] = empty;
+        std::memcpy(config->writer, old_state.data(), old_state.size());
+        if (in_transaction) {
+            ASSERT_EQ(velda_logger_transaction_start(dp, nullptr, 100000), 0);
+        }
+        write(file, "after", "a");
+        if (in_transaction) {
+            ASSERT_EQ(velda_logger_transaction_end(dp, nullptr), 0);
+        }
+        EXPECT_EQ(records().size(), before + (in_transaction ? 3 : 1));
+        EXPECT_EQ(records()[29].strings[1], "29");
+    }
 }
 
 // --- suspended writers, changes of set ------------------------------------------------------------------------------
