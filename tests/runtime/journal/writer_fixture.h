@@ -227,7 +227,9 @@ class WriterTest : public JournalTest {
                                                                   7));
             if (head.size() < 28) throw std::runtime_error("no block " + std::to_string(block));
             EXPECT_EQ(static_cast<std::int64_t>(number(head, 8, 8)), info_.timeFirst) << "block " << block;
-            if (block > 0) EXPECT_EQ(number(head, 16, 8), block << 32 | 4096) << "number and size of a block";
+            if (block > 0) {
+                EXPECT_EQ(number(head, 16, 8), block << 32 | 4096) << "number and size of a block";
+            }
             position_ += block == 0 ? 3660 : 28;
         }
 
