@@ -87,7 +87,9 @@ enum DuplicatorAttribute {
     RecordsBehind = 32,
     SecondsBehind = 33,
     Milestone = 34,
-    MilestoneForPeople = 35
+    MilestoneForPeople = 35,
+    BytesBehind = 36,
+    LastError = 37
 };
 
 constexpr Column DuplicatorColumns[] = {{Process, "Process", "pid", true},
@@ -99,12 +101,14 @@ constexpr Column DuplicatorColumns[] = {{Process, "Process", "pid", true},
                                         {Rate, "A second", "records_per_second", true},
                                         {InputErrors, "Errors", "input_errors", true},
                                         {RecordsBehind, "Behind", "lag_records", true},
+                                        {BytesBehind, "Bytes", "lag_bytes", true},
                                         {SecondsBehind, "Seconds", "lag_seconds", true},
                                         {Output, "Output", "output", false},
                                         {RecordsWritten, "Written", "records_written", true},
                                         {BytesWritten, "Bytes", "bytes_written", true},
                                         {OutputErrors, "Errors", "output_errors", true},
-                                        {MilestoneForPeople, "Milestone", "milestone", false}};
+                                        {MilestoneForPeople, "Milestone", "milestone", false},
+                                        {LastError, "Last error", "last_error", false}};
 
 // The same for programs, with the times as numbers.
 constexpr Column DuplicatorMembers[] = {{Process, "", "pid", true},
@@ -122,8 +126,10 @@ constexpr Column DuplicatorMembers[] = {{Process, "", "pid", true},
                                         {Rate, "", "records_per_second", true},
                                         {LastTime, "", "last_time", true},
                                         {RecordsBehind, "", "lag_records", true},
+                                        {BytesBehind, "", "lag_bytes", true},
                                         {SecondsBehind, "", "lag_seconds", true},
-                                        {Milestone, "", "milestone", true}};
+                                        {Milestone, "", "milestone", true},
+                                        {LastError, "", "last_error", false}};
 
 struct Reports {
     VAR status;
@@ -178,11 +184,12 @@ std::vector<VAR> read_duplicators(DP *dp) {
                                             {22, RecordsWritten},
                                             {24, BytesWritten},
                                             {25, OutputErrors}});
-    const std::vector<VAR> rows = rows_of(lags, 1, {{1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 5}, {6, 6}});
+    const std::vector<VAR> rows = rows_of(lags, 1, {{1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 5}, {6, 6}, {7, 7}, {8, 8}});
     for (VAR &duplicator : duplicators) {
         const VAR lag = row_of_process(rows, VAR(duplicator(Process)));
-        constexpr int Places[] = {0, 0, LastTime, Rate, RecordsBehind, SecondsBehind, Milestone};
-        for (int attribute = 2; attribute <= 6; ++attribute) duplicator(Places[attribute]) = VAR(lag(attribute));
+        constexpr int Places[] = {0,         0,           LastTime, Rate, RecordsBehind, SecondsBehind,
+                                  Milestone, BytesBehind, LastError};
+        for (int attribute = 2; attribute <= 8; ++attribute) duplicator(Places[attribute]) = VAR(lag(attribute));
         if (!VAR(lag(6)).empty()) duplicator(MilestoneForPeople) = time_for_people(VAR(lag(6)).str());
     }
     return duplicators;
@@ -282,6 +289,7 @@ constexpr std::pair<int, Metric> DuplicatorMetrics[] = {
     {InputErrors, {"duplicator_input_errors", "counter", "Errors of a duplicator's input."}},
     {OutputErrors, {"duplicator_output_errors", "counter", "Errors of a duplicator's output."}},
     {RecordsBehind, {"duplicator_lag_records", "gauge", "Records of the journal that a duplicator has not read yet."}},
+    {BytesBehind, {"duplicator_lag_bytes", "gauge", "Bytes of the journal that a duplicator has not read yet."}},
     {SecondsBehind, {"duplicator_lag_seconds", "gauge", "Seconds that a duplicator is behind the journal."}},
     {LastTime, {"duplicator_last_record_seconds", "gauge", "Time of the last record that a duplicator has read."}},
     {Milestone, {"duplicator_milestone_seconds", "gauge", "Last milestone of a duplicator, come in or sent."}},

@@ -73,8 +73,8 @@ VELDA_EXPORT int VELDALoggerStatusCountDatabase(DP *dp);
 
 // How far they have got: one value for each slot in use, in the same order but without a clearing: 1 process, 2 stamp of
 // the last record read, 3 records read a second since the start; where the journal's own sets are read, 4 records and 5
-// seconds (between stamps) that it is behind them; 6 the last milestone, come to a sender or sent by a receiver. What is
-// not known is "". 0.
+// seconds (between stamps) that it is behind them; 6 the last milestone, come to a sender or sent by a receiver; 7 bytes
+// that it is behind, as 4; 8 its last error. What is not known is "". 0.
 VELDA_EXPORT int velda_duplicator_lag(DP *dp, VAR *result);
 
 // --- administration ------------------------------------------------------------------------------------------------

@@ -75,9 +75,19 @@ void publish_position(const DupContext &context) {
     if (context.input->deviceType != LogSetDevice) return;
     store(slot.inputSetRecords, context.input->recordsRead);
     store(slot.inputSet, static_cast<std::uint32_t>(context.input->set));
+    store(context.watch->inputFile, static_cast<std::uint32_t>(context.input->file));
+    store(context.watch->inputOffset, context.input->offset);
 }
 
 void publish_milestone(const DupContext &context, std::int64_t milestone) { store(context.slot->milestone, milestone); }
+
+void publish_error(const DupContext &context, std::string_view message) {
+    DupWatch &watch = *context.watch;
+    char text[sizeof watch.lastError] = {};
+    message.copy(text, sizeof text - 1);
+    std::memcpy(watch.lastError, text, sizeof text);
+    store(watch.lastErrorTime, present_time());
+}
 
 void show_status(DP *dp, std::string_view text) {
     const DupStatusSlot &slot = *dup_context(dp).slot;

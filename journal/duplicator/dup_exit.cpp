@@ -75,6 +75,7 @@ void release_all(DP *dp, DupContext &context) {
     context.monitor.reset();
     VELDALoggerStatusDelete(dp);
     context.slot = &context.unlistedSlot;
+    context.watch = &context.unlistedWatch;
     VRunFileIOClose(dp, context.logFile);
     context.logFile = nullptr;
     context.errorFile.reset();

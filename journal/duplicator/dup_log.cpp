@@ -92,7 +92,10 @@ int take_slot(DP *dp, DupContext &context) {
     const SlotChange change(dp);
     DupStatusSlot *const slot = VELDALoggerStatusAllocate(dp);
     if (!slot) return errno;
+    VELDALoggerConfig &config = *logger_context(dp).config;
     context.slot = slot;
+    context.watch = &config.dupWatches[slot - config.dupSlots];
+    *context.watch = {};
     return 0;
 }
 

@@ -29,11 +29,11 @@ struct RunState {
     std::int64_t last_time = 0;
     DuplicatorLag lag;
     std::string status;
+    std::string last_error;
 };
 
-// The status text may change meanwhile: what cannot be shown becomes a blank.
-std::string status_of(const DupStatusSlot &slot) {
-    std::string text = logger_text(slot.statusText, sizeof slot.statusText);
+// A text may change while it is read: what cannot be shown becomes a blank.
+std::string shown(std::string text) {
     for (char &byte : text)
         if (byte < ' ' || byte > '~' || byte == '"' || byte == '\\') byte = ' ';
     return text;
@@ -46,7 +46,8 @@ RunState state_of(const VELDALoggerConfig &config, const DupStatusSlot &slot) {
     state.errors = now(slot.inputErrors) + now(slot.outputErrors);
     state.last_time = now(slot.lastTime);
     state.lag = lag_of(config, slot);
-    state.status = status_of(slot);
+    state.status = shown(logger_text(slot.statusText, sizeof slot.statusText));
+    state.last_error = shown(last_error_of(config, slot));
     return state;
 }
 
@@ -61,9 +62,11 @@ std::string as_json(const RunState &state, bool ended, int exit_code) {
     std::string line = formatted("{\"time\": %" PRId64 ", \"records\": %" PRIu64 ", \"bytes\": %" PRIu64
                                  ", \"rate\": %" PRId64 ", \"errors\": %" PRIu32 ", \"last_time\": %" PRId64,
                                  present_time(), state.records, state.bytes, state.rate, state.errors, state.last_time);
-    line += state.lag.is_known ? formatted(", \"lag_records\": %" PRId64 ", \"lag_seconds\": %" PRId64,
-                                           state.lag.records, state.lag.seconds)
-                               : ", \"lag_records\": null, \"lag_seconds\": null";
+    line += state.lag.is_known
+                ? formatted(", \"lag_records\": %" PRId64 ", \"lag_bytes\": %" PRId64 ", \"lag_seconds\": %" PRId64,
+                            state.lag.records, state.lag.bytes, state.lag.seconds)
+                : ", \"lag_records\": null, \"lag_bytes\": null, \"lag_seconds\": null";
+    line += ", \"last_error\": " + (state.last_error.empty() ? "null" : '"' + state.last_error + '"');
     line += ", \"state\": \"" + (ended ? "ENDED" : state.status) + "\"";
     if (ended) line += formatted(", \"exit_code\": %d", exit_code);
     return line + "}\n";

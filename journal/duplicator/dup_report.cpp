@@ -55,6 +55,13 @@ void add_one(std::uint32_t &counter) {
     shared.store(shared.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
+// The message on one line that can be shown anywhere.
+void note_last_error(const DupContext &context, std::string message) {
+    show_marks(message);
+    std::erase(message, '\n');
+    publish_error(context, message);
+}
+
 void count_error(DP *dp, DupContext &context, const LogSelect *definition) {
     if (definition && definition == context.input) add_one(context.slot->inputErrors);
     if (definition && definition == context.output) add_one(context.slot->outputErrors);
@@ -106,6 +113,7 @@ void DupReport(DP *dp, const LogSelect *definition, const unsigned char *record,
     DupContext &context = dup_context(dp);
     write_line(dp, context, report_line(definition, severity, message));
     if (severity == Severity::Error) {
+        note_last_error(context, message);
         // Deliberate order: the error that exceeds the limit ends the run before it is kept in the error file.
         count_error(dp, context, definition);
         if (record && definition && definition == context.output && context.output->deviceType == Database &&

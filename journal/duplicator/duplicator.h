@@ -112,8 +112,10 @@ struct DupContext {
     LogSelect *output = nullptr;
     DupStatusSlot unlistedSlot{};         // where a run counts that has no slot of its own
     DupStatusSlot *slot = &unlistedSlot;  // never null
-    std::int64_t startTicks = 0;          // milliseconds of a steady clock at the start
-    double startUserSeconds = 0;          // processor time of the process at the start
+    DupWatch unlistedWatch{};
+    DupWatch *watch = &unlistedWatch;  // beside the slot
+    std::int64_t startTicks = 0;       // milliseconds of a steady clock at the start
+    double startUserSeconds = 0;       // processor time of the process at the start
     double startSystemSeconds = 0;
     std::uint32_t initialised = 0;  // both specifications were reached
     std::uint32_t useSelectList = 0;
@@ -196,6 +198,7 @@ std::string set_status_text(DP *dp, std::string_view text);
 // Stores how far the run has got: the position last read, and the milestone that came in or went out last.
 void publish_position(const DupContext &context);
 void publish_milestone(const DupContext &context, std::int64_t milestone);
+void publish_error(const DupContext &context, std::string_view message);
 // The same where the text before does not matter: costs nothing when it is shown already.
 void show_status(DP *dp, std::string_view text);
 // Add records and their bytes to the counters of the slot.

@@ -15,10 +15,10 @@
 enum {
     VELDA_LOGGER_CONFIG_BYTES = 79464,
     VELDA_LOGGER_SETS = 16,
-    VELDA_LOGGER_FILES = 16,         // of a set
+    VELDA_LOGGER_FILES = 16,  // of a set
     VELDA_LOGGER_DUP_SLOTS = 8,
     VELDA_LOGGER_QUEUE_NAMES = 8,
-    VELDA_LOGGER_PATH_BYTES = 192,   // with the zero byte at the end
+    VELDA_LOGGER_PATH_BYTES = 192,  // with the zero byte at the end
     VELDA_LOGGER_USER_BYTES = 32,
     VELDA_LOGGER_FORMAT_VERSION = 3,
     VELDA_LOGGER_BLOCK_BYTES = 4096  // the block size that the first reset of a set gives
@@ -38,16 +38,16 @@ typedef struct LogFileEntry {
 typedef struct LogSetInfo {
     uint32_t setState;
     uint32_t reserved4;
-    int64_t timeFirst;  // stamp of this use of the set; every block carries it
-    int64_t timeLast;   // time of the last update; 0: none recorded
+    int64_t timeFirst;                   // stamp of this use of the set; every block carries it
+    int64_t timeLast;                    // time of the last update; 0: none recorded
     unsigned char timeFirstPortable[8];  // timeFirst by vputlong64
     int64_t recordCount;
-    uint32_t currentFile;    // file being written, from 1
+    uint32_t currentFile;  // file being written, from 1
     uint32_t reserved44;
     int64_t fileOffset;      // write offset in each file
     uint32_t blockPosition;  // write position in the current block; the block size: the block is full
     unsigned char reserved60[36];
-    int64_t archivedTime;    // 0: never
+    int64_t archivedTime;  // 0: never
     char archiveLocation[VELDA_LOGGER_PATH_BYTES];
     LogFileEntry files[VELDA_LOGGER_FILES];
 } LogSetInfo;
@@ -63,11 +63,11 @@ typedef struct DupStatusSlot {
     uint32_t killerPort;
     uint32_t reserved76;
     // How far the input has been read, for those who watch; no part of the reports.
-    int64_t lastTime;        // stamp of the last record read; 0: none yet
-    int64_t milestone;       // what a receiver has told its sender last, at either end; 0: nothing yet
-    uint32_t inputSet;       // a log set: which one is read; 0: none yet
+    int64_t lastTime;   // stamp of the last record read; 0: none yet
+    int64_t milestone;  // what a receiver has told its sender last, at either end; 0: nothing yet
+    uint32_t inputSet;  // a log set: which one is read; 0: none yet
     uint32_t reserved100;
-    int64_t inputSetRecords; // and how many of its records were taken
+    int64_t inputSetRecords;  // and how many of its records were taken
     char inputSpec[256];
     uint32_t inputDevice;
     uint32_t inputFlags;
@@ -85,6 +85,15 @@ typedef struct DupStatusSlot {
     uint32_t outputErrors;
     uint32_t reserved700;
 } DupStatusSlot;
+
+// What else those who watch are shown of the duplicator in the slot of the same number; no part of the reports.
+typedef struct DupWatch {
+    int64_t inputOffset;  // a log set: how far it has been read, the offset in a file
+    uint32_t inputFile;   // and the file's index
+    uint32_t reserved12;
+    int64_t lastErrorTime;  // 0: no error yet
+    char lastError[232];    // the beginning of its text
+} DupWatch;
 
 typedef struct VELDALoggerConfig {
     char magic[8];
@@ -127,7 +136,8 @@ typedef struct VELDALoggerConfig {
     DupStatusSlot dupSlots[VELDA_LOGGER_DUP_SLOTS];
     unsigned char reserved6632[1560];
     unsigned char writer[4096];  // what the writers of records share; only the runtime looks at it
-    unsigned char reserved12288[8840];
+    DupWatch dupWatches[VELDA_LOGGER_DUP_SLOTS];
+    unsigned char reserved14336[6792];
     char password[32];  // enciphered; first byte 0: none
     char mqNames[VELDA_LOGGER_QUEUE_NAMES][40];
     LogSetInfo sets[VELDA_LOGGER_SETS];
@@ -179,6 +189,10 @@ VELDA_PROVE(DupStatusSlot, outputBlocks, 680);
 VELDA_PROVE(DupStatusSlot, outputBytes, 688);
 VELDA_PROVE(DupStatusSlot, outputErrors, 696);
 
+VELDA_PROVE(DupWatch, inputFile, 8);
+VELDA_PROVE(DupWatch, lastErrorTime, 16);
+VELDA_PROVE(DupWatch, lastError, 24);
+
 VELDA_PROVE(VELDALoggerConfig, configPath, 8);
 VELDA_PROVE(VELDALoggerConfig, recordSize, 200);
 VELDA_PROVE(VELDALoggerConfig, adminLogPath, 204);
@@ -212,6 +226,7 @@ VELDA_PROVE(VELDALoggerConfig, syncTransactions, 972);
 VELDA_PROVE(VELDALoggerConfig, lastCheckpoint, 976);
 VELDA_PROVE(VELDALoggerConfig, dupSlots, 1000);
 VELDA_PROVE(VELDALoggerConfig, writer, 8192);
+VELDA_PROVE(VELDALoggerConfig, dupWatches, 12288);
 VELDA_PROVE(VELDALoggerConfig, password, 21128);
 VELDA_PROVE(VELDALoggerConfig, mqNames, 21160);
 VELDA_PROVE(VELDALoggerConfig, sets, 21480);

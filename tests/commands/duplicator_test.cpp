@@ -439,7 +439,8 @@ TEST_F(Duplicator, JsonProgressHasALineEachSecondAndOneAtTheEnd) {
     const std::string lines = content("progress");
     const std::regex line(
         "\\{\"time\": \\d+, \"records\": \\d+, \"bytes\": \\d+, \"rate\": \\d+, \"errors\": 0, \"last_time\": \\d+, "
-        "\"lag_records\": 0, \"lag_seconds\": 0, \"state\": \"[^\"]*\"(, \"exit_code\": 0)?\\}\n");
+        "\"lag_records\": 0, \"lag_bytes\": 0, \"lag_seconds\": 0, \"last_error\": null, \"state\": \"[^\"]*\"(, "
+        "\"exit_code\": 0)?\\}\n");
     const std::ptrdiff_t matches =
         std::distance(std::sregex_iterator(lines.begin(), lines.end(), line), std::sregex_iterator());
     EXPECT_EQ(matches, std::count(lines.begin(), lines.end(), '\n')) << lines;
@@ -484,13 +485,15 @@ TEST_F(Duplicator, StatusShowsRecordsBytesAndLag) {
         "\"status\": \"SLEEPing: Waiting INPUT data\", \"input\": \"set=current terminate=wait retry=1\", "
         "\"records_read\": [1-9]\\d*, \"bytes_read\": [1-9]\\d*, \"input_errors\": 0, \"output\": \"set=null\", "
         "\"records_written\": 0, \"bytes_written\": 0, \"output_errors\": 0, \"records_per_second\": [0-9.]+, "
-        "\"last_time\": \\d+, \"lag_records\": 0, \"lag_seconds\": 0, \"milestone\": null\\}");
+        "\"last_time\": \\d+, \"lag_records\": 0, \"lag_bytes\": 0, \"lag_seconds\": 0, \"milestone\": null, "
+        "\"last_error\": \"\"\\}");
     EXPECT_TRUE(eventually([&] {
         return std::regex_search(velda({"vlogstatus", "--json"}).output, members);
     })) << velda({"vlogstatus", "--json"}).output;
     const std::string metrics = velda({"vlogstatus", "--metrics"}).output;
     const std::string label = "{pid=\"" + std::to_string(run->process) + "\"} ";
-    for (const char *const name : {"records_read", "bytes_read", "input_errors", "lag_records", "lag_seconds"})
+    for (const char *const name :
+         {"records_read", "bytes_read", "input_errors", "lag_records", "lag_bytes", "lag_seconds"})
         EXPECT_TRUE(contains(metrics, std::string("velda_journal_duplicator_") + name + label)) << name;
     EXPECT_TRUE(contains(metrics, "velda_journal_duplicator_lag_records" + label + "0\n"));
     EXPECT_FALSE(contains(metrics, "velda_journal_duplicator_milestone_seconds" + label));
@@ -504,8 +507,24 @@ TEST_F(Duplicator, AStoppedDuplicatorFallsBehind) {
     make_file("G", {{"a", "1"}, {"b", "2"}, {"c", "3"}});
     const std::string json = velda({"vlogstatus", "--json"}).output;
     EXPECT_TRUE(std::regex_search(json, std::regex("\"lag_records\": ([3-9]|[1-9]\\d)"))) << json;
+    EXPECT_TRUE(std::regex_search(json, std::regex("\"lag_bytes\": [1-9]\\d{2,3},"))) << json;
     kill(run->process, SIGCONT);
     EXPECT_TRUE(eventually([&] { return contains(velda({"vlogstatus", "--json"}).output, "\"lag_records\": 0,"); }));
+}
+
+TEST_F(Duplicator, StatusShowsTheLastErrorOfTheRunAndNoneOfTheRunBefore) {
+    make_journal();
+    make_file("F", {{"a", "1"}});
+    {
+        const auto run = waiting_duplicator("set=database rename=" + account_ + ",/nowhere");
+        EXPECT_TRUE(eventually([&] {
+            return contains(velda({"vlogstatus", "--json"}).output,
+                            "\"last_error\": \"Unable to open file '/nowhere/F' , error value 2\"");
+        })) << velda({"vlogstatus", "--json"}).output;
+        EXPECT_TRUE(contains(velda({"vlogstatus"}).output, "Unable to open file '/nowhere/F' , error value 2"));
+    }
+    const auto next = waiting_duplicator();
+    EXPECT_TRUE(contains(velda({"vlogstatus", "--json"}).output, "\"last_error\": \"\"}"));
 }
 
 // --- vlogkill -------------------------------------------------------------------------------------------------------

@@ -74,6 +74,15 @@ TEST_F(Report, ErrorsAreCountedAtTheSideTheyBelongTo) {
     EXPECT_EQ(context.errorCount, 4u);
 }
 
+TEST_F(Report, TheLastErrorIsKeptOnOneLineForThoseWhoWatch) {
+    report(&out_, Severity::Error, "one\n    and\xFEtwo\n");
+    report(&out_, Severity::Warning, "a warning");
+    EXPECT_STREQ(context.watch->lastError, "one    and^two");
+    EXPECT_NE(context.watch->lastErrorTime, 0);
+    report(nullptr, Severity::Error, std::string(1000, 'x'));
+    EXPECT_EQ(std::string(context.watch->lastError), std::string(231, 'x'));
+}
+
 // --- the limit ---
 
 TEST_F(Report, WithALimitOfOneTheSecondErrorEndsTheRunWithFour) {
