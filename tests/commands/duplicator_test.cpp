@@ -359,8 +359,10 @@ TEST_F(Duplicator, ProgressOfEveryRecordIsAskedForByV) {
 
 TEST_F(Duplicator, ASecondDatabaseDuplicatorIsWarnedOfTheFirst) {
     make_journal();
+    const std::vector<std::string> words = {"INPUT", "set=current", "terminate=eos", "OUTPUT", "set=database"};
+    EXPECT_FALSE(contains(duplicate(words).output, "copies of vlogdup"));
     const auto first = waiting_duplicator("set=database");
-    const Ran ran = duplicate({"INPUT", "set=current", "terminate=eos", "OUTPUT", "set=database"});
+    const Ran ran = duplicate(words);
     EXPECT_TRUE(contains(ran.output,
                          " : WARNING: \n    There are 2 copies of vlogdup restoring to the database simultaneously\n"))
         << ran.output;

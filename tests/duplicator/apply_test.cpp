@@ -177,6 +177,11 @@ TEST_F(Apply, ACreateFileHandsOverItsArgumentsAndItsText) {
     EXPECT_EQ(file.status()(VELDA_STATUS_LOGGED).str(), "0");
 }
 
+TEST_F(Apply, TheTypeOfACreateFileGoesBeforeOneOfItsArguments) {
+    apply_quietly({create_file_record(path("NEW"), "HL", "", {"TYPE=UD"})});
+    EXPECT_TRUE(std::filesystem::is_regular_file(path("NEW")));
+}
+
 TEST_F(Apply, ACreateFileSetsTheOperationsInTheEnvironment) {
     BuiltRecord record = create_file_record(path("NEW"), "HL", "", {});
     const auto field = [](const std::string &text) { return int32(static_cast<std::int64_t>(text.size())) + text; };

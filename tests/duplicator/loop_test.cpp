@@ -110,6 +110,16 @@ TEST_F(Loop, BlocksReadAreTakenOverFromTheInputExceptAtAnEndRecord) {
     EXPECT_EQ(blocks_after(record_of(EofType), 8), 7u);
 }
 
+TEST_F(Loop, AnOperatorsOrderIsNoticedBehindTheRecordInHand) {
+    const std::string file = make_file("ORDERS");
+    fill({write_record(file, "1", "a"), write_record(file, "2", "b")});
+    EXPECT_EQ(duplicate("set=1 terminate=eos", "set=database",
+                        [&] { context.slot->killerPid = context.slot->killerPort = 1; }),
+              5);
+    EXPECT_EQ(read(file, "1"), "a");
+    EXPECT_EQ(read(file, "2"), "(none)");
+}
+
 TEST_F(Loop, TheEndOfTheInputIsExitCodeNought) {
     fill({checkpoint_record(1, "")});
     EXPECT_EQ(duplicate(), 0);

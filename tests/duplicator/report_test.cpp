@@ -83,6 +83,11 @@ TEST_F(Report, TheLastErrorIsKeptOnOneLineForThoseWhoWatch) {
     EXPECT_EQ(std::string(context.watch->lastError), std::string(231, 'x'));
 }
 
+TEST_F(Report, AnOperatorsOrderIsNoticedAtAReport) {
+    context.slot->killerPid = context.slot->killerPort = 1;
+    EXPECT_EQ(report(nullptr, Severity::Status, "x"), 5);
+}
+
 // --- the limit ---
 
 TEST_F(Report, WithALimitOfOneTheSecondErrorEndsTheRunWithFour) {

@@ -1,4 +1,8 @@
 // Streams of blocks written: how records fill blocks, when blocks get out, devices that follow one another, failures.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
 #include "tests/journal_internals/device_fixture.h"
 #include "tests/support/seed.h"
 #include "tests/support/terminal_program.h"
@@ -419,6 +423,29 @@ TEST_F(DeviceWrite, TheTerminalsStreamGoesToStandardOutput) {
     });
     ASSERT_EQ(ending.output.size(), static_cast<std::size_t>(DeviceBlock));
     EXPECT_EQ(ending.output.substr(28), block_of(bytes_of(numbered(1))).substr(28));
+}
+
+// A pipe with a name: to open it for writing takes a reader, and what nobody reads fills it up.
+TEST_F(DeviceWrite, WhatTheWriterWaitsForIsShown) {
+    const std::string pipe_name = system_ / "pipe";
+    ASSERT_EQ(mkfifo(pipe_name.c_str(), 0600), 0);
+    auto &slot = *static_cast<DupStatusSlot *>(
+        mmap(nullptr, sizeof(DupStatusSlot), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const auto shows = [&](const std::string &text) { return eventually([&] { return slot.statusText == text; }); };
+    std::fflush(nullptr);
+    const pid_t writer = fork();
+    if (writer == 0) {
+        write_to({"pipe"});
+        run().slot = &slot;
+        for (;;) write(numbered(1));
+    }
+    EXPECT_TRUE(shows("READING header from output file"));
+    const int reader = open(pipe_name.c_str(), O_RDONLY);
+    EXPECT_TRUE(shows("WRITING to serial device"));
+    kill(writer, SIGKILL);
+    waitpid(writer, nullptr, 0);
+    close(reader);
+    munmap(&slot, sizeof slot);
 }
 
 // --- everything ---
