@@ -153,6 +153,23 @@ TEST(Cell, CopiesAreDeepAndMovesLeaveAnUnassignedCell) {
     EXPECT_EQ(first.view(), Long);
 }
 
+TEST(Cell, OnlyTextThatReadsBackAsItselfIsCanonical) {
+    for (const char *text : {"0", "5", "-5", "0.5", "-0.5", "1.25", "900719925474.0992"}) {
+        const VAR cell = text;
+        ASSERT_TRUE(cell.is_numeric()) << text;
+        EXPECT_EQ(cell.form & VELDA_MASK_HAS_IMAGE, VELDA_FORM_CANONICAL) << text;
+        EXPECT_EQ((cell.form & VELDA_FORM_INTEGER) != 0, cell.view().find('.') == std::string_view::npos) << text;
+    }
+    for (const char *text : {"01", "00", "-0", "+5", "+.5", ".5", ".50", "-.5", "1.50", "5.", "0.0", ".", "-", "+",
+                             "1.00001", "900719925474.0993", "12345678901234567890"}) {
+        const VAR cell = text;
+        ASSERT_TRUE(cell.is_numeric()) << text;
+        EXPECT_EQ(cell.form & VELDA_MASK_HAS_IMAGE, VELDA_FORM_NONCANONICAL) << text;
+        EXPECT_EQ(cell.form & VELDA_FORM_INTEGER, 0) << text;
+        EXPECT_EQ(cell.view(), text);
+    }
+}
+
 TEST(Cell, ACopyKeepsTheNumber) {
     const VAR number = "01";
     ASSERT_TRUE(number.is_numeric());

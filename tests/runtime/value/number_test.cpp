@@ -191,6 +191,9 @@ TEST(Arithmetic, DivisionByZeroGivesZeroAndAMessage) {
     fault.clear();
     EXPECT_EQ(string_divide("5", "0").view(), "0");
     EXPECT_EQ(fault, "Division by zero: zero used");
+    fault.clear();
+    EXPECT_EQ(string_modulo("5", "0").view(), "0");
+    EXPECT_EQ(fault, "Division by zero: zero used");
 }
 
 TEST(Arithmetic, IntegerPartAbsoluteAndNegative) {

@@ -53,6 +53,7 @@ TEST(Locate, BeginsAtElementStart) {
     EXPECT_EQ(located("b", "a^b^a", 0, 0, "", 3), "not 4");
     EXPECT_EQ(located("b", "a^b^a", 0, 0, "", 99), "not 4");
     EXPECT_EQ(located("b", "a^b^c", 0, 0, "AL", 3), "not 3") << "the sorted search begins there too";
+    EXPECT_EQ(located("b", "a^c", 0, 0, "AL", 9), "not 3");
 }
 
 TEST(Locate, FailureWithoutOrderLeavesOneBeyondTheLast) {
@@ -94,6 +95,12 @@ TEST(Locate, RightJustifiedSortsNumbersByValue) {
     EXPECT_EQ(located("2.5", "1^2^10", 0, 0, "AR"), "not 3");
     EXPECT_EQ(located("9", "100^10^2", 0, 0, "DR"), "not 3");
     EXPECT_EQ(located("123456789012345678901", "5^123456789012345678900^123456789012345678902", 0, 0, "AR"), "not 3");
+}
+
+TEST(Locate, AnEqualNumberOfAnotherSpellingIsNoMatch) {
+    EXPECT_EQ(located("1", "01^2", 0, 0, "AR"), "not 2");
+    EXPECT_EQ(located("1", "01^1^2", 0, 0, "AR"), "found 2") << "the search goes on among equals";
+    EXPECT_EQ(located("1", "2^1.0^1", 0, 0, "DR"), "found 3");
 }
 
 TEST(Locate, RightJustifiedPadsOtherTextWithBlanks) {
