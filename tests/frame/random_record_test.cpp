@@ -42,6 +42,26 @@ TEST(RandomRecord, HasSixAttributesWithinTheirBounds) {
     }
 }
 
+TEST(RandomRecord, ReachesFarIntoEachRange) {
+    const int day = VLibGInternalLocalDate(velda_getdp());
+    std::int64_t largest = 0, largest_padded = 0, first_day = day, last_day = day, longest_run = 0, most_letters = 0;
+    for (const Sample &sample : samples(500)) {
+        largest = std::max(largest, sample.record(1).to_integer());
+        largest_padded = std::max(largest_padded, sample.record(2).to_integer());
+        first_day = std::min(first_day, sample.record(3).to_integer());
+        last_day = std::max(last_day, sample.record(3).to_integer());
+        longest_run = std::max<std::int64_t>(longest_run, sample.record(5).size());
+        most_letters = std::max<std::int64_t>(most_letters, sample.record(6).size());
+    }
+    // Each is missed by less than one run in 10^11.
+    EXPECT_GT(largest, 90000000);
+    EXPECT_GT(largest_padded, 90000000);
+    EXPECT_LT(first_day, day - 365 + 73);
+    EXPECT_GT(last_day, day - 365 + 657);
+    EXPECT_EQ(longest_run, 19);
+    EXPECT_EQ(most_letters, 9);
+}
+
 TEST(RandomRecord, GetsAKeyOfItsLastAttributeAndANumberBelowTenThousand) {
     for (const Sample &sample : samples(100)) {
         EXPECT_EQ(field(sample.key, "*", 1).str(), VAR(sample.record(6)).str());

@@ -139,7 +139,7 @@ TEST_P(Help, EndsTheCommandWithTheHelpText) {
     EXPECT_EQ(ending.output, "Help for program PROG\n\nusage: PROG file\n  more\n");
     EXPECT_EQ(ending.exit_code, 0);
 }
-INSTANTIATE_TEST_SUITE_P(Forms, Help, ::testing::Values("?", "-?", "(?)", "-A?", "X^(?^Y"));
+INSTANTIATE_TEST_SUITE_P(Forms, Help, ::testing::Values("?", "-?", "(?)", "-A?", "X^(?^Y", "(A^?", "(A^-?"));
 
 TEST(UtilityInit, SaysWhenThereIsNoHelp) {
     const Ending ending = run_on_pipes("", command("PROG", [](DP *dp) { init(dp, "?"); }));
