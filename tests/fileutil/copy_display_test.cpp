@@ -131,6 +131,14 @@ TEST_P(QuitKey, EndsTheDisplayAtThePause) {
 }
 INSTANTIATE_TEST_SUITE_P(Keys, QuitKey, ::testing::Values("Q", "q", "\x05", "\x18"));
 
+TEST_F(CopyDisplay, EndsAtAPauseWithinALongAttribute) {
+    put("F", "W", std::string(100, 'w') + "^next");
+    OnTerminal terminal({.type = "dumb", .columns = 20, .lines = 3}, copy_program("COPY F W (T"));
+    terminal.prompted("    W\r\n001 wwwwwwwwwwwwww\r\n    wwwwwwwwwwwwww");
+    terminal.type("q");
+    EXPECT_EQ(terminal.rest(), "\r\n");
+}
+
 TEST_F(CopyDisplay, TakesTheReplyToThePauseFromStackedData) {
     put_lines("L", 9);
     setenv("LINES", "3", 1);
@@ -199,16 +207,25 @@ TEST_F(CopyDisplay, RestoresPromptAndEchoAfterThePause) {
 
 // --- the printer ---------------------------------------------------------------------------------------------------
 
-// What a program prints: the unit's output is the input of this command.
-std::string printed(const Program &program) {
-    std::filesystem::remove("printed.txt");
-    const Ending ending = run_on_pipes("", [=](DP *dp) {
+// A program whose print jobs are the input of this command.
+Program printing(const Program &program) {
+    return [=](DP *dp) {
         setenv("VELDAPRINTER", "cat > printed.txt", 1);
         program(dp);
-    });
-    EXPECT_EQ(ending.output, "");
+    };
+}
+
+std::string last_print_job() {
     std::ifstream in("printed.txt", std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// What a program prints.
+std::string printed(const Program &program) {
+    std::filesystem::remove("printed.txt");
+    const Ending ending = run_on_pipes("", printing(program));
+    EXPECT_EQ(ending.output, "");
+    return last_print_job();
 }
 
 TEST_F(CopyDisplay, PrintsTheRecordsWithOptionP) {
@@ -223,16 +240,37 @@ TEST_F(CopyDisplay, BeginsANewPageOfThePrinterForEachRecordWithOptionF) {
     EXPECT_EQ(printed(copy_program("COPY F K2 K3 (PF")), "    K2\n001 two\n\n\f    K3\n001 three\n\n");
 }
 
-TEST_F(CopyDisplay, PrintsWithoutPauses) {
+TEST_F(CopyDisplay, PrintsWithoutPausesAndLeavesTheScreenAlone) {
     put_lines("L", 100);
-    EXPECT_TRUE(printed(copy_program("COPY F L (P")).ends_with("\n100 line100\n\n"));
+    OnTerminal terminal({.type = "xterm", .columns = 80, .lines = 5}, printing(copy_program("COPY F K2 L (PF")));
+    EXPECT_EQ(terminal.rest(), "");
+    EXPECT_EQ(terminal.exit_code(), 0);
+    const std::string job = last_print_job();
+    EXPECT_TRUE(job.starts_with("    K2\n001 two\n\n\f    L\n001 line1\n")) << job;
+    EXPECT_TRUE(job.ends_with("\n100 line100\n\n")) << job;
+}
+
+TEST_F(CopyDisplay, EndsThePrintJobBeforeItsExitHandlersRun) {
+    const auto body = [](DP *dp) {
+        call_on_exit("TestShowPrintJob");
+        VAR OutputFlag = 2;
+        VBC_VELDACopyCommand(dp, "V", &OutputFlag);
+    };
+    EXPECT_EQ(run_on_pipes("", printing(command("CP F K2 (S", body))).output, "job: K2\ntwo\n\n");
+}
+
+TEST_F(CopyDisplay, SwitchesThePrintUnitToTheTerminal) {
+    const auto body = [](DP *dp) {
+        printer_on();
+        VAR OutputFlag = 0;
+        VBC_VELDACopyCommand(dp, "V", &OutputFlag);
+    };
+    EXPECT_EQ(run_on_pipes("", printing(command("COPY F NONE K1 (I", body, {"(G"}))).output,
+              "     1 K1\n1 records copied\n'NONE' record not found\n");
 }
 
 TEST_F(CopyDisplay, ShowsMissingRecordsOnTheTerminalWhileItPrints) {
-    const Ending ending = run_on_pipes("", [](DP *dp) {
-        setenv("VELDAPRINTER", "cat > printed.txt", 1);
-        copy_program("COPY F NONE K2 (P")(dp);
-    });
+    const Ending ending = run_on_pipes("", printing(copy_program("COPY F NONE K2 (P")));
     EXPECT_EQ(ending.output, "'NONE' record not found\n");
     EXPECT_EQ(ending.exit_code, 2);
 }
@@ -271,4 +309,6 @@ TEST_F(CopyTest, ShowsNoHelpWhenTheProgramForcesTheTarget) {
 
 }  // namespace
 
+// Exit handlers of the tests above.
+VBC_SUBROUTINE(TestShowPrintJob, code) { crt("job: ", last_print_job()); }
 VBC_SUBROUTINE(TestShowPrompt, code) { crt(system_number(3026), system_number(3024)); }

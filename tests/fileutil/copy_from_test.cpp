@@ -92,7 +92,23 @@ TEST_F(CopyFrom, CopiesTheFirstRecordsOfTheSource) {
 TEST_F(CopyFrom, DropsATargetInFrontOfFirst) {
     const Ending ending = copy("COPY FROM F TO G FIRST 1 NUM.SUPP ID.SUP");
     EXPECT_EQ(contents("G"), "");
-    EXPECT_NE(ending.output.find("\n"), std::string::npos) << "without target the records are shown";
+    EXPECT_EQ(ending.output, " \none\n1.2\n\n") << "without target the records are shown";
+}
+
+TEST_F(CopyFrom, TakesTheFirstRecordsInPlaceOfKeysAndOfAll) {
+    copy("COPY FROM F K3,N3 FIRST 1 TO G");
+    EXPECT_EQ(contents("G"), "K1=one^1]2");
+    copy("COPY FROM F ALL FIRST 2 TO D");
+    EXPECT_EQ(contents("D"), "K1=one^1]2 K2=two");
+}
+
+TEST_F(CopyFrom, TakesAllRecordsInPlaceOfKeysToo) {
+    copy("COPY FROM F K1,N1 ALL TO G");
+    EXPECT_EQ(contents("G"), "K2=two K3=three N1=one^1]2") << "the first record gets the target key that was given";
+}
+
+TEST_F(CopyFrom, ShowsTheRecordsWhenNeitherTargetNorKeysAreGiven) {
+    EXPECT_EQ(copy("COPY FROM F ALL").output, "    K1\n001 one\n002 1.2\n\n    K2\n001 two\n\n    K3\n001 three\n\n");
 }
 
 TEST_F(CopyFrom, IgnoresFirstWithoutNumber) {

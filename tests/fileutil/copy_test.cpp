@@ -335,6 +335,13 @@ TEST_F(CopyTest, ReadsTheEditorsFormUnconvertedFromADirectory) {
     EXPECT_EQ(get("F", "Z"), "a" + std::string(10, ' ') + "b");
 }
 
+TEST_F(CopyTest, ReadsTheEditorsFormAsTextWithOptionA) {
+    // The line feed is a mark then, and the count of the run is the mark's byte.
+    write_host_file("D/Z", std::string("a\x10 \n") + "b");
+    copy("COPY -E D Z (A", {"(F"});
+    EXPECT_EQ(get("F", "Z"), "a" + std::string(0xFE, ' ') + "b");
+}
+
 // --- batches ---------------------------------------------------------------------------------------------------------
 
 TEST_F(CopyTest, CopiesMoreRecordsThanABatchHolds) {
