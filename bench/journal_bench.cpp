@@ -1,5 +1,6 @@
 // journal_bench: what journalling costs. Each row is a ratio measured in one run: statements with and without a journal,
-// appends against one write() for each record under a mutex that processes share, two processes against one.
+// appends against one write() for each record under a mutex that processes share, two processes against one, transactions
+// against as many bytes written and synced.
 //
 //   journal_bench [FILTER]
 #include <fcntl.h>
@@ -12,36 +13,35 @@
 
 #include "bench/raw_lmdb.h"
 #include "journal/journal.h"
+#include "runtime/process/context.h"
 #include "runtime/store/journalling.h"
 #include "runtime/vutil.h"
 
 namespace velda::bench {
 namespace {
 
-constexpr int SetFiles = 1;
+constexpr int PlainSet = 1, StripedSet = 2;  // of one file, of three
 
 void require(bool happened, const char *what) {
     if (!happened) give_up(what);
 }
 
-// A journal of one set, which every round empties.
+// A journal whose current set every round empties.
 class Journal {
   public:
     explicit Journal(const Run &run) : dp(velda_getdp()) {
         require(VELDALoggerGetDefinition(dp) == 0, "cannot make the configuration");
-        for (int file = 1; file <= SetFiles; ++file) {
-            const VAR path(run.path("log" + std::to_string(file)));
-            require(VELDALoggerSetFile(dp, 1, file, 1, &path) == 0, "cannot name a file");
-        }
+        name_file(run, PlainSet, 1);
+        for (int file = 1; file <= 3; ++file) name_file(run, StripedSet, file);
         config = VediLoggerInit(dp, 1);
         empty();
     }
-    void empty() const {
+    void empty(int set = PlainSet) const {
         set_status(VELDA_LOGGER_INACTIVE);
-        require(VELDALoggerSwapLog(dp, 1) == 0, "cannot switch");
+        require(VELDALoggerSwapLog(dp, set) == 0, "cannot switch");
     }
-    void empty_and_activate() const {
-        empty();
+    void empty_and_activate(int set = PlainSet) const {
+        empty(set);
         set_status(VELDA_LOGGER_ACTIVE);
     }
     void require_records(std::size_t count) const {
@@ -51,20 +51,34 @@ class Journal {
 
     DP *const dp;
     VELDALoggerConfig *config;
+
+  private:
+    void name_file(const Run &run, int set, int file) const {
+        const VAR path(run.path("log" + std::to_string(set) + "-" + std::to_string(file)));
+        require(VELDALoggerSetFile(dp, set, file, 1, &path) == 0, "cannot name a file");
+    }
 };
+
+void make_lazy_file(DP *dp, const std::string &path) {
+    const VAR operands("DATA\xFE" + path +
+                       "\xFE"
+                       "DURABILITY=LAZY");
+    require(velda_create_file(dp, &operands, nullptr) == 1, "cannot make a file");
+}
+
+VAR opened(DP *dp, const std::string &path) {
+    const VAR name(path);
+    VAR file;
+    require(VLibFNEWOPEN_IIBBBB(dp, 0, nullptr, &name, &file, nullptr) == 1, "cannot open a file");
+    return file;
+}
 
 void bench_statements(const Run &run, const Journal &journal) {
     if (!run.wanted("WRITE lazy")) return;
     constexpr std::size_t Among = 100000;
     DP *const dp = journal.dp;
-    const std::string path = run.path("lazy");
-    const VAR operands("DATA\xFE" + path +
-                       "\xFE"
-                       "DURABILITY=LAZY"),
-        name(path);
-    VAR file;
-    require(velda_create_file(dp, &operands, nullptr) == 1, "cannot make a file");
-    require(VLibFNEWOPEN_IIBBBB(dp, 0, nullptr, &name, &file, nullptr) == 1, "cannot open a file");
+    make_lazy_file(dp, run.path("lazy"));
+    const VAR file = opened(dp, run.path("lazy"));
     std::vector<VAR> keys;
     for (const auto &key : random_keys(100000, Among)) keys.emplace_back(key);
     const VAR record(std::string(RecordBytes, 'w'));
@@ -138,10 +152,10 @@ void bench_append(const Run &run, const Journal &journal) {
 }
 
 // The work done by so many processes at once, each an equal part.
-void append_in_processes(std::size_t count, int processes) {
+void in_processes(int processes, std::size_t count, const std::function<void(std::size_t)> &work) {
     for (int n = 0; n < processes; ++n) {
         if (fork() != 0) continue;
-        append(count / static_cast<std::size_t>(processes));
+        work(count / static_cast<std::size_t>(processes));
         _exit(0);
     }
     for (int n = 0; n < processes; ++n) {
@@ -155,9 +169,53 @@ void bench_two_processes(const Run &run, const Journal &journal) {
     constexpr std::size_t Records = 400000;
     const auto prepare = [&] { journal.empty_and_activate(); };
     compare(
-        "append by two processes, of one", 0.8, Records, [&] { append_in_processes(Records, 1); },
-        [&] { append_in_processes(Records, 2); }, 7, prepare, prepare);
+        "append by two processes, of one", 0.8, Records, [&] { in_processes(1, Records, append); },
+        [&] { in_processes(2, Records, append); }, 7, prepare, prepare);
     journal.require_records(Records);
+}
+
+// Each is one update, and its end waits for the disk.
+void make_transactions(const std::string &path, std::size_t count) {
+    DP *const dp = velda_new_context();
+    const CurrentContext current(dp);
+    const VAR file = opened(dp, path), record(std::string(RecordBytes, 't'));
+    for (std::size_t n = 0; n < count; ++n) {
+        const VAR key(key_of(n));
+        require(velda_transaction_begin(dp, nullptr) == 1, "a transaction does not begin");
+        require(VLibFNEWWRITE_IIBBBIB(dp, 0, &file, &record, &key, 0, nullptr) == 1, "a write failed");
+        require(velda_transaction_commit(dp, nullptr) == 1, "a transaction does not end");
+    }
+}
+
+// As many bytes as the records of a transaction have, behind those before.
+void write_and_sync(const std::string &path, std::size_t count) {
+    const std::array<char, 512> bytes{};
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    for (std::size_t n = 0; n < count; ++n) {
+        const auto at = static_cast<off_t>(n * bytes.size());
+        require(pwrite(file, bytes.data(), bytes.size(), at) == static_cast<ssize_t>(bytes.size()), "pwrite()");
+        require(fdatasync(file) == 0, "fdatasync()");
+    }
+    close(file);
+}
+
+void bench_transactions(const Run &run, const Journal &journal) {
+    constexpr std::size_t Transactions = 200;
+    const std::string path = run.path("transactions"), plain = run.path("plain");
+    const auto by = [&](int processes) {
+        return
+            [=] { in_processes(processes, Transactions, [&](std::size_t count) { make_transactions(path, count); }); };
+    };
+    const auto prepare = [&] {
+        journal.empty_and_activate(StripedSet);
+        journal.config->syncTransactions = 1;
+    };
+    if (!run.wanted("transactions on disk")) return;
+    make_lazy_file(journal.dp, path);
+    compare(
+        "transactions on disk, of pwrite() and fdatasync()", 0.77, Transactions,
+        [&] { write_and_sync(plain, Transactions); }, by(1), 5, prepare);
+    compare("transactions on disk by four processes, of one", 1.5, Transactions, by(1), by(4), 5, prepare, prepare);
 }
 
 }  // namespace
@@ -170,4 +228,5 @@ int main(int count, char **words) {
     velda::bench::bench_statements(run, journal);
     velda::bench::bench_append(run, journal);
     velda::bench::bench_two_processes(run, journal);
+    velda::bench::bench_transactions(run, journal);
 }

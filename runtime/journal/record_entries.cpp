@@ -48,10 +48,14 @@ Result<void> append_transaction_record(DP *dp, RecordType type, const VAR *text)
     return batch.append();
 }
 
-void leave_transaction(JournalSession &session) {
+void give_turn_back(JournalSession &session) {
     session.in_transaction = false;
     mark_transaction(session, false);
     transaction_turn().unlock();
+}
+
+void leave_transaction(JournalSession &session) {
+    give_turn_back(session);
     if (session.is_under_way_with_transaction) end_under_way(session);
 }
 
@@ -75,10 +79,12 @@ int end_transaction(DP *dp, RecordType type, const VAR *text) {
     auto &session = dp->state<JournalSession>();
     if (!session.in_transaction) return errno = EPERM;
     auto appended = append_transaction_record(dp, type, text);
+    // The next one of this process can be written meanwhile: then one sync is for both. A change of set still waits.
+    give_turn_back(session);
     Configuration *const configuration = journal_of_updates(dp);
     if (appended && configuration && configuration->record->syncTransactions != 0)
         appended = sync_journal(dp, *configuration, SyncReason::TransactionEnd);
-    leave_transaction(session);
+    if (session.is_under_way_with_transaction) end_under_way(session);
     return number_of(dp, appended);
 }
 

@@ -346,11 +346,18 @@ int SetStream::sync() const {
     return first_error;
 }
 
-std::array<int, VELDA_LOGGER_FILES> SetStream::duplicates() const {
-    std::array<int, VELDA_LOGGER_FILES> descriptors;
-    descriptors.fill(-1);
-    for (int number = 0; number < count_; ++number)
-        descriptors[number] = fcntl(files_[number].descriptor, F_DUPFD_CLOEXEC, 0);
+Result<std::vector<int>> SetStream::duplicates(std::uint64_t begin, std::uint64_t end) const {
+    std::vector<int> descriptors;
+    const std::uint64_t first = begin / BlockBytes, behind = end / BlockBytes + (end % BlockBytes != 0);
+    for (std::uint64_t number = first; number < behind && number < first + count_; ++number) {
+        const File &file = files_[number % count_];
+        descriptors.push_back(fcntl(file.descriptor, F_DUPFD_CLOEXEC, 0));
+        if (descriptors.back() >= 0) continue;
+        Error error = set_file_error(errno, "cannot sync journal file", file.path);
+        descriptors.pop_back();
+        for (const int descriptor : descriptors) close(descriptor);
+        return error;
+    }
     return descriptors;
 }
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "runtime/base/result.h"
 #include "runtime/journal/config_record.h"
@@ -67,8 +68,10 @@ class SetStream {
 
     // Makes what was stored durable. 0 or the error.
     int sync() const;
-    // Second descriptors of the files, -1 for those that the set has not.
-    std::array<int, VELDA_LOGGER_FILES> duplicates() const;
+    // Second descriptors of the files, to be closed by the caller: of all, or of those that hold a byte of the stream
+    // from `begin` to `end`. Error 24 and none when there are too many open files.
+    Result<std::vector<int>> duplicates() const { return duplicates(0, ~std::uint64_t{0}); }
+    Result<std::vector<int>> duplicates(std::uint64_t begin, std::uint64_t end) const;
 
   private:
     static constexpr std::uint64_t WindowRows = 256;

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "runtime/base/process_number.h"
@@ -45,16 +47,45 @@ bool covers(const WrittenTo &synced, const WrittenTo &wanted) {
 
 WrittenTo written_now(const WriterState &state) { return state.written[state.valid.load(std::memory_order_acquire)]; }
 
-int sync_files(const std::array<int, VELDA_LOGGER_FILES> &descriptors) {
-    int first_error = 0;
-    for (const int descriptor : descriptors) {
-        if (descriptor < 0) continue;
-        const int failed = injected_failure(Step::Sync);
-        if ((failed != 0 || fdatasync(descriptor) != 0) && first_error == 0) first_error = failed != 0 ? failed : errno;
-        close(descriptor);
+// One file after the other would wait for the disk once for each: in one go they wait together.
+class FilesToSync {
+  public:
+    explicit FilesToSync(std::vector<int> descriptors) : descriptors_(std::move(descriptors)) {}
+    ~FilesToSync() {
+        for (const int descriptor : descriptors_) close(descriptor);
     }
-    return first_error;
-}
+    FilesToSync(const FilesToSync &) = delete;
+    FilesToSync &operator=(const FilesToSync &) = delete;
+
+    // 0, or the error of one of them.
+    int sync() {
+        for (std::size_t n = 0; n < descriptors_.size(); ++n) note(injected_failure(Step::Sync));
+        std::vector<std::thread> helpers;
+        for (std::size_t n = 1; n < descriptors_.size(); ++n) start(helpers, descriptors_[n]);
+        if (!descriptors_.empty()) sync_file(descriptors_[0]);
+        for (std::thread &helper : helpers) helper.join();
+        return error_.load();
+    }
+
+  private:
+    void start(std::vector<std::thread> &helpers, int descriptor) {
+        try {
+            helpers.push_back(service_thread([this, descriptor] { sync_file(descriptor); }));
+        } catch (const std::system_error &) {  // no thread is to be had
+            sync_file(descriptor);
+        }
+    }
+    void sync_file(int descriptor) {
+        if (fdatasync(descriptor) != 0) note(errno);
+    }
+    void note(int error) {
+        int none = 0;
+        if (error != 0) error_.compare_exchange_strong(none, error);
+    }
+
+    const std::vector<int> descriptors_;
+    std::atomic<int> error_{0};
+};
 
 // The third to fifth word: syncs by time, at transaction ends, and records that they covered.
 void count(VELDALoggerConfig &config, SyncReason reason, std::int64_t records) {
@@ -166,10 +197,10 @@ Result<void> sync_journal(DP *dp, Configuration &configuration, SyncReason reaso
     const SyncLock lock(state.sync_lock);
     if (covers(state.synced, wanted)) return {};
     const WrittenTo before = state.synced;
-    auto open = open_for_sync(configuration);
+    auto open = open_for_sync(configuration, before, reason == SyncReason::Time);
     if (!open) return open.error();
-    if (const int failed = sync_files(open->descriptors))
-        return system_error(failed, "cannot sync journal", configuration.path);
+    FilesToSync files(std::move(open->descriptors));
+    if (const int failed = files.sync()) return system_error(failed, "cannot sync journal", configuration.path);
     state.synced = open->written;
     state.last_sync = std::time(nullptr);
     const std::int64_t behind = before.time_first == open->written.time_first ? before.records : 0;

@@ -96,9 +96,12 @@ class Append {
         return stream_.make_room(set_, state_, stream_behind(to_.stream, size_bytes + EofBytes));
     }
 
-    Result<OpenForSync> open_for_sync() {
+    Result<OpenForSync> open_for_sync(const WrittenTo &synced, bool all) {
         if (auto begun = begin(Look::Now); !begun) return begun.error();
-        return OpenForSync{stream_.duplicates(), to_};
+        const bool is_known = !all && synced.time_first == to_.time_first;
+        auto files = is_known ? stream_.duplicates(synced.stream, to_.stream) : stream_.duplicates();
+        if (!files) return files.error();
+        return OpenForSync{std::move(*files), to_};
     }
 
     // Tells again how far the set is written.
@@ -364,12 +367,12 @@ Result<void> secure_room(DP *dp, Configuration &configuration, std::uint64_t siz
     return secured;
 }
 
-Result<OpenForSync> open_for_sync(Configuration &configuration) {
+Result<OpenForSync> open_for_sync(Configuration &configuration, const WrittenTo &synced, bool all) {
     VELDALoggerConfig &config = *configuration.record;
     const AppendLock lock(writer_state(config));
     if (!is_set(config.currentSet)) return Error{EINVAL, "the journal has no current set"};
     constexpr std::int32_t NoPort = 0;  // nothing is appended
-    return Append(configuration, config.sets[config.currentSet - 1], NoPort).open_for_sync();
+    return Append(configuration, config.sets[config.currentSet - 1], NoPort).open_for_sync(synced, all);
 }
 
 Result<void> append_end_of_set(DP *dp, Configuration &configuration) {

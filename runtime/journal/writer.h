@@ -1,11 +1,11 @@
 // writer.h - appending records to the set that is being written. Private to the folder.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "runtime/base/result.h"
 #include "runtime/journal/configuration.h"
@@ -38,12 +38,15 @@ Result<void> secure_room(DP *dp, Configuration &configuration, std::uint64_t siz
 // the set durable.
 Result<void> append_end_of_set(DP *dp, Configuration &configuration);
 
-// The files of the current set, to be closed by the caller, and how far it was written when they were taken.
+// Files of the current set that a sync has to reach, to be closed by the caller, and how far the set was written when
+// they were taken.
 struct OpenForSync {
-    std::array<int, VELDA_LOGGER_FILES> descriptors;
+    std::vector<int> descriptors;
     WrittenTo written;
 };
-Result<OpenForSync> open_for_sync(Configuration &configuration);
+// The files that hold records behind `synced`; with `all` every file, so that the first block's description is among
+// what reaches the disk.
+Result<OpenForSync> open_for_sync(Configuration &configuration, const WrittenTo &synced, bool all);
 
 // Returns when no append is under way that began before.
 void wait_for_append(DP *dp, Configuration &configuration);

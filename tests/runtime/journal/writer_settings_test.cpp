@@ -1,10 +1,17 @@
 // What the settings of the configuration do to the records: extended and enciphered ones, checkpoints, syncs, warnings.
 #include <sys/wait.h>
 
+#include <atomic>
+#include <cerrno>
 #include <functional>
 #include <thread>
 
 #include "runtime/crypt/crypt.h"
+#include "runtime/journal/configuration.h"
+#include "runtime/journal/injection.h"
+#include "runtime/journal/sync.h"
+#include "runtime/journal/writer_state.h"
+#include "runtime/process/context.h"
 #include "runtime/store/boot_id.h"
 #include "runtime/terminal/terminal.h"
 #include "tests/runtime/journal/writer_fixture.h"
@@ -12,6 +19,8 @@
 using namespace velda::test;
 
 namespace {
+
+using velda::journal::injection;
 
 class WriterSettings : public WriterTest {
   protected:
@@ -163,6 +172,119 @@ TEST_F(WriterSettings, OneSyncServesAllWhoWait) {
     for (std::thread &thread : threads) thread.join();
     EXPECT_EQ(config->statistics[4], 2u * Sessions * Turns) << "every record is covered";
     EXPECT_LE(config->statistics[3], static_cast<std::uint32_t>(Sessions * Turns));
+}
+
+class TransactionSyncs : public WriterSettings {
+  protected:
+    void SetUp() override {
+        WriterSettings::SetUp();
+        make_set(2, 3);
+        config->currentSet = 2;
+        config->syncSeconds = 1000000;
+        config->syncTransactions = 1;
+        make_transaction("a");  // the first sync of a use is of all files
+    }
+    void make_transaction(const std::string &record) {
+        ASSERT_EQ(velda_logger_transaction_start(dp, nullptr, 0), 0);
+        write(file, "K", record);
+        ASSERT_EQ(velda_logger_transaction_end(dp, nullptr), 0);
+    }
+    // How many files are synced in the meantime, where no other step can fail.
+    template <class Work>
+    int synced_files(Work &&work) {
+        constexpr int Many = 1000;
+        injection = {Many, EIO, -1, gettid()};
+        work();
+        const int steps = Many - injection.steps_to_go;
+        injection = {};
+        return steps;
+    }
+    velda::journal::Configuration &configuration() {
+        return *static_cast<DP *>(dp)->state<velda::journal::JournalSession>().configuration;
+    }
+    velda::journal::WriterState &state() { return velda::journal::writer_state(*config); }
+};
+
+TEST_F(TransactionSyncs, OnlyTheFilesWithRecordsSinceTheLastSyncAreSynced) {
+    write(file, "K", std::string(3 * 4096, 'x'));  // brings a page of each file in
+    make_transaction("a");
+    EXPECT_EQ(synced_files([&] { make_transaction("b"); }), 1);
+    EXPECT_EQ(synced_files([&] { make_transaction("c"); }), 1);
+    write(file, "K", std::string(4096, 'x'));
+    EXPECT_EQ(synced_files([&] { make_transaction("d"); }), 2);
+}
+
+TEST_F(TransactionSyncs, ASyncByTimeIsOfAllFilesForTheFirstBlockTellsHowFarTheSetIs) {
+    write(file, "K", "a");
+    EXPECT_EQ(
+        synced_files([&] { EXPECT_TRUE(sync_journal(dp, configuration(), velda::journal::SyncReason::Time).ok()); }),
+        3);
+    EXPECT_EQ(
+        synced_files([&] { EXPECT_TRUE(sync_journal(dp, configuration(), velda::journal::SyncReason::Time).ok()); }), 0)
+        << "nothing was written since";
+}
+
+TEST_F(TransactionSyncs, WhenAnEndReturnsItsRecordsAreOnDisk) {
+    for (const std::size_t size : {1, 100, 5000, 50000}) {
+        make_transaction(std::string(size, 'x'));
+        EXPECT_EQ(state().synced.stream, state().written[state().valid].stream) << size;
+    }
+}
+
+TEST_F(TransactionSyncs, AnEndWhoseSyncFailsSaysSo) {
+    ASSERT_EQ(velda_logger_transaction_start(dp, nullptr, 0), 0);
+    write(file, "K", "a");
+    injection = {1, EIO, -1, gettid()};
+    EXPECT_EQ(velda_logger_transaction_end(dp, nullptr), EIO);
+    injection = {};
+    EXPECT_LT(state().synced.stream, state().written[state().valid].stream);
+    make_transaction("b");
+    EXPECT_EQ(state().synced.stream, state().written[state().valid].stream);
+}
+
+TEST_F(TransactionSyncs, AllWhoseEndsWereWrittenBeforeASyncBeganNeedNoOther) {
+    constexpr int Sessions = 8;
+    const std::uint32_t syncs = config->statistics[3];
+    const std::int64_t records = config->sets[1].recordCount;
+    ASSERT_EQ(pthread_mutex_lock(&state().sync_lock), 0);  // a sync is under way
+    std::vector<std::thread> threads;
+    for (int n = 0; n < Sessions; ++n)
+        threads.emplace_back([] {
+            EXPECT_EQ(velda_logger_transaction_start(velda_getdp(), nullptr, 0), 0);
+            EXPECT_EQ(velda_logger_transaction_end(velda_getdp(), nullptr), 0);
+        });
+    while (config->sets[1].recordCount < records + 2 * Sessions)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(config->statistics[3], syncs);
+    ASSERT_EQ(pthread_mutex_unlock(&state().sync_lock), 0);
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(config->statistics[3], syncs + 1);
+    EXPECT_EQ(state().synced.stream, state().written[state().valid].stream);
+}
+
+TEST_F(TransactionSyncs, AChangeOfSetWaitsForTheSyncOfATransaction) {
+    ASSERT_EQ(pthread_mutex_lock(&state().sync_lock), 0);
+    const std::int64_t records = config->sets[1].recordCount;
+    std::thread session([] {
+        EXPECT_EQ(velda_logger_transaction_start(velda_getdp(), nullptr, 0), 0);
+        EXPECT_EQ(velda_logger_transaction_end(velda_getdp(), nullptr), 0);
+    });
+    while (config->sets[1].recordCount < records + 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::atomic<bool> are_held = false;
+    std::thread administrator([&] {
+        DP *const other = velda_getdp();
+        VediLoggerMisc(other, 25);
+        velda_logger_hold_writers(other);
+        are_held = true;
+        EXPECT_EQ(state().synced.stream, state().written[state().valid].stream);
+        velda_logger_release_writers(other);
+        VediLoggerMisc(other, 26);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(are_held);
+    ASSERT_EQ(pthread_mutex_unlock(&state().sync_lock), 0);
+    session.join();
+    administrator.join();
 }
 
 // --- warnings of space ----------------------------------------------------------------------------------------------
