@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "runtime/journal/change_lock.h"
+#include "runtime/journal/injection.h"
 #include "tests/runtime/journal/fixture.h"
 
 using namespace std::chrono_literals;
@@ -64,6 +65,15 @@ TEST_F(Misc, SavingRefreshingAndPublishingSucceed) {
     for (const int code : {1, 23, 24}) EXPECT_EQ(VediLoggerMisc(dp, code), 0) << code;
     EXPECT_EQ(VediLoggerMisc(dp, 6, 0), 0);
     EXPECT_EQ(VediLoggerMisc(dp, 6, 1), 22);
+}
+
+TEST_F(Misc, ASaveThatFailsSaysWhatCouldNotBeSaved) {
+    velda::journal::injection = {1, ENOSPC, -1};
+    EXPECT_EQ(VediLoggerMisc(dp, 1), ENOSPC);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(velda_logger_error(dp),
+              "cannot save journal configuration '" + config_path() + "': No space left on device");
+    EXPECT_EQ(VediLoggerMisc(dp, 1), 0);
 }
 
 TEST_F(Misc, TheTableLockExcludesAnotherProcessUntilItIsLeft) {
