@@ -32,6 +32,9 @@ std::string configuration_directory();
 // The configuration of the present environment, mapped at its first use.
 Result<Configuration *> map_configuration();
 
+// Whether a number is that of a set; the current set's is none while there is none.
+inline bool is_set(std::uint32_t number) { return number >= 1 && number <= VELDA_LOGGER_SETS; }
+
 // For how long a session believes that there is no configuration: who makes one waits that long before it is used.
 inline constexpr std::int64_t MissingConfigurationNanoseconds = 20'000'000;
 

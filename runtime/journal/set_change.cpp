@@ -17,8 +17,6 @@ void store_status(VELDALoggerConfig &config, std::uint32_t status) {
     std::atomic_ref(config.status).store(status, std::memory_order_seq_cst);
 }
 
-bool is_set(std::uint32_t number) { return number >= 1 && number <= VELDA_LOGGER_SETS; }
-
 // Whether the current set was emptied as the last of all: then the change got so far that readers may have seen it.
 bool is_latest_use(const VELDALoggerConfig &config) {
     if (!is_set(config.currentSet)) return false;

@@ -14,6 +14,7 @@
 #include "runtime/journal/bus_error.h"
 #include "runtime/journal/injection.h"
 #include "runtime/journal/log_format.h"
+#include "runtime/journal/set_file.h"
 
 namespace velda::journal {
 
@@ -25,8 +26,6 @@ constexpr std::uint64_t LeastReadyRows = 2;
 constexpr std::uint64_t MostReadyRows = 64;
 
 std::size_t header_bytes(std::uint64_t block) { return block == 0 ? FirstBlockData : BlockHeader::Bytes; }
-
-std::string path_of(const LogFileEntry &entry) { return {entry.path, strnlen(entry.path, sizeof entry.path)}; }
 
 // The compiler's own prefetch is for reading, as long as it may not assume a newer processor.
 void fetch_for_store([[maybe_unused]] const char *at) {

@@ -90,7 +90,7 @@ JournalPosition journal_position() {
     if (!configuration) return {};
     const VELDALoggerConfig &config = *configuration->record;
     const std::uint32_t set = config.currentSet;
-    if (set < 1 || set > VELDA_LOGGER_SETS) return {};
+    if (!is_set(set)) return {};
     const WriterState &state = writer_state(*configuration->record);
     const WrittenTo &written = state.written[state.valid.load(std::memory_order_acquire)];
     const std::int64_t use = config.sets[set - 1].timeFirst;

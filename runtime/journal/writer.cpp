@@ -309,8 +309,6 @@ std::int32_t port_of(DP *dp) {
     return session.port;
 }
 
-bool is_set(std::uint32_t number) { return number >= 1 && number <= VELDA_LOGGER_SETS; }
-
 }  // namespace
 
 namespace {
