@@ -163,6 +163,7 @@ std::string_view record_type_name(uint8_t type) {
     return type < RecordTypeNames.size() ? RecordTypeNames[type] : RecordTypeNames[0];
 }
 
+// The right to read the set was proven when its block was read.
 const unsigned char *record_in_held_block(DP *dp, LoggerContext &context, int32_t set, const LogPosition &place) {
     const int64_t in_block = place_in_held_block(context, place);
     const int64_t there = context.block.size - in_block;

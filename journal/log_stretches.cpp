@@ -2,10 +2,12 @@
 // needs no second look.
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <system_error>
 #include <thread>
 
 #include "journal/log_walk.h"
+#include "runtime/base/service_thread.h"
 
 namespace velda::journal {
 
@@ -77,22 +79,36 @@ void look_at_stretches(DP *dp, const LogSource &source, std::int64_t stretch_blo
         found[number] = scan.look_at(static_cast<std::int64_t>(number) * stretch_blocks, stretch_blocks);
 }
 
+// Threads beside this one, until they have done their work.
+class Threads {
+  public:
+    Threads(std::size_t count, const std::function<void()> &work) {
+        try {
+            while (threads_.size() < count) threads_.push_back(service_thread(work));
+        } catch (const std::system_error &) {
+            // As many as the system gives: this one does the work too.
+        }
+    }
+    ~Threads() {
+        for (std::thread &thread : threads_) thread.join();
+    }
+    Threads(const Threads &) = delete;
+    Threads &operator=(const Threads &) = delete;
+
+  private:
+    std::vector<std::thread> threads_;
+};
+
 Stretches look_at_all(DP *dp, const LogSource &source, std::int64_t blocks, std::int64_t stretch_blocks) {
     constexpr unsigned MostThreads = 8;
     const unsigned threads = std::min(std::thread::hardware_concurrency(), MostThreads);
-    if (threads < 2 || source.is_member) return {};
+    if (threads < 2 || source.is_member || blocks < stretch_blocks) return {};
     Stretches stretches{stretch_blocks * source.block_size,
                         std::vector<Stretch>(static_cast<std::size_t>(blocks / stretch_blocks))};
     std::atomic<std::size_t> next = 0;
     const auto look = [&] { look_at_stretches(dp, source, stretch_blocks, stretches.found, next); };
     {
-        std::vector<std::jthread> others;
-        try {
-            while (others.size() + 1 < std::min<std::size_t>(threads, stretches.found.size()))
-                others.emplace_back(look);
-        } catch (const std::system_error &) {
-            // As many as the system gives: one of them is this one.
-        }
+        const Threads others(std::min<std::size_t>(threads, stretches.found.size()) - 1, look);
         look();
     }
     return stretches;
