@@ -86,7 +86,7 @@ TEST(Style, EveryFolderOfCodeHasAReadme) {
 TEST(Style, TheLogicIncludesTheStandardLibraryTheRuntimesPublicHeadersAndItself) {
     const std::regex allowed(
         "#include "
-        "(<[a-z_]+>|\"runtime/(vutil|vdefc|base/result)\\.h\"|\"runtime/([a-z]+)/"
+        "(<[a-z_]+>|\"runtime/(vutil|vdefc|base/result|base/service_thread)\\.h\"|\"runtime/([a-z]+)/"
         "(facade|\\3|subroutine|config_record|log_format|record_crc)\\.h\"|"
         "\"(frame|fileutil|journal|journal/duplicator)/[a-z_]+\\.h\").*");
     for (const fs::path &path : sources({std::begin(LogicFolders), std::end(LogicFolders)}, {".cpp", ".h"})) {
