@@ -47,6 +47,16 @@ TEST_F(Batch, OfSeveralUpdatesOfAKeyTheLastCounts) {
     EXPECT_EQ(said, "");
 }
 
+TEST_F(Batch, KeysThatDifferOnlyBehindTheirSortedHeadsAreDifferentKeys) {
+    const std::string file = make_file("ORDERS");
+    apply_quietly({write_record(file, "b1234567890-1", "one"), write_record(file, "a", "x"),
+                   write_record(file, "b1234567890-2", "two"), write_record(file, "b1234567890", "short")});
+    apply_waiting();
+    EXPECT_EQ(read(file, "b1234567890-1"), "one");
+    EXPECT_EQ(read(file, "b1234567890-2"), "two");
+    EXPECT_EQ(read(file, "b1234567890"), "short");
+}
+
 TEST_F(Batch, ARecordOfAnotherTypeFindsTheUpdatesBeforeItApplied) {
     const std::string file = make_file("ORDERS"), other = make_file("OTHER");
     for (const BuiltRecord &record :

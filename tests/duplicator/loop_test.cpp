@@ -86,6 +86,8 @@ TEST_F(Loop, ThePositionOfTheLastRecordAndTheTimesAreKept) {
     EXPECT_EQ(context.lastSet, 1u);
     EXPECT_EQ(context.lastFile, 0u);
     EXPECT_EQ(context.lastOffset, placed[1].offset);
+    EXPECT_EQ(context.watch->inputFile, 0u);
+    EXPECT_EQ(context.watch->inputOffset, placed[1].offset + static_cast<std::int64_t>(placed[1].size));
 }
 
 TEST_F(Loop, NothingIsCountedForAnOutputOfNull) {

@@ -205,8 +205,8 @@ TEST_F(Specification, WithoutASetThatHoldsRecordsTheEldestIsTheCurrentOne) {
 
 TEST_F(Specification, AStartTimeFindsTheSetThatHoldsItWhicheverWasChosen) {
     config.currentSet = 2;
-    fill_set(1, 100, 200);
-    fill_set(2, 300, 400);
+    fill_set(2, 100, 200);
+    fill_set(1, 300, 400);
     fill_set(3, 500, 0);
     fill_set(4, 0, 1000);  // never used: no set that begins earlier
     const auto chosen = [&](std::int32_t set, std::int64_t start) {
@@ -218,16 +218,16 @@ TEST_F(Specification, AStartTimeFindsTheSetThatHoldsItWhicheverWasChosen) {
     };
     const std::string none = "No log set could be found which includes the specified start time";
     for (const std::int32_t set : {1, 2, 3, SetAuto, SetNotChosen}) {
-        EXPECT_EQ(chosen(set, 150), "1 from 100") << set;
-        EXPECT_EQ(chosen(set, 100), "1 from 100") << set;
-        EXPECT_EQ(chosen(set, 200), "1 from 100") << set;
-        EXPECT_EQ(chosen(set, 300), "2 from 300") << set;
-        EXPECT_EQ(chosen(set, 400), "2 from 300") << set;
+        EXPECT_EQ(chosen(set, 150), "2 from 100") << set;
+        EXPECT_EQ(chosen(set, 100), "2 from 100") << set;
+        EXPECT_EQ(chosen(set, 200), "2 from 100") << set;
+        EXPECT_EQ(chosen(set, 300), "1 from 300") << set;
+        EXPECT_EQ(chosen(set, 400), "1 from 300") << set;
         EXPECT_EQ(chosen(set, 250), none) << set << ": between two sets";
         EXPECT_EQ(chosen(set, 50), none) << set << ": before all";
         EXPECT_EQ(chosen(set, 500), none) << set << ": deliberately no exception for a last time of 0";
     }
-    EXPECT_EQ(chosen(SetNotChosen, 0), "2 from 300");
+    EXPECT_EQ(chosen(SetNotChosen, 0), "2 from 100");
     EXPECT_EQ(chosen(3, 0), "3 from 500");
 }
 

@@ -135,6 +135,13 @@ TEST_F(KeptMilestones, AMilestoneInPiecesIsAssembledAcrossCalls) {
     EXPECT_EQ(run().ackTime, 1'700'000'070);
 }
 
+TEST_F(KeptMilestones, OneIsTakenBeforeAWaitAlsoWhenThereIsNothingToSend) {
+    send(other, int64(1'700'000'050));
+    while (!velda_socket_ready(dp, output().fd, VELDA_SOCKET_INPUT)) std::this_thread::yield();
+    DupCallback(dp, WaitBegins);
+    EXPECT_EQ(run().ackTime, 1'700'000'050);
+}
+
 TEST_F(KeptMilestones, OfSeveralTheLastOneCounts) {
     arrives(int64(1'700'000'010) + int64(1'700'000'020));
     EXPECT_EQ(run().ackTime, 1'700'000'020);
