@@ -151,6 +151,7 @@ class WriterSteps : public WriterCrash, public testing::WithParamInterface<const
     // A fresh file and a fresh use of the set for each round.
     void begin_round(int n) {
         config->status = VELDA_LOGGER_INACTIVE;
+        config->syncSeconds = ~0U;  // a sync by time would take the place of the one that is counted
         reset(1, velda_logger_next_time(dp));
         name = "F" + std::to_string(n);
         make_file(name, GetParam());
@@ -202,7 +203,7 @@ TEST_P(WriterSteps, AWriterThatDiesAtAnyStepLeavesAWholeJournal) {
         begin_round(n);
         *acknowledged = 0;
         const int code = in_child([&] {
-            injection = {n, 0, -1};
+            injection = {n, 0, -1, gettid()};
             updates(*acknowledged);
             return 0;
         });
@@ -223,7 +224,7 @@ TEST_P(WriterSteps, AStepThatFailsStopsItsUpdateAndNothingElse) {
         begin_round(n);
         *acknowledged = 0;
         const int code = in_child([&] {
-            injection = {n, EIO, -1};
+            injection = {n, EIO, -1, gettid()};
             updates(*acknowledged);
             return injection.happened + 1;
         });

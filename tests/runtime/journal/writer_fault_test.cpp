@@ -188,7 +188,7 @@ TEST_F(WriterFault, ABlockThatIsBegunAgainHoldsNothingOfADeadWriter) {
     const auto is_left = [&] { return bytes_behind_records(1, 8).find(std::string(4000, 'x')) != std::string::npos; };
     for (int step = 1; !is_left(); ++step) {
         ASSERT_EQ(in_child([&] {
-                      velda::journal::injection = {step, 0, -1};
+                      velda::journal::injection = {step, 0, -1, gettid()};
                       return write(file, "K", std::string(20000, 'x'));
                   }),
                   128 + SIGKILL);

@@ -180,7 +180,7 @@ class TransactionSyncs : public WriterSettings {
         WriterSettings::SetUp();
         make_set(2, 3);
         config->currentSet = 2;
-        config->syncSeconds = 1000000;
+        config->syncSeconds = ~0U;
         config->syncTransactions = 1;
         make_transaction("a");  // the first sync of a use is of all files
     }
