@@ -29,7 +29,7 @@ void rest(int moments) {
 // a hand-over takes along everything that an append touches: who waits looks more and more rarely, so that the holder
 // makes many appends in the meantime. All looks together last some hundreds of microseconds.
 int take(pthread_mutex_t &mutex) {
-    constexpr int First = 16, Longest = 2048, Tries = 14;
+    constexpr int First = 16, Longest = 4096, Tries = 12;
     for (int n = 0, moments = First; n < Tries; ++n, moments = std::min(2 * moments, Longest)) {
         const int result = pthread_mutex_trylock(&mutex);
         if (result != EBUSY) return result;

@@ -35,6 +35,13 @@ std::uint32_t whole_size(const NewRecord &record) {
                                       RecordTrailerBytes);
 }
 
+// UTC nanoseconds, exact to a few milliseconds. Asked for once in an append.
+std::int64_t wall_clock() {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+}
+
 // One append under the lock.
 class Append {
   public:
@@ -54,7 +61,7 @@ class Append {
     Result<void> run(std::span<const NewRecord> records) {
         if (auto begun = begin(Look::NowAndThen); !begun) return begun;
         const std::uint64_t block_before = to_.stream / BlockBytes;
-        const std::int64_t now = std::max<std::int64_t>(to_.time_last, std::time(nullptr));
+        const std::int64_t now = std::max(to_.time_last, seconds());
         if (is_checkpoint_due(*configuration_.record, set_, now)) (void)put_checkpoint(now);
         std::uint64_t end = to_.stream;
         for (const NewRecord &record : records) end = stream_behind(end, whole_size(record));
@@ -144,15 +151,17 @@ class Append {
     Result<void> open_set(Look look) {
         constexpr std::int64_t Interval = 10'000'000;  // nanoseconds
         if (auto opened = stream_.use(set_, to_); !opened) return opened;
-        const std::int64_t now = coarse_nanoseconds();
-        if (look == Look::NowAndThen && now < configuration_.looked_at_files + Interval) return {};
+        const std::int64_t before = configuration_.looked_at_files;
+        if (look == Look::NowAndThen && before <= clock_ && clock_ < before + Interval) return {};
         auto found = stream_.check_files(to_.stream);
         if (found)
-            configuration_.looked_at_files = now;
+            configuration_.looked_at_files = clock_;
         else
             stream_.forget();
         return found;
     }
+
+    std::int64_t seconds() const { return clock_ / 1'000'000'000; }
 
     // Kept free behind every append, so that a set can always be closed.
     static constexpr std::uint64_t EofBytes = 128;
@@ -210,7 +219,7 @@ class Append {
     int put(const NewRecord &record) {
         // A record that begins a block is placed behind the block's header.
         const std::uint64_t begin = to_.stream % BlockBytes == 0 ? first_data(to_.stream) : to_.stream;
-        to_.time_last = std::max<std::int64_t>(to_.time_last, std::time(nullptr));
+        to_.time_last = std::max(to_.time_last, seconds());
         char trailer[RecordTrailerBytes];
         vputlong64(trailer, to_.time_last);
         Header header = header_of(record, begin);
@@ -284,6 +293,7 @@ class Append {
     SetStream &stream_;
     const std::int32_t port_;
     const std::int32_t process_;
+    const std::int64_t clock_ = wall_clock();
     WrittenTo to_{};
     std::optional<int> warning_;
 };
