@@ -208,17 +208,19 @@ void write_and_sync(const std::string &path, std::size_t count) {
     close(file);
 }
 
+// The limits hold also on a disk that syncs in a tenth of a millisecond, where the rest of a transaction counts as much;
+// on one that takes milliseconds the ratios are about 1.0 and 2.
 void bench_transactions(const Run &run, const Journal &journal) {
     if (!run.wanted("transactions on disk")) return;
-    constexpr std::size_t Transactions = 60;
-    constexpr int Rounds = 15;  // the time of a sync varies from one to the next by far more than anything else
+    constexpr std::size_t Transactions = 200;
+    constexpr int Rounds = 5;
     const auto prepare = [&] {
         journal.empty_and_activate(StripedSet);
         journal.config->syncTransactions = 1;
         journal_transactions(journal.dp, 1);
     };
     compare(
-        "transactions on disk, of pwrite() and fdatasync()", 0.77, Transactions,
+        "transactions on disk, of pwrite() and fdatasync()", 0.70, Transactions,
         [&] { write_and_sync(run.path("plain"), Transactions); },
         [&] { journal_transactions(journal.dp, Transactions); }, Rounds, prepare);
     const std::string path = run.path("transactions");
@@ -227,7 +229,7 @@ void bench_transactions(const Run &run, const Journal &journal) {
         in_processes(processes, Transactions, [&](std::size_t count) { make_transactions(path, count); });
     };
     compare(
-        "transactions on disk by four processes, of one", 1.5, Transactions, [&] { by(1); }, [&] { by(4); }, Rounds,
+        "transactions on disk by four processes, of one", 1.3, Transactions, [&] { by(1); }, [&] { by(4); }, Rounds,
         prepare, prepare);
 }
 
