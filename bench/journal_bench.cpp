@@ -208,8 +208,8 @@ void write_and_sync(const std::string &path, std::size_t count) {
     close(file);
 }
 
-// The limits hold also on a disk that syncs in a tenth of a millisecond, where the rest of a transaction counts as much;
-// on one that takes milliseconds the ratios are about 1.0 and 2.
+// Syncs that take milliseconds are shared by several processes to twice the rate of one. Where a sync takes a tenth of
+// one, waking who waits for it costs as much, and the second row may miss its limit.
 void bench_transactions(const Run &run, const Journal &journal) {
     if (!run.wanted("transactions on disk")) return;
     constexpr std::size_t Transactions = 200;
@@ -229,7 +229,7 @@ void bench_transactions(const Run &run, const Journal &journal) {
         in_processes(processes, Transactions, [&](std::size_t count) { make_transactions(path, count); });
     };
     compare(
-        "transactions on disk by four processes, of one", 1.3, Transactions, [&] { by(1); }, [&] { by(4); }, Rounds,
+        "transactions on disk by four processes, of one", 1.5, Transactions, [&] { by(1); }, [&] { by(4); }, Rounds,
         prepare, prepare);
 }
 
