@@ -30,9 +30,9 @@ void finish_change(Configuration &configuration) {
     VELDALoggerConfig &config = *configuration.record;
     HeldWriters &held = writer_state(config).held;
     if (!held.is_held) return;
-    if (config.currentSet != held.set && !is_latest_use(config)) config.currentSet = held.set;
+    if (config.currentSet != held.set && !is_latest_use(config)) store_word(config.currentSet, held.set);
     // Another status was given since by somebody who did not wait.
-    if (config.status != VELDA_LOGGER_SUSPENDED) held.status = config.status;
+    if (const std::uint32_t status = load_word(config.status); status != VELDA_LOGGER_SUSPENDED) held.status = status;
     release_writers(configuration);
 }
 

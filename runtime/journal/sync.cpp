@@ -45,8 +45,6 @@ bool covers(const WrittenTo &synced, const WrittenTo &wanted) {
            (synced.time_first == wanted.time_first && synced.stream >= wanted.stream);
 }
 
-WrittenTo written_now(const WriterState &state) { return state.written[state.valid.load(std::memory_order_acquire)]; }
-
 // One file after the other would wait for the disk once for each: in one go they wait together.
 class FilesToSync {
   public:
@@ -89,8 +87,9 @@ class FilesToSync {
 
 // The third to fifth word: syncs by time, at transaction ends, and records that they covered.
 void count(VELDALoggerConfig &config, SyncReason reason, std::int64_t records) {
-    ++config.statistics[reason == SyncReason::Time ? 2 : 3];
-    config.statistics[4] += static_cast<std::uint32_t>(records);
+    std::uint32_t &syncs = config.statistics[reason == SyncReason::Time ? 2 : 3];
+    store_word(syncs, syncs + 1);
+    store_word(config.statistics[4], config.statistics[4] + static_cast<std::uint32_t>(records));
 }
 
 // --- the keeper: a thread that lives while this process has appended something that no sync has followed ---------------
@@ -114,15 +113,16 @@ Keeper &keeper() {
 
 bool is_unsynced(const Configuration &configuration) {
     const WriterState &state = writer_state(*configuration.record);
-    return !covers(state.synced, written_now(state));
+    return !covers(load_written(state.synced), written_now(state));
 }
 
 std::int64_t sync_interval(const Configuration &configuration) {
-    return std::max<std::int64_t>(1, configuration.record->syncSeconds);
+    return std::max<std::int64_t>(1, load_word(configuration.record->syncSeconds));
 }
 
 bool is_sync_due(const Configuration &configuration) {
-    return std::time(nullptr) >= writer_state(*configuration.record).last_sync + sync_interval(configuration);
+    return std::time(nullptr) >=
+           load_word(writer_state(*configuration.record).last_sync) + sync_interval(configuration);
 }
 
 // What cannot be synced now, such as a set whose file is gone, is tried again later.
@@ -175,10 +175,13 @@ void sync_at_exit() {
 void hold_keeper() { keeper().mutex.lock(); }
 void leave_keeper() { keeper().mutex.unlock(); }
 
+// Registered before the store's handlers, so called behind them: appends take the keeper's mutex within the store's.
+[[maybe_unused]] const int fork_handler_installed = pthread_atfork(hold_keeper, leave_keeper, leave_keeper);
+
 void add_to_keeper(Configuration &configuration) {
     Keeper &its = keeper();
     const std::lock_guard guard(its.mutex);
-    static const int registered = std::atexit(sync_at_exit) | pthread_atfork(hold_keeper, leave_keeper, leave_keeper);
+    static const int registered = std::atexit(sync_at_exit);
     (void)registered;
     const bool is_known = std::any_of(its.unsynced.begin(), its.unsynced.end(),
                                       [&](const Unsynced &entry) { return entry.configuration == &configuration; });
@@ -201,8 +204,8 @@ Result<void> sync_journal(DP *dp, Configuration &configuration, SyncReason reaso
     if (!open) return open.error();
     FilesToSync files(std::move(open->descriptors));
     if (const int failed = files.sync()) return system_error(failed, "cannot sync journal", configuration.path);
-    state.synced = open->written;
-    state.last_sync = std::time(nullptr);
+    store_written(state.synced, open->written);
+    store_word<std::int64_t>(state.last_sync, std::time(nullptr));
     const std::int64_t behind = before.time_first == open->written.time_first ? before.records : 0;
     count(*configuration.record, reason, open->written.records - behind);
     return {};

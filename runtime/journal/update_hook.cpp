@@ -91,8 +91,7 @@ JournalPosition journal_position() {
     const VELDALoggerConfig &config = *configuration->record;
     const std::uint32_t set = config.currentSet;
     if (!is_set(set)) return {};
-    const WriterState &state = writer_state(*configuration->record);
-    const WrittenTo &written = state.written[state.valid.load(std::memory_order_acquire)];
+    const WrittenTo written = written_now(writer_state(*configuration->record));
     const std::int64_t use = config.sets[set - 1].timeFirst;
     return {use, written.time_first == use ? written.stream : 0};
 }

@@ -270,9 +270,7 @@ class Append {
     // The one store from which the append counts, then what readers look at.
     void publish() {
         injected_death(Step::Publish);
-        const std::uint32_t other = 1 - state_.valid.load(std::memory_order_relaxed);
-        state_.written[other] = to_;
-        state_.valid.store(other, std::memory_order_release);
+        publish_written(state_, to_);
         injected_death(Step::Show);
         show();
     }

@@ -18,6 +18,8 @@ struct WrittenTo {
     std::uint64_t stream;
     std::int64_t records;
     std::int64_t time_last;
+
+    bool operator==(const WrittenTo &) const = default;
 };
 
 // The last warning of this use of the set about its space.
@@ -75,5 +77,43 @@ static_assert(sizeof(WriterState) <= sizeof(VELDALoggerConfig::writer));
 static_assert(offsetof(VELDALoggerConfig, writer) % alignof(WriterState) == 0);
 
 inline WriterState &writer_state(VELDALoggerConfig &config) { return *reinterpret_cast<WriterState *>(config.writer); }
+
+// A field of the configuration, or of the writers' state, that others may change or look at meanwhile.
+template <class Word>
+Word load_word(const Word &field) {
+    return std::atomic_ref(const_cast<Word &>(field)).load(std::memory_order_relaxed);
+}
+template <class Word>
+void store_word(Word &field, Word value) {
+    std::atomic_ref(field).store(value, std::memory_order_relaxed);
+}
+
+inline WrittenTo load_written(const WrittenTo &place) {
+    return {load_word(place.time_first), load_word(place.stream), load_word(place.records), load_word(place.time_last)};
+}
+inline void store_written(WrittenTo &place, const WrittenTo &written) {
+    store_word(place.time_first, written.time_first);
+    store_word(place.stream, written.stream);
+    store_word(place.records, written.records);
+    store_word(place.time_last, written.time_last);
+}
+
+// How far the set is written, for those who do not hold the append lock: as some append left it. What two looks agree on
+// was not changed between them.
+inline WrittenTo written_now(const WriterState &state) {
+    const auto look = [&] { return load_written(state.written[state.valid.load(std::memory_order_acquire)]); };
+    for (WrittenTo before = look();;) {
+        const WrittenTo after = look();
+        if (before == after) return after;
+        before = after;
+    }
+}
+
+// Makes that known. The append lock is held.
+inline void publish_written(WriterState &state, const WrittenTo &written) {
+    const std::uint32_t other = 1 - state.valid.load(std::memory_order_relaxed);
+    store_written(state.written[other], written);
+    state.valid.store(other, std::memory_order_release);
+}
 
 }  // namespace velda::journal

@@ -151,7 +151,8 @@ class WriterSteps : public WriterCrash, public testing::WithParamInterface<const
     // A fresh file and a fresh use of the set for each round.
     void begin_round(int n) {
         config->status = VELDA_LOGGER_INACTIVE;
-        config->syncSeconds = ~0U;  // a sync by time would take the place of the one that is counted
+        velda::journal::store_word(config->syncSeconds,
+                                   ~0U);  // a sync by time would take the place of the one that is counted
         reset(1, velda_logger_next_time(dp));
         name = "F" + std::to_string(n);
         make_file(name, GetParam());

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -332,7 +333,7 @@ TEST_F(WriterFault, SuspendedWritersWaitUntilItIsLifted) {
     config->status = VELDA_LOGGER_SUSPENDED;
     std::thread lifter([this] {
         pause(150);
-        config->status = VELDA_LOGGER_ACTIVE;
+        std::atomic_ref(config->status).store(VELDA_LOGGER_ACTIVE);
     });
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(write(file, "K", "a"), 1);

@@ -17,6 +17,7 @@
 #include "tests/runtime/journal/writer_fixture.h"
 
 using namespace velda::test;
+using velda::journal::load_word;
 
 namespace {
 
@@ -151,10 +152,10 @@ TEST_F(WriterSettings, TheEndOfATransactionIsSyncedWhereThatIsAskedFor) {
 TEST_F(WriterSettings, TheJournalIsSyncedWithinTheSeconds) {
     config->syncSeconds = 1;
     write(file, "K", "a");
-    for (int wait = 0; wait < 300 && config->statistics[2] == 0; ++wait)
+    for (int wait = 0; wait < 300 && load_word(config->statistics[2]) == 0; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_GE(config->statistics[2], 1u);
-    EXPECT_GE(config->statistics[4], 1u);
+    EXPECT_GE(load_word(config->statistics[2]), 1u);
+    EXPECT_GE(load_word(config->statistics[4]), 1u);
 }
 
 TEST_F(WriterSettings, OneSyncServesAllWhoWait) {
@@ -253,9 +254,9 @@ TEST_F(TransactionSyncs, AllWhoseEndsWereWrittenBeforeASyncBeganNeedNoOther) {
             EXPECT_EQ(velda_logger_transaction_start(velda_getdp(), nullptr, 0), 0);
             EXPECT_EQ(velda_logger_transaction_end(velda_getdp(), nullptr), 0);
         });
-    while (config->sets[1].recordCount < records + 2 * Sessions)
+    while (load_word(config->sets[1].recordCount) < records + 2 * Sessions)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_EQ(config->statistics[3], syncs);
+    EXPECT_EQ(load_word(config->statistics[3]), syncs);
     ASSERT_EQ(pthread_mutex_unlock(&state().sync_lock), 0);
     for (std::thread &thread : threads) thread.join();
     EXPECT_EQ(config->statistics[3], syncs + 1);
@@ -269,7 +270,8 @@ TEST_F(TransactionSyncs, AChangeOfSetWaitsForTheSyncOfATransaction) {
         EXPECT_EQ(velda_logger_transaction_start(velda_getdp(), nullptr, 0), 0);
         EXPECT_EQ(velda_logger_transaction_end(velda_getdp(), nullptr), 0);
     });
-    while (config->sets[1].recordCount < records + 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (load_word(config->sets[1].recordCount) < records + 2)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     std::atomic<bool> are_held = false;
     std::thread administrator([&] {
         DP *const other = velda_getdp();
