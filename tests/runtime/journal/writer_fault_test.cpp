@@ -261,6 +261,9 @@ TEST_F(WriterFault, ASetFileThatMayNotBeOpenedStopsUpdates) {
 
 class WriterPowerLoss : public WriterFault {
   protected:
+#if defined(__SANITIZE_THREAD__)
+    void SetUp() override { GTEST_SKIP() << "the syncing thread outlives what is played here: a stop of the machine"; }
+#endif
     ~WriterPowerLoss() override { velda::store::set_boot_id_path("/proc/sys/kernel/random/boot_id"); }
     void next_boot() {
         std::ofstream(path("boot")) << "boot " << ++boots_ << "\n";
