@@ -74,10 +74,9 @@ bool is_finished(const LoggerContext &context, const Wanted &wanted, const LogHe
                  const unsigned char *record) {
     const unsigned char *const trailer = record + header.record_size - RecordTrailerBytes;
     if (std::memcmp(record + RecordHeader::UpdateTime, trailer, RecordTrailerBytes) != 0) return false;
-    if (header.crc == 0) return true;
-    return stands_at(header, wanted.place.file, wanted.place.offset, context.openFileCount,
-                     context.config->blockSize) &&
-           agrees_with_crc(header, record);
+    const bool is_in_place = header.crc == 0 || stands_at(header, wanted.place.file, wanted.place.offset,
+                                                          context.openFileCount, context.config->blockSize);
+    return is_in_place && agrees_with_crc(header, record);
 }
 
 int read_record(DP *dp, LoggerContext &context, const Wanted &wanted) {
@@ -198,7 +197,8 @@ bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t fi
 }
 
 bool agrees_with_crc(const LogHeader &header, const unsigned char *record) {
-    return header.crc == 0 || header.crc == record_crc(record, static_cast<size_t>(header.record_size));
+    if (header.crc == 0) return header.strings_size > 0;
+    return header.crc == record_crc(record, static_cast<size_t>(header.record_size));
 }
 
 }  // namespace velda::journal

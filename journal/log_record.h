@@ -101,7 +101,8 @@ bool ensure_record_buffer(DP *dp, LoggerContext &context, int64_t size);
 // Whether the record stands where it says. The place may be told by the end of the block in front.
 bool stands_at(const LogHeader &header, int32_t file, int64_t offset, int32_t files, int64_t block_size);
 
-// Whether a whole record agrees with the checksum that it carries; one without a checksum does.
+// Whether a whole record agrees with the checksum that it carries. One without a checksum does, unless it lacks even the
+// marks of its strings: so does a record whose sector was lost from the checksum on.
 bool agrees_with_crc(const LogHeader &header, const unsigned char *record);
 
 // Gets over a damaged record. 2014 when the selection stands where reading may be tried again; 2013 when damage ends the

@@ -329,6 +329,16 @@ TEST_F(Record, AChecksumThatDoesNotAgreeIsDamage) {
     EXPECT_EQ(bytes_or_error(first), "error 2014");
 }
 
+// The sector's zeros take the checksum away, and with it the marks of the strings, which no record lacks.
+TEST_F(Record, ARecordThatLostItsSectorFromTheChecksumOnIsDamage) {
+    SetBuilder set = set_of(1);
+    const Placed first = set.add(write_record("FILE", "key", std::string(600, 'd')));
+    auto &block = set.blocks()[0];
+    std::fill(block.begin() + first.offset + 40, block.end(), '\0');
+    publish(set);
+    EXPECT_EQ(bytes_or_error(first), "error 2014");
+}
+
 TEST_F(Record, ARecordWithAChecksumAtAnotherPlaceThanItTellsIsDamage) {
     for (const auto &[file, offset] : std::vector<std::pair<int, int>>{{1, 3660}, {0, 3661}, {0, 28}}) {
         SetBuilder set = set_of(2, 1, FirstTime + file * 10 + offset);
