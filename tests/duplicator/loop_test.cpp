@@ -1,10 +1,10 @@
 // A run over a log set: reading, counting, what ends it, and what it shows.
-#include <sys/mount.h>
-
 #include <map>
+#include <optional>
 
 #include "journal/journal.h"
 #include "tests/duplicator/replay_fixture.h"
+#include "tests/support/mounted_disk.h"
 
 namespace {
 
@@ -259,16 +259,10 @@ TEST_F(Loop, AnOutputOfALogSetTakesTheRecordsAsTheyAreInTheNameOfTheirProcess) {
 class SmallDisk : public Loop {
   protected:
     void SetUp() override {
-        std::filesystem::create_directory(path("disk"));
-        if (mount("velda-test", path("disk").c_str(), "tmpfs", 0, "size=2m") != 0)
-            GTEST_SKIP() << "cannot mount a small disk";
-        is_mounted = true;
+        disk.emplace(path("disk"), "2m");
+        if (!*disk) GTEST_SKIP() << "cannot mount a small disk";
     }
-    void TearDown() override {
-        close_all_cached(dp, context);
-        if (!is_mounted) return;
-        EXPECT_EQ(umount2(path("disk").c_str(), MNT_DETACH), 0);
-    }
+    void TearDown() override { close_all_cached(dp, context); }
 
     // More than the disk holds, then one more record for a file elsewhere.
     void fill_with_too_much(const std::string &file, const std::string &elsewhere) {
@@ -277,7 +271,7 @@ class SmallDisk : public Loop {
         finish_set();
     }
 
-    bool is_mounted = false;
+    std::optional<MountedDisk> disk;
 };
 
 class SmallDiskOfUse : public SmallDisk, public testing::WithParamInterface<bool> {};

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 
+#include <atomic>
 #include <csignal>
 
 #include "journal/select_parser.h"
@@ -384,10 +385,10 @@ TEST_F(Transfer, AReaderOfAPipeWhoseWriterStandsStillLooksWhetherItIsToEnd) {
     output().deviceType = Null;
     const std::string stream = stream_of({numbered(1)});
     ASSERT_EQ(::write(pipe_ends[1], stream.data(), 100), 100);
-    std::thread operator_of_it([this] {
+    std::thread operator_of_it([&slot = *run().slot] {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        run().slot->killerPort = 1;
-        run().slot->killerPid = 1;
+        std::atomic_ref(slot.killerPort).store(1);
+        std::atomic_ref(slot.killerPid).store(1);
     });
     EXPECT_EQ(command([&] { LoggerReadDevice(dp, &input(), DupCallback); }), ExitKilled);
     operator_of_it.join();

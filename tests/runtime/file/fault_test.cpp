@@ -1,6 +1,5 @@
 // Faults: no permission, full disks, damaged files, what is no file.
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,6 +11,7 @@
 #include <map>
 
 #include "tests/runtime/file/fixture.h"
+#include "tests/support/mounted_disk.h"
 
 namespace velda::test {
 namespace {
@@ -184,21 +184,20 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(FullDiskOfType, AFullDiskIsError28AndLosesNothing) {
     const std::string disk = path("disk");
-    std::filesystem::create_directory(disk);
-    if (mount("velda-test", disk.c_str(), "tmpfs", 0, "size=2m") != 0) GTEST_SKIP() << "cannot mount a small disk";
+    const MountedDisk mounted(disk, "2m");
+    if (!mounted) GTEST_SKIP() << "cannot mount a small disk";
     in_child([&] {
         ASSERT_EQ(create("DATA " + disk + "/F " + GetParam()), "");
         ASSERT_EQ(open(disk + "/F", file), 1);
         EXPECT_EQ(fill(), ENOSPC);
         file = "";
     });
-    EXPECT_EQ(umount2(disk.c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(FullDisk, TheMessageNamesFileKeyAndReason) {
     const std::string disk = path("disk");
-    std::filesystem::create_directory(disk);
-    if (mount("velda-test", disk.c_str(), "tmpfs", 0, "size=1m") != 0) GTEST_SKIP() << "cannot mount a small disk";
+    const MountedDisk mounted(disk, "1m");
+    if (!mounted) GTEST_SKIP() << "cannot mount a small disk";
     in_child([&] {
         ASSERT_EQ(create("DATA " + disk + "/F"), "");
         ASSERT_EQ(open(disk + "/F", file), 1);
@@ -207,7 +206,6 @@ TEST_F(FullDisk, TheMessageNamesFileKeyAndReason) {
         EXPECT_NE(message.find("No space left"), std::string::npos) << message;
         file = "";
     });
-    EXPECT_EQ(umount2(disk.c_str(), MNT_DETACH), 0);
 }
 
 TEST_F(FullDisk, AProcessThatMayNotWriteLargeFilesIsToldSo) {

@@ -1,7 +1,6 @@
 // Damaged files, files without permission, full disks: a clear error, and nothing lost.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 
 #include "runtime/store/lmdb_format.h"
 #include "tests/runtime/store/fixture.h"
+#include "tests/support/mounted_disk.h"
 
 namespace velda::store::test {
 namespace {
@@ -351,14 +351,13 @@ TEST_P(FullDisk, a_size_limit_is_an_error_of_the_write) {
 
 TEST_P(FullDisk, a_full_disk_is_an_error_of_the_write) {
     ScratchDirectory scratch;
-    if (mount("velda-test", scratch.path().c_str(), "tmpfs", 0, "size=4m") != 0)
-        GTEST_SKIP() << "may not mount a small disk";
+    const velda::test::MountedDisk mounted(scratch.path(), "4m");
+    if (!mounted) GTEST_SKIP() << "cannot mount a small disk";
     EXPECT_EQ(in_child([&] {
                   std::ofstream(scratch / "ballast") << std::string(2 << 20, 'b');
                   return fill_and_recover(scratch / "F", ENOSPC, [&] { std::filesystem::remove(scratch / "ballast"); });
               }),
               0);
-    EXPECT_EQ(umount(scratch.path().c_str()), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FullDisk,
